@@ -1,0 +1,174 @@
+// The road to the operating system: threads, files, time, the sort. One header, one source per platform
+// (os_posix.cpp, os_win32.cpp, and by topic os_file_*, os_time_*, os_console_*, os_volume_*) beside the
+// shared ones (os.cpp, os_thread.cpp, os_sort.cpp, os_file.cpp, os_time.cpp). os_internal.h is what the two
+// halves give each other.
+//
+// All names are UTF-8 and use `\` between components inside the program, on every platform. On POSIX the seam
+// turns `\` to `/` on the way out and `/` to `\` on the way in; a `\` that is part of a name there is U+F05C
+// inside; bytes that are no UTF-8 pass through unchanged.
+//
+// An error number is the system's own: errno on POSIX, GetLastError on Windows.
+//
+// What a platform must give is told per operation. Thread safety is that of the system call unless told.
+#pragma once
+
+#include "base/platform.h"
+#include "base/types.h"
+
+namespace findwright {
+
+struct utf8_buf_t;
+
+inline constexpr u32 OS_INFINITE = 0xFFFFFFFF;
+inline constexpr u32 OS_WAIT_DONE = 0;
+inline constexpr u32 OS_WAIT_TIMEOUT = 258;
+
+// Settings of this layer.
+extern u32 max_threads;   // threads for one search or sort; 0 is no limit but the processors
+extern u32 reuse_threads; // keep ended threads for new work
+
+// What system this is. os_is_nt tells apart the two families of Windows; it is true elsewhere.
+extern u32 os_version_major;
+extern u32 os_version_minor;
+extern bool os_is_nt;
+
+// Sets up the platform table, the arena, the thread pool and the event queue; main thread,
+// first of all. os_kill undoes it, but for the platform table and the debug log, which stay usable for the
+// reports at the very end: no thread of the pool may be in use, nothing may be alive in the arena.
+void os_init();
+void os_kill();
+
+u32 os_get_processor_count();
+// Root on POSIX, a member of the administrators on Windows.
+bool os_is_admin();
+
+// --- Threads -----------------------------------------------------------------------------------------------
+
+struct os_event_t; // a manual-reset event; on Windows the pointer is the HANDLE
+
+struct os_thread_t; // an entry of the pool
+using os_thread_proc_t = void(void *param);
+
+// A running thread; one of the pool if one is free. The fatal error "failed to create thread %d: %p" on
+// failure.
+os_thread_t *os_thread_create(os_thread_proc_t *proc, void *param);
+// Waits up to `timeout` milliseconds for the thread's proc to return: OS_WAIT_DONE or OS_WAIT_TIMEOUT.
+u32 os_thread_wait(os_thread_t *thread, u32 timeout);
+// Waits, and gives the thread back: to the pool with reuse_threads, else it ends. OS_WAIT_TIMEOUT: still the
+// caller's.
+u32 os_thread_release(os_thread_t *thread, u32 timeout);
+// Priorities are those of Windows: -15 idle, -1 below normal, 0 normal, 1 and 2 above. A system that reserves
+// the upper ones for privileged processes, as POSIX does, runs such a thread at normal priority.
+void os_thread_set_priority(os_thread_t *thread, i32 priority);
+i32 os_thread_get_priority(os_thread_t *thread);
+
+// Unset at first. The fatal error "failed to create event %d" on failure.
+os_event_t *os_event_create();
+void os_event_destroy(os_event_t *event);
+void os_event_set(os_event_t *event);
+void os_event_reset(os_event_t *event);
+u32 os_event_wait(os_event_t *event, u32 timeout);
+bool os_event_is_set(os_event_t *event);
+
+// --- Files -------------------------------------------------------------------------------------------------
+
+struct os_file_info_t {
+    u64 size;          // bytes; VALUE_UNKNOWN when not known
+    u64 date_modified; // file time; likewise
+};
+
+inline constexpr u32 OS_OPEN_READ = 1;
+inline constexpr u32 OS_OPEN_WRITE = 2;
+
+// What others may do with the file meanwhile. POSIX has no such rule and lets them do all.
+inline constexpr u32 OS_SHARE_READ = 1;
+inline constexpr u32 OS_SHARE_WRITE = 2;
+inline constexpr u32 OS_SHARE_DELETE = 4;
+
+enum os_disposition_t : u32 {
+    OS_OPEN_EXISTING, // fails when the file is absent
+    OS_OPEN_ALWAYS,   // makes the file when it is absent
+    OS_CREATE_ALWAYS, // makes the file anew
+    OS_CREATE_NEW,    // fails when the file is there
+};
+
+inline constexpr u32 OS_OPEN_SEQUENTIAL = 1; // a hint that the file is read once, from start to end
+
+// Opens a file, never a folder. PLATFORM_FILE_NONE on failure, which is logged, "CreateFileW(): %d: Failed to
+// open file %s\n", unless the file was not found.
+platform_file_t os_open(const char *name, u32 access, u32 share, os_disposition_t disposition, u32 flags);
+platform_file_t os_open_read(const char *name, bool sequential); // with read sharing
+platform_file_t os_create(const char *name);                     // for writing, made anew, with read sharing
+i64 os_read(platform_file_t file, void *bytes, u32 size);        // bytes read, 0 at the end, -1 on failure
+bool os_write(platform_file_t file, const void *bytes, u32 size);
+void os_close(platform_file_t file);
+// Moves a file or folder. With `replace` a file in the target's place is replaced, in one step where the
+// system can; without it an existing target is a failure. Never copies, so it fails between volumes. Failures
+// are logged.
+bool os_move_replace(const char *from, const char *to, bool replace, bool is_folder);
+// Puts a finished file in the place of another: what `temp` holds is on the disk before it has the name
+// `target`, so that a crash leaves the old file or the new one. On POSIX the target's permissions are kept.
+bool os_replace_file(const char *temp, const char *target);
+// The name to write a file under before os_replace_file: "%s.tmp".
+void os_get_temp_name(const char *name, utf8_buf_t *out);
+// Makes all folders above a file name. True when they are there in the end.
+bool os_make_folders_for(const char *name);
+bool os_create_folder(const char *name); // false, too, when it exists
+bool os_delete_file(const char *name);
+bool os_delete_folder(const char *name); // an empty one
+bool os_file_exists(const char *name);   // false for a folder
+bool os_folder_exists(const char *name);
+// All ones in both, and false, when there is no such file.
+bool os_get_file_info(const char *name, os_file_info_t *info);
+
+// What the system's own users write between the components of a path: `/` on POSIX, `\` on Windows.
+extern const char os_path_separator;
+
+// A path for the system's calls, and one of the system's for use inside. On Windows both are a plain copy.
+void os_path_to_system(const char *name, u32 length, utf8_buf_t *out);
+void os_path_from_system(const char *name, u32 length, utf8_buf_t *out);
+
+u32 os_get_last_error();
+void os_set_last_error(u32 error);
+// Whether an error number says that a file, or a folder on the way to it, does not exist.
+bool os_error_is_not_found(u32 error);
+// The system's text for an error number, in `out` (`capacity` bytes with the terminator).
+void os_error_text(u32 error, char *out, u32 capacity);
+
+// --- Sort --------------------------------------------------------------------------------------------------
+
+using os_compare_t = int(u32 a, u32 b);
+using os_compare_param_t = int(u32 a, u32 b, void *param);
+
+// Sorts a table of 32-bit values. From 65,537 values on, on several threads, as max_threads and the
+// processors allow. The comparison may run on any of them. Not stable. At most some 2 * count * log2(count)
+// comparisons, whatever the input; a comparison that contradicts itself gives some order of the same values.
+void os_qsort(u32 *values, u32 count, os_compare_t *compare);
+void os_qsort_with_param(u32 *values, u32 count, os_compare_param_t *compare, void *param);
+
+// --- Time --------------------------------------------------------------------------------------------------
+
+// A clock in microseconds that wraps; differences of it are what %f prints.
+u32 os_get_tick_count();
+
+// File times are 100-nanosecond ticks since 1601, UTC; local ones the same of the wall clock. A time that the
+// system cannot convert (VALUE_UNKNOWN, or tens of thousands of years away) is returned as it is. A local
+// time that the clocks show twice means the first; one that they leave out is taken as if they had not been
+// put forward.
+u64 os_get_file_time(); // now
+u64 os_file_time_to_local(u64 file_time);
+u64 os_local_time_to_file_time(u64 local);
+u64 os_get_local_file_time();
+
+// --- Console and process -----------------------------------------------------------------------------------
+
+// True when standard error (2) or standard output (1) is a terminal.
+bool os_is_terminal(int descriptor);
+// Writes to standard output or error in large pieces; false when it is closed. UTF-8 bytes as they are.
+bool os_console_write(int descriptor, const void *bytes, u32 size);
+// The process's arguments in UTF-8, program name first; owned by the layer until os_kill. Their count.
+u32 os_get_arguments(int argc, char **argv, const char *const **arguments);
+// The whole command line as one text, for the log.
+void os_get_command_line(utf8_buf_t *out);
+
+} // namespace findwright
