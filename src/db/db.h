@@ -1,0 +1,109 @@
+// One open index: its sources, its records, its sorted arrays, and the discipline that keeps them whole.
+//
+// There is no lock on the index. At most one worker thread owns it at a time (a rebuild, a search, a sort); all
+// other code runs on the main thread and calls db_wait first, which waits for that worker. A worker tells the
+// main thread of its end only through a posted procedure. While a worker runs it may borrow `parent` words of
+// records as marks, and restores them.
+//
+// Files and folders are separate kinds, with separate arrays throughout. The master arrays, in name order, hold
+// every item: their counts are the item counts. The other arrays hold the same references in other orders, each
+// where the layout's flag says that it exists.
+#pragma once
+
+#include "base/array.h"
+#include "base/types.h"
+#include "db/db_index.h"
+#include "db/db_item.h"
+#include "db/db_layout.h"
+#include "db/db_mem.h"
+#include "os/os.h"
+
+#include <mutex>
+
+namespace findwright {
+
+struct db_query_link_t;
+
+// What the database asks of a query that is open on it; the query engine fills one table.
+struct db_query_hooks_t {
+    void (*wait_ended)(db_query_link_t *query);     // a wait for the worker has ended
+    void (*ready)(db_query_link_t *query);          // the database is idle again
+    void (*status_changed)(db_query_link_t *query);
+    void (*rebuild_started)(db_query_link_t *query); // all results are gone
+    void (*load_complete)(db_query_link_t *query);  // content is in place
+    bool (*is_cancelled)(const db_query_link_t *query);
+};
+
+// The part of a query that its database knows.
+struct db_query_link_t {
+    db_query_link_t *next;
+    db_query_link_t *prev;
+    const db_query_hooks_t *hooks;
+};
+
+enum db_worker_kind_t : u32 { DB_WORKER_SEARCH, DB_WORKER_SORT, DB_WORKER_OTHER };
+
+struct db_t {
+    os_thread_t *thread; // the worker that owns the index, or 0
+    db_query_link_t *worker_query;
+    db_worker_kind_t worker_kind;
+    i32 busy_count; // operations in flight
+
+    db_index_t *index_first, *index_last;
+    u32 index_count;
+
+    char *status_text, *status_detail_text; // heap strings or 0, under status_cs
+    std::mutex *status_cs;
+
+    array_t folder_name_array, file_name_array;
+    array_t folder_path_array, file_path_array;
+    array_t folder_size_array, file_size_array;
+    array_t folder_date_created_array, file_date_created_array;
+    array_t folder_date_modified_array, file_date_modified_array;
+    array_t folder_date_accessed_array, file_date_accessed_array;
+    array_t folder_attributes_array, file_attributes_array;
+    array_t file_extension_array;
+    array_t folder_frn_array;
+
+    db_mem_t mem; // the records
+
+    db_query_link_t *query_first, *query_last;
+    u32 loaded; // content is in place
+    u32 local;  // the content is worth saving
+
+    db_layout_t layout;
+};
+
+db_t *db_create();
+void db_destroy(db_t *db);
+
+// Waits for the worker, under the caller's name for the log. Every public operation that touches content calls it.
+void db_wait(db_t *db, const char *name);
+bool db_is_ready(const db_t *db);
+// Gives the database to a new worker: raises the busy count and starts the thread. The worker posts _db_ready_proc
+// as its last act.
+void db_start_worker(db_t *db, db_query_link_t *query, db_worker_kind_t kind, os_thread_proc_t *proc, void *param);
+// Posted when an operation in flight has ended; param is the db_t.
+void _db_ready_proc(void *param);
+void _db_load_complete_proc(void *param);
+
+// The status text, shown while the database is busy. Any thread. An empty text clears it.
+void db_set_status(db_t *db, const char *format, ...);
+void db_set_status_detail(db_t *db, const char *text);
+// Both texts, in copies.
+void db_get_status(db_t *db, utf8_buf_t *out, utf8_buf_t *detail);
+
+// Frees all records, arrays and indexes. The worker that owns the database, or the main thread after db_wait.
+void db_clear_content(db_t *db);
+// Bytes that the content takes: records, arrays.
+u64 db_memory_size(const db_t *db);
+
+// The pair of arrays that hold an order, for files and folders; 0 where the layout does not have them. The column
+// is told by its fast sort flag; 0 is the name order.
+struct db_array_pair_t {
+    array_t *folders;
+    array_t *files;
+};
+db_array_pair_t db_get_sorted_arrays(db_t *db, u32 fast_flag);
+
+} // namespace findwright
