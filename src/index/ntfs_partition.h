@@ -1,0 +1,20 @@
+// Finds the NTFS volumes of a disk, device or image: the whole of it, or the partitions of an MBR or GPT table.
+#pragma once
+
+#include "os/os_volume.h"
+
+namespace findwright {
+
+inline constexpr u32 NTFS_PARTITION_MAX = 128;
+
+struct ntfs_partition_t {
+    u64 offset; // bytes from the start of the disk
+    u64 size;   // bytes
+};
+
+// Fills `partitions` (room for NTFS_PARTITION_MAX) in the order of the table and returns their number. A volume that
+// begins with an NTFS boot sector is one partition, all of it. 0: none found, and `reason` (0 or 256 bytes) says in
+// words for a user what was found instead.
+u32 ntfs_find_partitions(os_volume_t *disk, ntfs_partition_t *partitions, char *reason);
+
+} // namespace findwright

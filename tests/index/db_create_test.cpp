@@ -1,0 +1,224 @@
+// The rebuild: what it keeps, and that every array stands in the order that the comparisons define.
+#include "db/db_file.h"
+#include "db/db_folder.h"
+#include "support/test_db.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+
+namespace findwright {
+namespace {
+
+using compare_t = int(const db_t *db, const db_item_t *a, const db_item_t *b);
+
+int compare_u64(u64 a, u64 b) { // unknown first
+    return a + 1 < b + 1 ? -1 : a + 1 > b + 1;
+}
+
+template<u64 (*get)(const db_t *, const db_item_t *)>
+int by_value(const db_t *db, const db_item_t *a, const db_item_t *b) {
+    int result = compare_u64(get(db, a), get(db, b));
+    return result ? result : db_item_compare_name(a, b);
+}
+template<u32 (*get)(const db_t *, const db_item_t *)>
+int by_attributes(const db_t *db, const db_item_t *a, const db_item_t *b) {
+    int result = db_attributes_compare(get(db, a), get(db, b));
+    return result ? result : db_item_compare_name(a, b);
+}
+int by_name(const db_t *, const db_item_t *a, const db_item_t *b) { return db_item_compare_name(a, b); }
+int by_file_path(const db_t *, const db_item_t *a, const db_item_t *b) { return db_file_compare_path(a, b); }
+int by_folder_path(const db_t *, const db_item_t *a, const db_item_t *b) { return db_folder_compare_path(a, b); }
+int by_extension(const db_t *, const db_item_t *a, const db_item_t *b) {
+    int result = db_extension_compare(a, b);
+    return result ? result : db_item_compare_name(a, b);
+}
+
+const struct {
+    const char *name;
+    array_t db_t::*array;
+    bool folders;
+    compare_t *compare;
+} orders[] = {
+    {"folder name", &db_t::folder_name_array, true, by_name},
+    {"file name", &db_t::file_name_array, false, by_name},
+    {"folder path", &db_t::folder_path_array, true, by_folder_path},
+    {"file path", &db_t::file_path_array, false, by_file_path},
+    {"folder size", &db_t::folder_size_array, true, by_value<db_folder_get_size>},
+    {"file size", &db_t::file_size_array, false, by_value<db_file_get_size>},
+    {"folder created", &db_t::folder_date_created_array, true, by_value<db_folder_get_date_created>},
+    {"file created", &db_t::file_date_created_array, false, by_value<db_file_get_date_created>},
+    {"folder modified", &db_t::folder_date_modified_array, true, by_value<db_folder_get_date_modified>},
+    {"file modified", &db_t::file_date_modified_array, false, by_value<db_file_get_date_modified>},
+    {"folder accessed", &db_t::folder_date_accessed_array, true, by_value<db_folder_get_date_accessed>},
+    {"file accessed", &db_t::file_date_accessed_array, false, by_value<db_file_get_date_accessed>},
+    {"folder attributes", &db_t::folder_attributes_array, true, by_attributes<db_folder_get_attributes>},
+    {"file attributes", &db_t::file_attributes_array, false, by_attributes<db_file_get_attributes>},
+    {"file extension", &db_t::file_extension_array, false, by_extension},
+    {"folder number", &db_t::folder_frn_array, true, db_folder_compare_frn},
+};
+
+// Every array holds every item once, and each two neighbours in strict order.
+void check_orders(db_t *db) {
+    for (auto order : orders) {
+        const array_t *array = &(db->*order.array);
+        u32 count = order.folders ? db->folder_name_array.count : db->file_name_array.count;
+        ASSERT_EQ(count, array->count) << order.name;
+        u32 page;
+        i32 position;
+        for (u32 i = 1; i < count; i++) {
+            const db_item_t *before = db_item(array_get(array, i - 1, &page, &position));
+            const db_item_t *item = db_item(array_get(array, i, &page, &position));
+            ASSERT_LT(order.compare(db, before, item), 0) << order.name << " " << i;
+        }
+    }
+}
+
+// Names that tie at one level or another, begin one another, or hold what folds to nothing special.
+std::u16string nasty_name(std::mt19937 &random) {
+    static const std::u16string parts[] = {u"a", u"A", u"\u00E1", u" ", u"b", u"B", u"[", u"~", u".", u"abcdefgh", u"ABCDEFGH",
+                                           u"\u0416", u"\u4E2D", u"\xD83D\xDE00", u"\xD800", u"\x01", u"\x7F", u"\\", u"\u00DF",
+                                           u"longer than one piece of a key", u"."};
+    std::u16string name;
+    for (u32 i = 0, n = 1 + random() % 4; i < n; i++)
+        name += parts[random() % std::size(parts)];
+    if (random() % 50 == 0)
+        name += std::u16string(255 - name.size(), u'\u4E2D'); // 765 bytes
+    return name.substr(0, 255);
+}
+
+test_volume_t nasty_volume(u32 seed, u32 folders, u32 files) {
+    std::mt19937 random(seed);
+    test_volume_t volume;
+    std::vector<u64> numbers = {NTFS_FRN_ROOT};
+    for (u32 i = 0; i < folders + files; i++) {
+        u64 parent = numbers[random() % 3 == 0 ? numbers.size() - 1 : random() % numbers.size()];
+        u64 frn = (100 + i) | static_cast<u64>(1 + random() % 3) << 48;
+        u64 values[] = {0, 1, 5, 1000, VALUE_UNKNOWN, u64(1) << 40, random()};
+        volume.records.push_back({frn, parent, nasty_name(random), i < folders, values[random() % std::size(values)],
+                                  values[random() % std::size(values)], static_cast<u32>(random() & 0x7FE7)});
+        if (i < folders)
+            numbers.push_back(frn);
+    }
+    std::shuffle(volume.records.begin(), volume.records.end(), random);
+    return volume;
+}
+
+TEST(DbCreate, EveryOrderIsThatOfItsComparison) {
+    for (u32 seed = 1; seed <= 20; seed++) {
+        SCOPED_TRACE(seed);
+        db_t *db = test_db_create({nasty_volume(seed, 60, 300)}, TEST_FLAGS_ALL);
+        EXPECT_EQ(61u, db->folder_name_array.count);
+        EXPECT_EQ(300u, db->file_name_array.count);
+        check_orders(db);
+        db_destroy(db);
+    }
+}
+
+TEST(DbCreate, OrdersOfManyItemsOnSeveralThreads) {
+    db_t *db = test_db_create({nasty_volume(77, 3000, 150000)}, TEST_FLAGS_ALL);
+    check_orders(db);
+    db_destroy(db);
+}
+
+TEST(DbCreate, TwoVolumesOfOneNameKeepTheirItemsApart) {
+    test_volume_t volume = test_volume_from_paths({"a\\x", "a\\y", "b", "a b\\c"});
+    db_t *db = test_db_create({volume, volume}, TEST_FLAGS_ALL);
+    check_orders(db);
+    std::vector<std::string> paths = test_array_paths(&db->file_path_array);
+    EXPECT_EQ((std::vector<std::string>{"C:\\b", "C:\\b", "C:\\a\\x", "C:\\a\\x", "C:\\a\\y", "C:\\a\\y", "C:\\a b\\c",
+                                        "C:\\a b\\c"}),
+              paths);
+    db_index_t *second = db_index_get(db, 1);
+    u64 frn = volume.records[0].frn;
+    db_folder_t *folder = db_folder_find_by_frn(db, second, frn);
+    ASSERT_TRUE(folder);
+    EXPECT_EQ(second, db_get_index(folder));
+    EXPECT_FALSE(db_folder_find_by_frn(db, second, frn | u64(1) << 48));
+    db_destroy(db);
+}
+
+TEST(DbCreate, WhatHasNoWayToARootIsDropped) {
+    test_volume_t volume = test_volume_from_paths({"kept\\file"});
+    auto add = [&](u64 frn, u64 parent, const char16_t *name, bool is_folder) {
+        volume.records.push_back({frn, parent, name, is_folder});
+    };
+    u64 kept = volume.records[0].frn;
+    add(500, 501, u"circle 1", true);
+    add(501, 502, u"circle 2", true);
+    add(502, 500, u"circle 3", true);
+    add(503, 503, u"own parent", true);
+    add(504, 999, u"no parent", true);
+    add(505, 504, u"below no parent", true);
+    add(506, kept | u64(7) << 48, u"other sequence number", true);
+    add(507, 0, u"parent zero", true);
+    for (u64 parent = 500; parent <= 507; parent++)
+        add(600 + parent, parent, u"file", false);
+    add(700, 0, u"file of parent zero", false);
+    db_rebuild_stats_t stats;
+    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL, false, &stats);
+    EXPECT_EQ((std::vector<std::string>{"C:", "C:\\kept"}), test_array_paths(&db->folder_name_array));
+    EXPECT_EQ((std::vector<std::string>{"C:\\kept\\file"}), test_array_paths(&db->file_name_array));
+    EXPECT_EQ(7u + 8u, stats.orphan_count);
+    db_destroy(db);
+}
+
+TEST(DbCreate, WithoutARootThereIsNothing) {
+    test_volume_t volume = test_volume_from_paths({"a\\b", "c"});
+    volume.has_root = false;
+    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL);
+    EXPECT_EQ(0u, db->folder_name_array.count + db->file_name_array.count);
+    check_orders(db);
+    db_destroy(db);
+}
+
+TEST(DbCreate, HiddenFoldersTakeWhatIsBelowAlong) {
+    test_volume_t volume = test_volume_from_paths({"shown\\a", "hidden\\b", "c"});
+    for (test_record_t &record : volume.records) {
+        if (record.name == u"hidden" || record.name == u"c")
+            record.attributes |= 2;
+    }
+    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL, true);
+    EXPECT_EQ((std::vector<std::string>{"C:\\shown\\a"}), test_array_paths(&db->file_name_array));
+    db_destroy(db);
+}
+
+TEST(DbCreate, FolderSizesAreTheSumsBelow) {
+    test_volume_t volume = test_volume_from_paths({"a\\b\\x", "a\\y", "z", "e\\"});
+    for (test_record_t &record : volume.records)
+        record.size = record.name == u"x" ? 10 : record.name == u"y" ? 100 : record.name == u"z" ? VALUE_UNKNOWN : 5000;
+    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL);
+    std::vector<u64> sizes;
+    u32 page;
+    i32 position;
+    for (u32 i = 0; i < db->folder_path_array.count; i++)
+        sizes.push_back(db_folder_get_size(db, db_item(array_get(&db->folder_path_array, i, &page, &position))));
+    EXPECT_EQ((std::vector<u64>{110, 110, 10, 0}), sizes); // C:, a, a\b, e
+    db_destroy(db);
+}
+
+TEST(DbCreate, ABackslashInANameIsNoSeparator) {
+    test_volume_t volume;
+    volume.records.push_back({40, NTFS_FRN_ROOT, u"a\\b", false});
+    db_t *db = test_db_create({volume}, 0);
+    EXPECT_EQ((std::vector<std::string>{"C:\\a\xEF\x81\x9C" "b"}), test_array_paths(&db->file_name_array));
+    db_destroy(db);
+}
+
+TEST(DbCreate, AChainOfTenThousandFolders) {
+    test_volume_t volume;
+    u64 parent = NTFS_FRN_ROOT;
+    for (u64 i = 0; i < 10000; i++) {
+        volume.records.push_back({100 + i, parent, u"d", true});
+        parent = 100 + i;
+    }
+    volume.records.push_back({99, parent, u"file", false});
+    db_t *db = test_db_create({volume}, DB_FLAG_FAST_PATH);
+    EXPECT_EQ(10001u, db->folder_path_array.count);
+    EXPECT_EQ(2u + 20000 + 5, test_array_paths(&db->file_name_array)[0].size());
+    db_destroy(db);
+}
+
+} // namespace
+} // namespace findwright
