@@ -1,0 +1,143 @@
+#include "query/db_search.h"
+
+#include "base/mem.h"
+#include "os/debug.h"
+#include "os/os_parallel.h"
+#include "query/db_regex.h"
+
+namespace findwright {
+
+static constexpr u32 PAGE_SHIFT = 12;        // bytes of a page, as a power of two
+static constexpr u32 THREAD_BYTES = 65536;   // a thread is worth its start for 16 pages or more
+
+// A pass: one array, one list of terms.
+struct _db_pass_t {
+    db_query_t *query;
+    const array_t *scan_array;
+    const db_exec_term_t *first_term;
+    db_scan_t *scans; // one per worker
+};
+
+// --- One worker --------------------------------------------------------------------------------------------
+
+// Runs the chain of terms on one item, from one of them on.
+static bool _db_run_chain(db_scan_t *scan, const db_exec_term_t *term, const db_item_t *item) {
+    for (;;) {
+        bool match = term->test(scan, term, item);
+        const db_exec_term_t *next = match ? term->next : term->notnext;
+        if (!next)
+            return match;
+        term = next;
+    }
+}
+
+// A page of a search with several terms. Where the first term must match, its own scan picks those that the rest is
+// run on.
+static u32 _db_scan_chain(db_scan_t *scan, const u32 *values, u32 count, u32 *out) {
+    const db_exec_term_t *first = scan->first_term;
+    const db_exec_term_t *term = first;
+    if (!first->notnext) {
+        count = first->scan(scan, first, values, count, out);
+        if (!first->next)
+            return count;
+        values = out;
+        term = first->next;
+    }
+    u32 found = 0;
+    for (u32 i = 0; i < count; i++) {
+        if (scan->query->cancel_search.load(std::memory_order_relaxed))
+            break;
+        u32 value = values[i];
+        if (_db_run_chain(scan, term, db_item(value)))
+            out[found++] = value;
+    }
+    return found;
+}
+
+static void _db_scan_pages(db_scan_t *scan) {
+    u32 *cursor = nullptr, *end = nullptr;
+    u32 found[ARRAY_PAGE_VALUES];
+    bool chain = scan->first_term->link != nullptr;
+    for (u32 page = scan->first_page; page < scan->end_page; page++) {
+        if (scan->query->cancel_search.load(std::memory_order_relaxed))
+            break;
+        const array_page_t *source = scan->scan_array->pages[page];
+        const u32 *values = array_page_values(source);
+        u32 count = chain ? _db_scan_chain(scan, values, source->item_count, found)
+                          : scan->first_term->scan(scan, scan->first_term, values, source->item_count, found);
+        for (u32 copied = 0; copied != count;) {
+            if (cursor == end)
+                cursor = array_builder_new_page(&scan->results, &end);
+            u32 room = static_cast<u32>(end - cursor);
+            u32 size = count - copied < room ? count - copied : room;
+            std::memcpy(cursor, found + copied, size * sizeof *cursor);
+            cursor += size;
+            copied += size;
+        }
+    }
+    array_builder_finish(&scan->results, cursor, end);
+}
+
+static bool _db_has_regex(const db_exec_term_t *term) {
+    for (; term; term = term->link) {
+        if (term->regex)
+            return true;
+    }
+    return false;
+}
+
+static void _db_scan_proc(void *param, u32 part, u32 parts) {
+    _db_pass_t *pass = static_cast<_db_pass_t *>(param);
+    db_scan_t *scan = &pass->scans[part];
+    u64 pages = pass->scan_array->page_count;
+    scan->query = pass->query;
+    scan->scan_array = pass->scan_array;
+    scan->first_term = pass->first_term;
+    scan->first_page = static_cast<u32>(pages * part / parts);
+    scan->end_page = static_cast<u32>(pages * (part + 1) / parts);
+    array_init(&scan->results);
+    utf8_buf_init(&scan->path);
+    scan->regex_match = _db_has_regex(pass->first_term) ? db_regex_match_create() : nullptr;
+    _db_scan_pages(scan);
+    utf8_buf_kill(&scan->path);
+    if (scan->regex_match)
+        db_regex_match_free(scan->regex_match);
+}
+
+// --- A pass ------------------------------------------------------------------------------------------------
+
+static void _db_search_pass(db_query_t *query, const array_t *scan_array, const db_exec_term_t *first_term,
+                            array_t *results) {
+    array_clear(results);
+    if (!first_term || scan_array->count == 0)
+        return;
+    if (!first_term->link && first_term->op == DB_OP_TRUE) {
+        array_copy(results, scan_array); // everything, with no scan at all
+        return;
+    }
+    u32 threads = os_get_thread_count(static_cast<u64>(scan_array->page_count) << PAGE_SHIFT, THREAD_BYTES);
+    _db_pass_t pass = {query, scan_array, first_term,
+                       static_cast<db_scan_t *>(mem_alloc(threads * sizeof(db_scan_t)))};
+    os_parallel(threads, _db_scan_proc, &pass);
+    for (u32 i = 0; i < threads; i++) {
+        array_take_pages(results, &pass.scans[i].results);
+        array_kill(&pass.scans[i].results);
+    }
+    mem_free(pass.scans);
+}
+
+void db_search_folders(db_query_t *query, const array_t *scan_array) {
+    u32 start = os_get_tick_count();
+    _db_search_pass(query, scan_array, query->folder_terms, &query->folder_results);
+    debug_printf("found %d folders, size %d, db search time taken: %f seconds\n", query->folder_results.count,
+                 static_cast<u32>(array_memory_size(&query->folder_results)), os_get_tick_count() - start);
+}
+
+void db_search_files(db_query_t *query, const array_t *scan_array) {
+    u32 start = os_get_tick_count();
+    _db_search_pass(query, scan_array, query->file_terms, &query->file_results);
+    debug_printf("found %d files, size %d, db search time taken: %f seconds\n", query->file_results.count,
+                 static_cast<u32>(array_memory_size(&query->file_results)), os_get_tick_count() - start);
+}
+
+} // namespace findwright

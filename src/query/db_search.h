@@ -1,0 +1,41 @@
+// The scan: runs a query's executable terms over an array of the database, page by page, on one thread or several.
+//
+// Threads: each worker owns its db_scan_t (path buffer, regular expression state, result array); the terms, the
+// records and the scan array are read only. Nothing in a scan locks or logs, and nothing allocates but a new result
+// page and a longer path.
+#pragma once
+
+#include "base/utf8_buf.h"
+#include "base/utf8_match.h"
+#include "query/db_query.h"
+
+namespace findwright {
+
+// The bytes that the vector scan looks for, of a folded text.
+db_needle_t db_make_needle(utf8_mode_t mode, const char *text, u32 length);
+
+// What one thread of a pass works with.
+struct db_scan_t {
+    db_query_t *query;
+    const array_t *scan_array;
+    const db_exec_term_t *first_term;
+    u32 first_page, end_page;
+    array_t results; // of this worker's pages
+    utf8_buf_t path;
+    void *regex_match; // made when the pass has a regular expression
+};
+
+// The scans of a plain substring over the names of one page, by mode and instruction set: the reason why a search
+// takes milliseconds. A scan's `term->needle` is set. Results as of db_page_scan_t, not negated.
+// `whole_word` asks for word borders at the hit.
+struct db_find_scans_t {
+    db_page_scan_t *scans[5][2]; // by utf8_mode_t, whole word
+};
+extern const db_find_scans_t db_find_scans_sse2;
+extern const db_find_scans_t db_find_scans_avx2;
+// Those of this processor, chosen once.
+const db_find_scans_t *db_find_scans_get();
+// Tests only: takes one of the tables in place of the processor's own; 0 goes back.
+void db_find_scans_set(const db_find_scans_t *scans);
+
+} // namespace findwright

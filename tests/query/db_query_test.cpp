@@ -1,0 +1,205 @@
+// The life of a query: deferred searches, notifications, orders, cancelling, ending.
+#include "query/db_query.h"
+
+#include "os/event.h"
+#include "support/test_db.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace findwright {
+namespace {
+
+struct owner_t {
+    std::vector<u32> codes;
+    static void callback(void *user_data, u32 code) { static_cast<owner_t *>(user_data)->codes.push_back(code); }
+    u32 count(u32 code) const { return static_cast<u32>(std::count(codes.begin(), codes.end(), code)); }
+};
+
+db_query_params_t make_params(const char *text, u32 sort = 0) {
+    db_query_params_t params = {};
+    params.search = text;
+    params.filter_search = "";
+    params.sort = sort;
+    return params;
+}
+
+void run(db_query_t *query, const char *text, u32 sort = 0) {
+    db_query_params_t params = make_params(text, sort);
+    db_query_search(query, &params);
+}
+
+void wait_idle(db_t *db) {
+    while (!db_is_ready(db))
+        event_wait_and_dispatch(OS_INFINITE);
+    event_dispatch();
+}
+
+std::vector<std::string> many_paths() {
+    std::vector<std::string> paths;
+    for (u32 i = 0; i < 40000; i++)
+        paths.push_back("dir" + std::to_string(i % 97) + "\\file" + std::to_string(i * 31 % 40000) + (i % 3 ? ".txt" : ".c"));
+    return paths;
+}
+
+TEST(DbQuery, TheLastSearchBeforeTheLoadRunsAfterIt) {
+    std::vector<test_volume_t> volumes = {test_volume_from_paths({"abc", "abd", "xyz"})};
+    db_t *db = test_db_start(volumes, 0);
+    owner_t owner;
+    db_query_t *query = db_query_create(db, false, owner_t::callback, &owner);
+    run(query, "abc");
+    EXPECT_EQ(0u, db_get_result_count(query));
+    EXPECT_FALSE(db_get_result_item(query, 0));
+    EXPECT_TRUE(db_is_folder_result(query, 0));
+    EXPECT_FALSE(db_cancel_query(query));
+    run(query, "ab");
+    test_db_wait(db);
+    wait_idle(db);
+    EXPECT_EQ((std::vector<std::string>{"C:\\abc", "C:\\abd"}), test_result_paths(query));
+    EXPECT_GE(owner.count(DB_QUERY_RESULTS_CHANGED), 1u);
+    db_destroy_query(query);
+    db_destroy(db);
+}
+
+TEST(DbQuery, OneNotificationWhenResultsAreThere) {
+    db_t *db = test_db_create({test_volume_from_paths({"a", "b"})}, 0);
+    owner_t owner;
+    db_query_t *query = db_query_create(db, false, owner_t::callback, &owner);
+    run(query, "a");
+    EXPECT_EQ(0u, owner.count(DB_QUERY_RESULTS_CHANGED)); // never from inside a call
+    wait_idle(db);
+    EXPECT_EQ(1u, owner.count(DB_QUERY_RESULTS_CHANGED));
+    EXPECT_EQ(1u, owner.count(DB_QUERY_READY));
+    for (u32 i = 0; i < 20; i++) // a burst of keystrokes
+        run(query, i % 2 ? "a" : "b");
+    wait_idle(db);
+    EXPECT_EQ(2u, owner.count(DB_QUERY_RESULTS_CHANGED));
+    EXPECT_EQ((std::vector<std::string>{"C:\\a"}), test_result_paths(query));
+    db_destroy_query(query);
+    db_destroy(db);
+}
+
+TEST(DbQuery, BadIndexesAndEmptySearches) {
+    db_t *db = test_db_create({test_volume_from_paths({"dir\\a", "b"})}, 0);
+    db_query_t *query = db_query_create(db, false, nullptr, nullptr);
+    run(query, "");
+    EXPECT_EQ(4u, db_get_result_count(query));
+    EXPECT_EQ(2u, db_get_folder_result_count(query));
+    EXPECT_EQ(2u, db_get_file_result_count(query));
+    utf8_buf_t text;
+    utf8_buf_init(&text);
+    for (i32 bad : {-1, 4, 100, INT32_MIN, INT32_MAX}) {
+        db_get_result_full_path_name(query, bad, &text);
+        EXPECT_EQ(0, text.length);
+        EXPECT_TRUE(db_is_folder_result(query, bad));
+        EXPECT_FALSE(db_is_root_result(query, bad));
+    }
+    EXPECT_TRUE(db_is_root_result(query, 0));
+    EXPECT_FALSE(db_is_root_result(query, 1));
+    db_get_result_path(query, 2, &text);
+    EXPECT_STREQ("C:\\dir", text.data);
+    db_get_result_name(query, 2, &text);
+    EXPECT_STREQ("a", text.data);
+    utf8_buf_kill(&text);
+
+    db_query_params_t params = make_params("");
+    params.hide_empty_search_results = true;
+    params.filter_search = "a";
+    db_query_search(query, &params);
+    EXPECT_EQ(0u, db_get_result_count(query));
+    db_destroy_query(query);
+    db_destroy(db);
+}
+
+TEST(DbQuery, EveryOrderAndItsOpposite) {
+    const array_t db_t::*const files[] = {
+        &db_t::file_name_array, &db_t::file_path_array, &db_t::file_size_array, &db_t::file_extension_array,
+        &db_t::file_date_created_array, &db_t::file_date_modified_array, &db_t::file_attributes_array,
+        &db_t::file_date_accessed_array,
+    };
+    const u32 codes[] = {DB_SORT_NAME_ASCENDING, DB_SORT_PATH_ASCENDING, DB_SORT_SIZE_ASCENDING, DB_SORT_EXTENSION_ASCENDING,
+                         DB_SORT_DATE_CREATED_ASCENDING, DB_SORT_DATE_MODIFIED_ASCENDING, DB_SORT_ATTRIBUTES_ASCENDING,
+                         DB_SORT_DATE_ACCESSED_ASCENDING};
+    db_t *db = test_db_create({test_volume_from_paths(many_paths())}, TEST_FLAGS_ALL);
+    db_query_t *query = db_query_create(db, false, nullptr, nullptr);
+    for (const char *text : {"file", "9", "zzz", "*"}) {
+        run(query, text);
+        std::vector<std::string> by_name = test_result_paths(query);
+        std::sort(by_name.begin(), by_name.end());
+        for (size_t i = 0; i < std::size(codes); i++) {
+            // What the whole array holds of the results, in its order.
+            std::vector<std::string> expected;
+            for (const std::string &path : test_array_paths(&(db->*files[i]))) {
+                if (std::binary_search(by_name.begin(), by_name.end(), path))
+                    expected.push_back(path);
+            }
+            run(query, text, codes[i]); // scanned in that order
+            std::vector<std::string> found = test_result_paths(query);
+            ASSERT_EQ(by_name.size(), found.size());
+            found.erase(found.begin(), found.begin() + db_get_folder_result_count(query));
+            EXPECT_EQ(expected, found) << text << " " << codes[i];
+
+            std::vector<std::string> whole = test_result_paths(query);
+            std::reverse(whole.begin(), whole.end());
+            db_sort(query, codes[i] | DB_SORT_DESCENDING); // reversed in place
+            EXPECT_EQ(whole, test_result_paths(query)) << text << " " << codes[i];
+            db_sort(query, DB_SORT_NAME_ASCENDING);
+            db_sort(query, codes[i] | DB_SORT_DESCENDING); // by the walk, from the other end
+            EXPECT_EQ(whole, test_result_paths(query)) << text << " " << codes[i];
+            run(query, text, codes[i] | DB_SORT_DESCENDING); // scanned, then reversed
+            EXPECT_EQ(whole, test_result_paths(query)) << text << " " << codes[i];
+        }
+    }
+    // The walk borrowed words of the records and gave them back.
+    EXPECT_EQ(40000u + 98, test_array_paths(&db->folder_name_array).size() + test_array_paths(&db->file_name_array).size());
+    db_destroy_query(query);
+    db_destroy(db);
+}
+
+TEST(DbQuery, AnOrderThatTheDatabaseLacksLeavesTheNames) {
+    db_t *db = test_db_create({test_volume_from_paths({"b", "a"})}, 0);
+    db_query_t *query = db_query_create(db, false, nullptr, nullptr);
+    run(query, "", DB_SORT_SIZE_ASCENDING);
+    EXPECT_EQ((std::vector<std::string>{"C:", "C:\\a", "C:\\b"}), test_result_paths(query));
+    EXPECT_EQ(DB_SORT_SIZE_ASCENDING, db_get_sort(query));
+    db_destroy_query(query);
+    db_destroy(db);
+}
+
+TEST(DbQuery, QueriesComeAndGoInAnyState) {
+    db_t *db = test_db_create({test_volume_from_paths(many_paths())}, TEST_FLAGS_ALL);
+    owner_t owners[3];
+    db_query_t *queries[3];
+    for (u32 i = 0; i < 3; i++)
+        queries[i] = db_query_create(db, false, owner_t::callback, &owners[i]);
+    for (u32 round = 0; round < 60; round++) {
+        db_query_t *&query = queries[round % 3];
+        switch (round % 7) {
+        case 0: run(query, "path:1", DB_SORT_PATH_ASCENDING); break;
+        case 1: run(query, "file 2", DB_SORT_SIZE_ASCENDING | DB_SORT_DESCENDING); break;
+        case 2: db_sort(query, DB_SORT_DATE_MODIFIED_ASCENDING); break;
+        case 3: db_cancel_query(query); break;
+        case 4: event_dispatch(); break;
+        case 5:
+            run(query, "regex:[0-9]+\\.c$");
+            db_destroy_query(query);
+            query = db_query_create(db, false, owner_t::callback, &owners[round % 3]);
+            break;
+        default: run(query, "*"); break;
+        }
+    }
+    wait_idle(db);
+    for (u32 i = 0; i < 3; i++) {
+        run(queries[i], "file1");
+        u32 count = db_get_result_count(queries[i]);
+        wait_idle(db);
+        EXPECT_EQ(count, db_get_result_count(queries[i]));
+        EXPECT_EQ(11111u, count); // 1, 1x, 1xx, 1xxx, 1xxxx
+        db_destroy_query(queries[i]);
+    }
+    db_destroy(db);
+}
+
+} // namespace
+} // namespace findwright
