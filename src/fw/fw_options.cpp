@@ -1,0 +1,126 @@
+// The one file that is compiled with exceptions: the options' library throws, and nothing leaves from here.
+#include "fw/fw_options.h"
+
+#include "base/version.h"
+#include "query/db_query.h"
+
+#include <CLI/CLI.hpp>
+
+namespace findwright {
+
+const char *const fw_column_names[FW_COLUMN_COUNT] = {"name", "path", "full", "size", "dm", "dc", "da", "attributes"};
+
+static constexpr struct {
+    const char *name;
+    u32 code;
+} sort_names[] = {
+    {"name", DB_SORT_NAME_ASCENDING},
+    {"path", DB_SORT_PATH_ASCENDING},
+    {"size", DB_SORT_SIZE_ASCENDING},
+    {"extension", DB_SORT_EXTENSION_ASCENDING},
+    {"date-created", DB_SORT_DATE_CREATED_ASCENDING},
+    {"date-modified", DB_SORT_DATE_MODIFIED_ASCENDING},
+    {"date-accessed", DB_SORT_DATE_ACCESSED_ASCENDING},
+    {"attributes", DB_SORT_ATTRIBUTES_ASCENDING},
+};
+
+static bool _fw_cut_suffix(std::string *text, const std::string &suffix) {
+    if (text->size() <= suffix.size() || text->compare(text->size() - suffix.size(), suffix.size(), suffix) != 0)
+        return false;
+    text->resize(text->size() - suffix.size());
+    return true;
+}
+
+static u32 _fw_parse_sort(std::string text) {
+    u32 direction = _fw_cut_suffix(&text, "-descending") ? DB_SORT_DESCENDING : 0u;
+    if (direction == 0)
+        _fw_cut_suffix(&text, "-ascending");
+    std::string known;
+    for (auto sort : sort_names) {
+        if (text == sort.name)
+            return sort.code | direction;
+        known += std::string(known.empty() ? "" : ", ") + sort.name;
+    }
+    throw CLI::ValidationError("--sort", "there is no order '" + text + "'; the orders are " + known +
+                                             ", each with -ascending or -descending");
+}
+
+static std::vector<fw_column_t> _fw_parse_columns(const std::string &text) {
+    std::vector<fw_column_t> columns;
+    for (size_t start = 0; start <= text.size();) {
+        size_t end = std::min(text.find(',', start), text.size());
+        std::string name = text.substr(start, end - start);
+        u32 column = 0;
+        while (column < FW_COLUMN_COUNT && name != fw_column_names[column])
+            column++;
+        if (column == FW_COLUMN_COUNT)
+            throw CLI::ValidationError("--columns", "there is no column '" + name +
+                                                        "'; the columns are name, path, full, size, dm, dc, da and attributes");
+        columns.push_back(static_cast<fw_column_t>(column));
+        start = end + 1;
+    }
+    return columns;
+}
+
+fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments, std::string *message) {
+    CLI::App app("Finds files and folders by name, in milliseconds, on raw NTFS volumes.", "fw --ntfs FILE[=NAME]");
+    app.allow_windows_style_options(false);
+    app.set_version_flag("--version", std::string("fw ") + FINDWRIGHT_VERSION);
+    app.footer("An empty search text lists everything. Exit status: 0 with results, 1 without, 2 on an error.\n"
+               "Example: fw --ntfs disk.img --sort size-descending -n 20 --columns full,size .iso");
+
+    std::vector<std::string> words;
+    std::string sort = "name", columns = "full";
+    bool null = false, json = false, csv = false;
+    app.add_option("text", words, "the search text: words are joined by blanks");
+    app.add_option("--ntfs", options->ntfs, "a raw NTFS volume, device or disk image; NAME is the root's name (default C:, D:, ...)")
+        ->type_name("FILE[=NAME]")
+        ->allow_extra_args(false)
+        ->group("Sources");
+    app.add_flag("--case", options->match_case, "match case")->group("Matching");
+    app.add_flag("--whole-word", options->match_whole_word, "match whole words")->group("Matching");
+    app.add_flag("--path", options->match_path, "match the full path, not the name")->group("Matching");
+    app.add_flag("--diacritics", options->match_diacritics, "match diacritics")->group("Matching");
+    app.add_flag("--regex", options->match_regex, "the text is a regular expression")->group("Matching");
+    auto *files = app.add_flag("--files", options->files_only, "only files")->group("Matching");
+    app.add_flag("--folders", options->folders_only, "only folders")->group("Matching")->excludes(files);
+    app.add_option("--sort", sort, "name, path, size, extension, date-created, date-modified, date-accessed, attributes")
+        ->type_name("NAME[-ascending|-descending]")
+        ->group("Results");
+    app.add_option("--offset", options->offset, "skip the first N results")->type_name("N")->group("Results");
+    app.add_option("-n,--max", options->max, "print at most N results")->type_name("N")->group("Results");
+    app.add_flag("--count", options->count, "print only the number of results")->group("Results");
+    app.add_option("--columns", columns, "of name,path,full,size,dm,dc,da,attributes (default full)")
+        ->type_name("LIST")
+        ->group("Results");
+    auto *null_flag = app.add_flag("-0,--null", null, "end each name with a NUL")->group("Output");
+    auto *json_flag = app.add_flag("--json", json, "one JSON array of objects")->group("Output")->excludes(null_flag);
+    app.add_flag("--csv", csv, "CSV with a header")->group("Output")->excludes(null_flag)->excludes(json_flag);
+    app.add_option("--color", options->color, "auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->type_name("WHEN")
+        ->group("Output");
+    app.add_option("--threads", options->threads, "use at most N threads")->type_name("N")->group("Other");
+    app.add_flag("--stats", options->stats, "print counts and times to standard error")->group("Other");
+    try {
+        std::vector<std::string> list(arguments + (count != 0 ? 1 : 0), arguments + count);
+        std::reverse(list.begin(), list.end());
+        app.parse(list);
+        options->sort = _fw_parse_sort(sort);
+        options->columns = _fw_parse_columns(columns);
+    } catch (const CLI::Success &success) { // --help, --version
+        std::ostringstream out, error;
+        app.exit(success, out, error);
+        *message = out.str();
+        return FW_PARSE_DONE;
+    } catch (const std::exception &error) {
+        *message = std::string("fw: ") + error.what() + "\nfw --help lists the options.\n";
+        return FW_PARSE_ERROR;
+    }
+    for (size_t i = 0; i < words.size(); i++)
+        options->search += (i != 0 ? " " : "") + words[i];
+    options->format = null ? FW_FORMAT_NULL : json ? FW_FORMAT_JSON : csv ? FW_FORMAT_CSV : FW_FORMAT_TEXT;
+    return FW_PARSE_RUN;
+}
+
+} // namespace findwright

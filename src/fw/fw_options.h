@@ -1,0 +1,49 @@
+// The console client's options.
+#pragma once
+
+#include "base/types.h"
+
+#include <string>
+#include <vector>
+
+namespace findwright {
+
+enum fw_column_t : u32 {
+    FW_COLUMN_NAME,
+    FW_COLUMN_PATH,
+    FW_COLUMN_FULL,
+    FW_COLUMN_SIZE,
+    FW_COLUMN_DATE_MODIFIED,
+    FW_COLUMN_DATE_CREATED,
+    FW_COLUMN_DATE_ACCESSED,
+    FW_COLUMN_ATTRIBUTES,
+    FW_COLUMN_COUNT,
+};
+extern const char *const fw_column_names[FW_COLUMN_COUNT]; // as options, keys and headers have them
+
+enum fw_format_t : u32 { FW_FORMAT_TEXT, FW_FORMAT_NULL, FW_FORMAT_JSON, FW_FORMAT_CSV };
+
+struct fw_options_t {
+    std::vector<std::string> ntfs; // FILE or FILE=NAME
+    std::string search;
+    bool match_case = false, match_whole_word = false, match_path = false, match_diacritics = false,
+         match_regex = false;
+    bool files_only = false, folders_only = false;
+    u32 sort = 0; // db_sort_t
+    u64 offset = 0;
+    u64 max = ~static_cast<u64>(0);
+    bool count = false;
+    std::vector<fw_column_t> columns;
+    fw_format_t format = FW_FORMAT_TEXT;
+    std::string color = "auto";
+    u32 threads = 0;
+    bool stats = false;
+};
+
+enum fw_parse_t { FW_PARSE_RUN, FW_PARSE_DONE, FW_PARSE_ERROR };
+
+// Reads the arguments (UTF-8, program name first). FW_PARSE_DONE: `message` is to be printed to standard output, as for
+// --help; FW_PARSE_ERROR: to standard error.
+fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments, std::string *message);
+
+} // namespace findwright

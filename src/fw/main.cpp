@@ -1,0 +1,11 @@
+#include "fw/fw.h"
+#include "os/os.h"
+
+int main(int argc, char **argv) {
+    findwright::os_init();
+    const char *const *arguments;
+    findwright::u32 count = findwright::os_get_arguments(argc, argv, &arguments);
+    int status = findwright::fw_run(count, arguments);
+    findwright::os_kill();
+    return status;
+}
