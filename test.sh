@@ -7,7 +7,7 @@
 #
 # All trees are built first and then tested by one run of ctest, whose summary is the end of the output.
 set -uo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")"
+cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
 
 quick=0
 case "${1:-}" in

@@ -39,7 +39,7 @@ inline constexpr mem_ref_t MEM_REF_FIRST = 4096 >> MEM_REF_SHIFT;
 // Every page and every block of 4,096 bytes or more starts at a multiple of this; smaller ones at one of 16.
 inline constexpr u32 MEM_ARENA_PAGE = 4096;
 // At least this many bytes behind the last block can be read: a vector load may run past a record's end.
-inline constexpr u32 MEM_ARENA_SLACK = 64;
+inline constexpr u32 MEM_ARENA_SLACK = 512;
 
 extern char *mem_arena_base;
 

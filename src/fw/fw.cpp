@@ -12,8 +12,14 @@
 
 namespace findwright {
 
-static void _fw_print(int descriptor, const std::string &text) {
-    os_console_write(descriptor, text.data(), static_cast<u32>(text.size()));
+static bool _fw_write_console(void *, int descriptor, const void *bytes, u32 size) {
+    return os_console_write(descriptor, bytes, size);
+}
+
+fw_io_t fw_io_console() { return {nullptr, _fw_write_console, os_is_terminal(1), os_is_terminal(2)}; }
+
+static void _fw_print(const fw_io_t *io, int descriptor, const std::string &text) {
+    io->write(io->user_data, descriptor, text.data(), static_cast<u32>(text.size()));
 }
 
 // --- Sources -----------------------------------------------------------------------------------------------
@@ -103,10 +109,10 @@ static u32 _fw_index_flags(const fw_options_t *options) {
 }
 
 struct _fw_client_t {
+    const fw_io_t *io;
     db_t *db;
     db_query_t *query;
     bool results_ready;
-    bool show_progress;
     bool progress_shown;
 };
 
@@ -117,7 +123,7 @@ static void _fw_show_progress(_fw_client_t *client) {
     db_get_status(client->db, &status, &detail);
     if (status.length != 0 || client->progress_shown) {
         std::string line = std::string("\r") + status.data + " " + detail.data + "\x1b[K";
-        _fw_print(2, status.length != 0 ? line : "\r\x1b[K");
+        _fw_print(client->io, 2, status.length != 0 ? line : "\r\x1b[K");
         client->progress_shown = status.length != 0;
     }
     utf8_buf_kill(&status);
@@ -128,7 +134,7 @@ static void _fw_callback(void *user_data, u32 code) {
     _fw_client_t *client = static_cast<_fw_client_t *>(user_data);
     if (code == DB_QUERY_RESULTS_CHANGED && client->db->loaded)
         client->results_ready = true;
-    if (code == DB_QUERY_STATUS_CHANGED && client->show_progress)
+    if (code == DB_QUERY_STATUS_CHANGED && client->io->error_is_terminal)
         _fw_show_progress(client);
 }
 
@@ -146,19 +152,19 @@ static void _fw_print_stats(const _fw_client_t *client, const db_rebuild_stats_t
                     "read %f seconds\nsort %f seconds\nsearch %f seconds\n",
                     items, client->db->folder_name_array.count, client->db->file_name_array.count, stats->orphan_count,
                     tenths / 10, tenths % 10, stats->read_time, stats->sort_time, search_time);
-    _fw_print(2, text.data);
+    _fw_print(client->io, 2, text.data);
     utf8_buf_kill(&text);
 }
 
 // Reads the volumes, searches, prints. Returns the exit status.
-static int _fw_search(const fw_options_t *options, const std::vector<_fw_volume_t> &volumes) {
+static int _fw_search(const fw_options_t *options, const std::vector<_fw_volume_t> &volumes, const fw_io_t *io) {
     std::vector<db_rebuild_volume_t> sources;
     for (const _fw_volume_t &volume : volumes)
         sources.push_back({volume.file.c_str(), volume.root.c_str(), volume.volume, nullptr, nullptr});
     db_rebuild_stats_t stats;
     db_rebuild_params_t rebuild = {sources.data(), static_cast<u32>(sources.size()), _fw_index_flags(options), false,
                                    false, &stats};
-    _fw_client_t client = {db_create(), nullptr, false, os_is_terminal(2), false};
+    _fw_client_t client = {io, db_create(), nullptr, false, false};
     client.query = db_query_create(client.db, false, _fw_callback, &client);
     db_rebuild_start(client.db, &rebuild);
     while (!db_is_ready(client.db))
@@ -185,24 +191,24 @@ static int _fw_search(const fw_options_t *options, const std::vector<_fw_volume_
     if (options->stats)
         _fw_print_stats(&client, &stats, search_time);
     if (options->count)
-        _fw_print(1, std::to_string(count) + "\n");
+        _fw_print(io, 1, std::to_string(count) + "\n");
     else
-        fw_output_results(options, client.query); // a closed pipe ends quietly
+        fw_output_results(options, client.query, io); // a closed pipe ends quietly
     db_destroy_query(client.query);
     db_destroy(client.db);
     return count != 0 ? FW_FOUND : FW_NOT_FOUND;
 }
 
-int fw_run(u32 count, const char *const *arguments) {
+int fw_run(u32 count, const char *const *arguments, const fw_io_t *io) {
     fw_options_t options;
     std::string message;
     switch (fw_options_parse(&options, count, arguments, &message)) {
-    case FW_PARSE_DONE: _fw_print(1, message); return FW_FOUND;
-    case FW_PARSE_ERROR: _fw_print(2, message); return FW_ERROR;
+    case FW_PARSE_DONE: _fw_print(io, 1, message); return FW_FOUND;
+    case FW_PARSE_ERROR: _fw_print(io, 2, message); return FW_ERROR;
     default: break;
     }
     if (options.ntfs.empty()) {
-        _fw_print(2, "fw: no source was given: name a volume or an image with --ntfs FILE. fw --help lists the options.\n");
+        _fw_print(io, 2, "fw: no source was given: name a volume or an image with --ntfs FILE. fw --help lists the options.\n");
         return FW_ERROR;
     }
     max_threads = options.threads;
@@ -216,10 +222,10 @@ int fw_run(u32 count, const char *const *arguments) {
             continue;
         for (_fw_volume_t &volume : volumes)
             os_volume_close(volume.volume);
-        _fw_print(2, "fw: " + error + "\n");
+        _fw_print(io, 2, "fw: " + error + "\n");
         return FW_ERROR;
     }
-    return _fw_search(&options, volumes);
+    return _fw_search(&options, volumes, io);
 }
 
 } // namespace findwright

@@ -226,11 +226,11 @@ static void _fw_cat_text_row(std::string *out, const fw_options_t *options, cons
 
 // --- All rows ----------------------------------------------------------------------------------------------
 
-bool fw_output_results(const fw_options_t *options, db_query_t *query) {
+bool fw_output_results(const fw_options_t *options, db_query_t *query, const fw_io_t *io) {
     u64 count = db_get_result_count(query);
     i32 first = static_cast<i32>(std::min(options->offset, count));
     i32 end = static_cast<i32>(std::min(options->max, count - first) + first);
-    bool terminal = os_is_terminal(1);
+    bool terminal = io->output_is_terminal;
     std::vector<u32> widths(options->columns.size());
     for (size_t i = 0; options->format == FW_FORMAT_TEXT && i < widths.size(); i++)
         widths[i] = _fw_get_width(options, query, first, end, i, terminal);
@@ -262,14 +262,14 @@ bool fw_output_results(const fw_options_t *options, db_query_t *query) {
         default: _fw_cat_text_row(&out, options, widths, query->db, item, is_folder, terminal, &text); break;
         }
         if (out.size() >= FLUSH_SIZE) {
-            open = os_console_write(1, out.data(), static_cast<u32>(out.size()));
+            open = io->write(io->user_data, 1, out.data(), static_cast<u32>(out.size()));
             out.clear();
         }
     }
     if (options->format == FW_FORMAT_JSON)
         out += first == end ? "]\n" : "\n]\n";
     utf8_buf_kill(&text);
-    return open && os_console_write(1, out.data(), static_cast<u32>(out.size()));
+    return open && io->write(io->user_data, 1, out.data(), static_cast<u32>(out.size()));
 }
 
 } // namespace findwright

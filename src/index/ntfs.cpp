@@ -33,6 +33,9 @@ static constexpr u32 BOOT_SERIAL_NUMBER = 72;
 static constexpr u8 BOOT_SECTORS_PER_CLUSTER_MAX = 128;
 static constexpr u32 BOOT_SECTOR_SIZE_MAX = 65536;
 
+static constexpr u32 MASK_SIZE = 1;
+static constexpr u32 MASK_STANDARD_INFORMATION = 2 | 4 | 8 | 16;
+
 static constexpr u32 READ_SIZE = 1024 * 1024;
 static constexpr u32 READ_ALIGNMENT = 4096;
 // A table in tens of thousands of pieces needs some thousand extension records of its own. Copies of more
@@ -219,7 +222,7 @@ struct ntfs_pass_t {
 
 // The sizes that all the arithmetic of a pass rests on.
 static bool _ntfs_info_is_usable(const ntfs_info_t *info) {
-    return info->mft_lcn != 0 && info->bytes_per_cluster != 0 &&
+    return info->mft_lcn != 0 && info->bytes_per_sector != 0 && info->bytes_per_cluster != 0 &&
            info->bytes_per_cluster <= NTFS_CLUSTER_SIZE_MAX &&
            info->bytes_per_file_record >= NTFS_RECORD_SIZE_MIN &&
            info->bytes_per_file_record <= NTFS_RECORD_SIZE_MAX;
@@ -590,8 +593,8 @@ void ntfs_read_volume(os_volume_t *volume, const ntfs_info_t *info, u32 mask, vo
     pass.user_data = user_data;
     pass.sink = sink;
     pass.progress = progress;
-    pass.want_size = mask & 1;
-    pass.want_standard_information = mask & ~1u;
+    pass.want_size = mask & MASK_SIZE;
+    pass.want_standard_information = mask & MASK_STANDARD_INFORMATION;
     _ntfs_pass_init(&pass);
     _ntfs_read_table(&pass);
     debug_printf("processed %I64u / %I64u file records\n", pass.total - pass.remaining, pass.total);

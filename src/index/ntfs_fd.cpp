@@ -307,7 +307,7 @@ static bool _ntfs_search_standard_information(ntfs_search_t *search, const ntfs_
 static bool _ntfs_search_list(const ntfs_lookup_t *lookup, const ntfs_attribute_t *attribute, u64 frn,
                               u64 *next) {
     ntfs_list_t list;
-    ntfs_list_entry_t entry;
+    ntfs_list_entry_t entry = {};
     bool found = false;
     if (!_ntfs_list_init(&list, lookup, attribute)) {
         return false;
@@ -350,7 +350,9 @@ static ntfs_search_step_t _ntfs_search_record(ntfs_search_t *search, const ntfs_
                 return NTFS_SEARCH_FOLLOW;
             }
         } else if (attribute.type == NTFS_TYPE_DATA && !is_directory) {
-            search->has_size |= ntfs_data_size(&attribute, &search->found.size);
+            if (ntfs_data_size(&attribute, &search->found.size)) {
+                search->has_size = true;
+            }
             if (search->has_size && search->has_standard_information) {
                 return NTFS_SEARCH_DONE;
             }

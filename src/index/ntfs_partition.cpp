@@ -61,7 +61,7 @@ static bool _ntfs_is_boot_sector(const u8 *sector) {
 static void _ntfs_offer(ntfs_scan_t *scan, u64 first_sector, u64 sectors) {
     const u64 offset = ntfs_multiply(first_sector, scan->sector_size);
     u64 size = ntfs_multiply(sectors, scan->sector_size);
-    u8 boot[FIRST_SECTOR_SIZE];
+    u8 boot[FIRST_SECTOR_SIZE] = {};
     if (size == 0 || first_sector == 0) {
         return;
     }
@@ -109,7 +109,7 @@ static void _ntfs_scan_extended(ntfs_scan_t *scan, u64 extended_start) {
     u64 visited[NTFS_PARTITION_MAX];
     u64 link = extended_start;
     for (u32 links = 0; links < NTFS_PARTITION_MAX; links++) {
-        u8 sector[FIRST_SECTOR_SIZE];
+        u8 sector[FIRST_SECTOR_SIZE] = {};
         if (std::find(visited, visited + links, link) != visited + links) {
             return;
         }
@@ -151,7 +151,7 @@ static void _ntfs_scan_mbr(ntfs_scan_t *scan, const u8 *sector) {
 
 // Reads the table that the header in that sector tells of. False when there is no usable header.
 static bool _ntfs_scan_gpt(ntfs_scan_t *scan, u64 header_sector) {
-    u8 header[FIRST_SECTOR_SIZE];
+    u8 header[FIRST_SECTOR_SIZE] = {};
     if (!_ntfs_read(scan, ntfs_multiply(header_sector, scan->sector_size), header, FIRST_SECTOR_SIZE) ||
         memcmp(header, GPT_SIGNATURE, GPT_SIGNATURE_SIZE) != 0) {
         return false;
@@ -167,7 +167,7 @@ static bool _ntfs_scan_gpt(ntfs_scan_t *scan, u64 header_sector) {
     static constexpr u8 UNUSED[GPT_ENTRY_TYPE_SIZE] = {};
     u64 offset = ntfs_multiply(ntfs_u64(header + GPT_TABLE), scan->sector_size);
     for (u32 i = 0; i < entries; i++, offset += entry_size) {
-        u8 entry[GPT_ENTRY_SIZE_MIN];
+        u8 entry[GPT_ENTRY_SIZE_MIN] = {};
         if (!_ntfs_read(scan, offset, entry, GPT_ENTRY_SIZE_MIN)) {
             break;
         }
@@ -212,7 +212,7 @@ static void _ntfs_explain(const ntfs_scan_t *scan, const u8 *first_sector, char 
 }
 
 u32 ntfs_find_partitions(os_volume_t *disk, ntfs_partition_t *partitions, char *reason) {
-    u8 sector[FIRST_SECTOR_SIZE];
+    u8 sector[FIRST_SECTOR_SIZE] = {};
     ntfs_reason(reason, "%s", "");
     const i64 bytes_read = os_volume_read(disk, 0, sector, FIRST_SECTOR_SIZE);
     if (bytes_read < 0) {

@@ -74,13 +74,28 @@ void os_error_text(u32 error, char *out, u32 capacity) {
 
 static constexpr int RESERVED = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
 
+static constexpr size_t OS_LARGE_PAGE = 2u << 20;
+
 static void *_os_reserve(size_t bytes) {
-    void *address = mmap(nullptr, bytes, PROT_NONE, RESERVED, -1, 0);
-    return address == MAP_FAILED ? nullptr : address;
+    // At a border of large pages, as far as the system lets one choose.
+    void *address = mmap(nullptr, bytes + OS_LARGE_PAGE, PROT_NONE, RESERVED, -1, 0);
+    if (address == MAP_FAILED)
+        return nullptr;
+    char *start = static_cast<char *>(address);
+    size_t skip = (OS_LARGE_PAGE - reinterpret_cast<uintptr_t>(start) % OS_LARGE_PAGE) % OS_LARGE_PAGE;
+    if (skip != 0)
+        munmap(start, skip);
+    munmap(start + skip + bytes, OS_LARGE_PAGE - skip);
+    return start + skip;
 }
 
 static bool _os_commit(void *address, size_t bytes) {
-    return mprotect(address, bytes, PROT_READ | PROT_WRITE) == 0;
+    if (mprotect(address, bytes, PROT_READ | PROT_WRITE) != 0)
+        return false;
+    // A scan walks through gigabytes: with large pages it waits for no translation. Where the system has none to
+    // give, small ones do.
+    madvise(address, bytes, MADV_HUGEPAGE);
+    return true;
 }
 
 static void _os_decommit(void *address, size_t bytes) {

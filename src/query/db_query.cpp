@@ -272,14 +272,14 @@ static void _db_sort_thread_proc(void *param) {
 }
 
 void db_sort(db_query_t *query, u32 sort) {
-    query->requested_sort = sort;
     if (!query->db->loaded) {
-        query->deferred.sort = sort;
+        query->requested_sort = query->deferred.sort = sort;
         return;
     }
     query->cancel_sort = 1;
     db_wait(query->db, "db_sort");
     query->cancel_sort = 0;
+    query->requested_sort = sort; // a worker reads it
     db_start_worker(query->db, query, DB_WORKER_SORT, _db_sort_thread_proc, query);
 }
 

@@ -54,17 +54,32 @@ static u32 _db_scan_chain(db_scan_t *scan, const u32 *values, u32 count, u32 *ou
     return found;
 }
 
+// A page's values, and behind them the first ones of the next page; repeated ones where there are too few.
+static u32 _db_copy_values(const db_scan_t *scan, u32 page, u32 *values) {
+    u32 count = scan->scan_array->pages[page]->item_count;
+    std::memcpy(values, array_page_values(scan->scan_array->pages[page]), count * sizeof *values);
+    u32 ahead = 0;
+    if (page + 1 < scan->end_page) {
+        const array_page_t *next = scan->scan_array->pages[page + 1];
+        ahead = next->item_count < DB_SCAN_AHEAD ? next->item_count : DB_SCAN_AHEAD;
+        std::memcpy(values + count, array_page_values(next), ahead * sizeof *values);
+    }
+    for (; ahead < DB_SCAN_AHEAD; ahead++)
+        values[count + ahead] = values[count - 1];
+    return count;
+}
+
 static void _db_scan_pages(db_scan_t *scan) {
     u32 *cursor = nullptr, *end = nullptr;
+    u32 values[ARRAY_PAGE_VALUES + DB_SCAN_AHEAD];
     u32 found[ARRAY_PAGE_VALUES];
     bool chain = scan->first_term->link != nullptr;
     for (u32 page = scan->first_page; page < scan->end_page; page++) {
         if (scan->query->cancel_search.load(std::memory_order_relaxed))
             break;
-        const array_page_t *source = scan->scan_array->pages[page];
-        const u32 *values = array_page_values(source);
-        u32 count = chain ? _db_scan_chain(scan, values, source->item_count, found)
-                          : scan->first_term->scan(scan, scan->first_term, values, source->item_count, found);
+        u32 count = _db_copy_values(scan, page, values);
+        count = chain ? _db_scan_chain(scan, values, count, found)
+                      : scan->first_term->scan(scan, scan->first_term, values, count, found);
         for (u32 copied = 0; copied != count;) {
             if (cursor == end)
                 cursor = array_builder_new_page(&scan->results, &end);

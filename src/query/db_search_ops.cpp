@@ -51,7 +51,7 @@ static constexpr _db_op_range_t op_ranges[] = {
     {DB_OP_ENDS_WITH_ASCII, DB_OP_ENDS_WITH_END, FAMILY_ENDS_WITH, false, true},
 };
 
-static consteval _db_op_parts_t _db_op_decode(u32 op) {
+static constexpr _db_op_parts_t _db_op_decode(u32 op) {
     if (op == DB_OP_TRUE)
         return {FAMILY_TRUE, UTF8_MODE_EXACT, false, false, false};
     if (op == DB_OP_FALSE)
@@ -127,8 +127,6 @@ static bool _db_test(db_scan_t *scan, const db_exec_term_t *term, const db_item_
 
 // --- One page ----------------------------------------------------------------------------------------------
 
-static constexpr u32 SCAN_AHEAD = 8; // records that are asked of the memory before they are needed
-
 template<u32 op>
 static u32 _db_scan(db_scan_t *scan, const db_exec_term_t *term, const u32 *values, u32 count, u32 *out) {
     static constexpr _db_op_parts_t parts = _db_op_decode(op);
@@ -150,8 +148,7 @@ static u32 _db_scan(db_scan_t *scan, const db_exec_term_t *term, const u32 *valu
         return kept;
     } else {
         for (u32 i = 0; i < count; i++) {
-            if (i + SCAN_AHEAD < count)
-                __builtin_prefetch(db_item(values[i + SCAN_AHEAD]));
+            __builtin_prefetch(db_item(values[i + DB_SCAN_AHEAD]));
             // These tests can take long on one item, so a new keystroke is looked for at each.
             if (scan->query->cancel_search.load(std::memory_order_relaxed))
                 break;

@@ -105,7 +105,8 @@ struct db_needle_t {
     bool ascii; // the whole text; else only names with a byte above 127 can match (but in byte comparisons)
 };
 
-// Decides on one item; puts the members of a page that match into `out` and returns their number.
+// Decides on one item; puts the members of a page that match into `out` and returns their number. Behind the `count`
+// values stand DB_SCAN_AHEAD more references, of records that will be read soon.
 using db_item_test_t = bool(db_scan_t *scan, const db_exec_term_t *term, const db_item_t *item);
 using db_page_scan_t = u32(db_scan_t *scan, const db_exec_term_t *term, const u32 *values, u32 count, u32 *out);
 

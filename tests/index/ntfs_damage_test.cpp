@@ -1,4 +1,5 @@
-// The NTFS reader over damaged volumes: what is sound is listed, and no damage costs more than the volume's size.
+// The NTFS reader over damaged volumes: what is sound is listed, and no damage costs more than the volume's
+// size.
 #include "base/mem.h"
 #include "support/ntfs_items.h"
 
@@ -9,8 +10,8 @@ namespace findwright {
 namespace {
 
 constexpr u64 FIRST = 24;
-constexpr u32 ATTRIBUTES = 56;            // of a record of 1 KiB: its first attribute
-constexpr u32 NAME = ATTRIBUTES + 72;     // behind the standard information
+constexpr u32 ATTRIBUTES = 56;        // of a record of 1 KiB: its first attribute
+constexpr u32 NAME = ATTRIBUTES + 72; // behind the standard information
 constexpr u32 NAME_VALUE = NAME + 24;
 constexpr u32 DATA = NAME_VALUE + 72; // behind a name of one or two units
 
@@ -45,24 +46,68 @@ struct damage_case_t {
 const damage_case_t RECORD_CASES[] = {
     {"none", {}, true, 1000, ""},
     {"signature", {{0, 0x44414142, 4}}, false, 0, ""},
-    {"first attribute outside", {{20, 0xFFFF, 2}}, false, 0, "invalid file record access at offset 65535 len 16\n"},
-    {"first attribute at the very end", {{20, 1023, 2}}, false, 0, "invalid file record access at offset 1023 len 16\n"},
-    {"first attribute cut off", {{20, 1016, 2}}, false, 0, "invalid file record access at offset 1016 len 16\n"},
+    {"first attribute outside",
+     {{20, 0xFFFF, 2}},
+     false,
+     0,
+     "invalid file record access at offset 65535 len 16\n"},
+    {"first attribute at the very end",
+     {{20, 1023, 2}},
+     false,
+     0,
+     "invalid file record access at offset 1023 len 16\n"},
+    {"first attribute cut off",
+     {{20, 1016, 2}},
+     false,
+     0,
+     "invalid file record access at offset 1016 len 16\n"},
     {"attribute of no length", {{ATTRIBUTES + 4, 0, 4}}, false, 0, "\t25: BAD record length 0 < 16\n"},
     {"attribute of 15 bytes", {{ATTRIBUTES + 4, 15, 4}}, false, 0, "\t25: BAD record length 15 < 16\n"},
-    {"attribute longer than the record", {{ATTRIBUTES + 4, 969, 4}}, false, 0, "invalid file record access at offset 56 len 969\n"},
-    {"attribute of 4 GiB", {{NAME + 4, 0xFFFFFFFF, 4}}, false, 0, "invalid file record access at offset 128 len 4294967295\n"},
+    {"attribute longer than the record",
+     {{ATTRIBUTES + 4, 969, 4}},
+     false,
+     0,
+     "invalid file record access at offset 56 len 969\n"},
+    {"attribute of 4 GiB",
+     {{NAME + 4, 0xFFFFFFFF, 4}},
+     false,
+     0,
+     "invalid file record access at offset 128 len 4294967295\n"},
     {"last attribute of no length", {{DATA + 4, 0, 4}}, true, 0, "BAD record length 0 < 16\n"},
-    {"date value outside", {{ATTRIBUTES + 20, 37, 2}}, true, 1000, "invalid file record access at offset 93 len 36\n"},
-    {"name value outside", {{NAME + 20, 0xFFFF, 2}}, false, 0, "invalid file record access at offset 65663 len 66\n"},
-    {"name value too short", {{NAME + 20, 32, 2}}, false, 0, "invalid file record access at offset 160 len 66\n"},
-    {"name of 255 units in the room of two", {{NAME_VALUE + 64, 255, 1}}, false, 0, "invalid file record access at offset 152 len 576\n"},
+    {"date value outside",
+     {{ATTRIBUTES + 20, 37, 2}},
+     true,
+     1000,
+     "invalid file record access at offset 93 len 36\n"},
+    {"name value outside",
+     {{NAME + 20, 0xFFFF, 2}},
+     false,
+     0,
+     "invalid file record access at offset 65663 len 66\n"},
+    {"name value too short",
+     {{NAME + 20, 32, 2}},
+     false,
+     0,
+     "invalid file record access at offset 160 len 66\n"},
+    {"name of 255 units in the room of two",
+     {{NAME_VALUE + 64, 255, 1}},
+     false,
+     0,
+     "invalid file record access at offset 152 len 576\n"},
     {"namespace", {{NAME_VALUE + 65, 77, 1}}, false, 0, "bad name flag 4d\n"},
     {"name non-resident", {{NAME + 8, 1, 1}}, false, 0, "nonresident name attribute\n"},
     {"dates non-resident", {{ATTRIBUTES + 8, 1, 1}}, true, 1000, "nonresident standard information\n"},
     {"data of 40 bytes", {{DATA + 4, 40, 4}}, true, 0, "invalid file record access at offset 224 len 64\n"},
-    {"data of 16 bytes", {{DATA + 4, 16, 4}, {DATA + 8, 0, 1}}, true, 0, "invalid file record access at offset 224 len 24\n"},
-    {"attribute list in an extension", {{32, ntfs_build_frn(200), 8}, {ATTRIBUTES, 0x20, 4}}, true, 1000, "attribute list attribute with base frn\n"},
+    {"data of 16 bytes",
+     {{DATA + 4, 16, 4}, {DATA + 8, 0, 1}},
+     true,
+     0,
+     "invalid file record access at offset 224 len 24\n"},
+    {"attribute list in an extension",
+     {{32, ntfs_build_frn(200), 8}, {ATTRIBUTES, 0x20, 4}},
+     true,
+     1000,
+     "attribute list attribute with base frn\n"},
 };
 
 TEST(NtfsDamage, OfOneRecordCostsThatRecordAtMost) {
@@ -80,7 +125,8 @@ TEST(NtfsDamage, OfOneRecordCostsThatRecordAtMost) {
             names.insert(item.name);
             EXPECT_EQ(item.size, item.name == u"a" ? 1 : item.name == u"b" ? test.size : 3);
         }
-        EXPECT_EQ(names, test.listed ? (std::set<std::u16string>{u"a", u"b", u"c"}) : (std::set<std::u16string>{u"a", u"c"}));
+        EXPECT_EQ(names, test.listed ? (std::set<std::u16string>{u"a", u"b", u"c"})
+                                     : (std::set<std::u16string>{u"a", u"c"}));
         EXPECT_NE(log.text().find(test.log), std::string::npos) << log.text();
     }
 }
@@ -88,7 +134,8 @@ TEST(NtfsDamage, OfOneRecordCostsThatRecordAtMost) {
 // Attributes up to the last byte, and no end mark.
 TEST(NtfsDamage, ARecordWithoutAnEndIsReadToItsEnd) {
     ntfs_builder_t builder;
-    builder.records[FIRST].attributes = {ntfs_build_file_name(NTFS_FRN_ROOT, u"full"), ntfs_build_resident_data(848)};
+    builder.records[FIRST].attributes = {ntfs_build_file_name(NTFS_FRN_ROOT, u"full"),
+                                         ntfs_build_resident_data(848)};
     EXPECT_EQ(read_bounded(ntfs_build_image(&builder)).names(), names_t{u"full"});
     // 600 names that all claim the same bytes of the record.
     builder.record_size = 65536;
@@ -103,8 +150,8 @@ TEST(NtfsDamage, ARecordWithoutAnEndIsReadToItsEnd) {
 
 // --- Damage to the table's own record ----------------------------------------------------------------------
 
-// Three files in a table of two runs, records 0 to 23 and those behind; the attribute that tells of them is made
-// anew by each case.
+// Three files in a table of two runs, records 0 to 23 and those behind; the attribute that tells of them is
+// made anew by each case.
 struct table_case_t {
     const char *name;
     std::vector<ntfs_build_bytes_t> attributes;
@@ -114,7 +161,8 @@ struct table_case_t {
 
 constexpr u64 TABLE_BYTES = 32 * 1024;
 
-ntfs_build_bytes_t table_data(const std::vector<ntfs_build_run_t> &runs, u64 vcn = 0, u64 bytes = TABLE_BYTES) {
+ntfs_build_bytes_t table_data(const std::vector<ntfs_build_run_t> &runs, u64 vcn = 0,
+                              u64 bytes = TABLE_BYTES) {
     return ntfs_build_non_resident_attribute(0x80, bytes, ntfs_build_pairs(runs), vcn);
 }
 
@@ -133,7 +181,8 @@ ntfs_builder_t table_volume() {
     builder.volume_clusters = 40;
     for (u64 i = 0; i < 3; i++) {
         // One in the first run and two in the second.
-        ntfs_build_file(&builder, FIRST - 1 + i, NTFS_FRN_ROOT, std::u16string{static_cast<char16_t>(u'a' + i)}, i);
+        ntfs_build_file(&builder, FIRST - 1 + i, NTFS_FRN_ROOT,
+                        std::u16string{static_cast<char16_t>(u'a' + i)}, i);
     }
     return builder;
 }
@@ -150,37 +199,88 @@ TEST(NtfsDamage, OfTheTablesRunsIsBounded) {
         {"none", {table_data({{6, 4}, {2, 20}})}, all, "processed 32 / 32 file records\n"},
         {"no data", {}, {}, "processed 0 / 0 file records\n"},
         {"resident data", {ntfs_build_resident_data(100)}, {}, "resident MFT data\n"},
-        {"a named stream", {ntfs_build_non_resident_attribute(0x80, TABLE_BYTES, ntfs_build_pairs({{6, 4}}), 0, u"x")}, {}, ""},
+        {"a named stream",
+         {ntfs_build_non_resident_attribute(0x80, TABLE_BYTES, ntfs_build_pairs({{6, 4}}), 0, u"x")},
+         {},
+         ""},
         {"attribute of no length", {with(table_data({{6, 4}}), 4, 0, 4)}, {}, "\tBAD mft record length 0\n"},
-        {"attribute of 64 bytes", {with(table_data({{6, 4}}), 4, 64, 4)}, {}, "bad MFT record length 64 for nonresident\n"},
+        {"attribute of 64 bytes",
+         {with(table_data({{6, 4}}), 4, 64, 4)},
+         {},
+         "bad MFT record length 64 for nonresident\n"},
         {"pairs outside", {with(table_data({{6, 4}}), 32, 0xFFFF, 2)}, {}, "bad mapping pair addr "},
-        {"count of 9 bytes", {table_pairs({0x11, 6, 4, 0x19, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1})}, first,
+        {"count of 9 bytes",
+         {table_pairs({0x11, 6, 4, 0x19, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1})},
+         first,
          "unsupported mapping pair len size 9\n"},
-        {"offset of 15 bytes", {table_pairs({0x11, 6, 4, 0xF1, 1, 1})}, first, "unsupported mapping offset size 15\n"},
-        {"count cut off", {table_pairs({0x11, 6, 4, 0x18, 1})}, first, "bad mapping pair cluster count addr "},
-        {"offset cut off", {table_pairs({0x11, 6, 4, 0x81, 2, 16, 0, 0})}, first, "bad mapping pair offset size addr "},
+        {"offset of 15 bytes",
+         {table_pairs({0x11, 6, 4, 0xF1, 1, 1})},
+         first,
+         "unsupported mapping offset size 15\n"},
+        {"count cut off",
+         {table_pairs({0x11, 6, 4, 0x18, 1})},
+         first,
+         "bad mapping pair cluster count addr "},
+        {"offset cut off",
+         {table_pairs({0x11, 6, 4, 0x81, 2, 16, 0, 0})},
+         first,
+         "bad mapping pair offset size addr "},
         {"first part missing", {table_data({{2, 20}}, 6)}, {}, "processed 0 / 0 file records\n"},
-        {"first part missing, but not its size", {table_data({}), table_data({{2, 20}}, 6)}, {u"b", u"c"},
+        {"first part missing, but not its size",
+         {table_data({}), table_data({{2, 20}}, 6)},
+         {u"b", u"c"},
          "MFT data runs missing from vcn 0 to 6\n"},
         {"valid length of 0", {table_data({{6, 4}, {2, 20}}, 0, 0)}, {}, "processed 0 / 0 file records\n"},
-        {"valid length of 2 to the 63", {table_data({{6, 4}, {2, 20}}, 0, 1ull << 63)}, all, "file records\n"},
-        {"valid length too small", {table_data({{6, 4}, {2, 20}}, 0, 25 * 1024)}, {u"a", u"b"},
+        {"valid length of 2 to the 63",
+         {table_data({{6, 4}, {2, 20}}, 0, 1ull << 63)},
+         all,
+         "file records\n"},
+        {"valid length too small",
+         {table_data({{6, 4}, {2, 20}}, 0, 25 * 1024)},
+         {u"a", u"b"},
          "more data than file record run 32 > 25\n"},
-        {"run before the volume", {table_data({{6, 4}, {2, static_cast<u64>(-5)}})}, first, "read cluster failed\n"},
+        {"run before the volume",
+         {table_data({{6, 4}, {2, static_cast<u64>(-5)}})},
+         first,
+         "read cluster failed\n"},
         {"run behind the volume", {table_data({{6, 4}, {2, 1ull << 40}})}, first, "read cluster failed\n"},
-        {"run at the end of all numbers", {table_data({{6, 4}, {2, 1ull << 62}})}, first, "read cluster failed\n"},
-        {"run behind the volume, and one in it", {table_data({{3, 4}, {3, 1ull << 40}, {2, 20}})}, {u"b", u"c"},
+        {"run at the end of all numbers",
+         {table_data({{6, 4}, {2, 1ull << 62}})},
+         first,
+         "read cluster failed\n"},
+        {"run behind the volume, and one in it",
+         {table_data({{3, 4}, {3, 1ull << 40}, {2, 20}})},
+         {u"b", u"c"},
          "read cluster failed\n"},
         {"run longer than the volume", {table_data({{most, 4}}, 0, most)}, all, "read cluster failed\n"},
-        {"first run longer than its file", {table_data({{1000, 4}})}, first, "more data than file record run"},
+        {"first run longer than its file",
+         {table_data({{1000, 4}})},
+         first,
+         "more data than file record run"},
         {"hole longer than anything", {table_data({{6, 4}, {most, 0, true}, {2, 20}})}, all, ""},
-        {"holes beyond all numbers", {table_data({{6, 4}, {most, 0, true}, {most, 0, true}, {5, 0, true}, {2, 20}})}, first,
+        {"holes beyond all numbers",
+         {table_data({{6, 4}, {most, 0, true}, {most, 0, true}, {5, 0, true}, {2, 20}})},
+         first,
          "is too long\n"},
-        {"the same run again and again", {table_data(again, 0, most)}, {}, "MFT data runs are longer than the volume\n"},
-        {"the same part twice", {table_data({{6, 4}, {2, 20}}), table_data({{6, 4}, {2, 20}})}, all, "1 unprocessed MFT data runs\n"},
-        {"parts in the wrong order", {table_data({{2, 20}}, 6), table_data({{6, 4}})}, all, "found data run with vcn 6\n"},
-        {"a part far away", {table_data({{6, 4}, {2, 20}}), table_data({{2, 20}}, 1ull << 62)}, all, "1 unprocessed MFT data runs\n"},
-        {"a part at the last number", {table_data({{6, 4}}, 0, most), table_data({{2, 20}}, ~0ull)}, first,
+        {"the same run again and again",
+         {table_data(again, 0, most)},
+         {},
+         "MFT data runs are longer than the volume\n"},
+        {"the same part twice",
+         {table_data({{6, 4}, {2, 20}}), table_data({{6, 4}, {2, 20}})},
+         all,
+         "1 unprocessed MFT data runs\n"},
+        {"parts in the wrong order",
+         {table_data({{2, 20}}, 6), table_data({{6, 4}})},
+         all,
+         "found data run with vcn 6\n"},
+        {"a part far away",
+         {table_data({{6, 4}, {2, 20}}), table_data({{2, 20}}, 1ull << 62)},
+         all,
+         "1 unprocessed MFT data runs\n"},
+        {"a part at the last number",
+         {table_data({{6, 4}}, 0, most), table_data({{2, 20}}, ~0ull)},
+         first,
          "MFT data run of 2 clusters is too long\n"},
     };
     for (const table_case_t &test : CASES) {
@@ -199,14 +299,16 @@ TEST(NtfsDamage, OfTheTablesRunsIsBounded) {
 }
 
 TEST(NtfsDamage, OfRecordZeroIsTold) {
-    const std::vector<ntfs_build_edit_t> CASES[] = {{{0, 0x44414142, 4}}, {{510, 0x1234, 2}}, {{4, 0xFFFF, 2}}};
+    const std::vector<ntfs_build_edit_t> CASES[] = {
+        {{0, 0x44414142, 4}}, {{510, 0x1234, 2}}, {{4, 0xFFFF, 2}}};
     for (const auto &damage : CASES) {
         ntfs_builder_t builder = table_volume();
         builder.records[0].attributes = {table_data({{6, 4}, {2, 20}})};
         builder.records[0].damage = damage;
         log_scope_t log;
         EXPECT_EQ(read_bounded(ntfs_build_image(&builder)).items.size(), 0u);
-        EXPECT_NE(log.text().find("MFT file record is damaged, the data runs that it holds are lost\n"), std::string::npos);
+        EXPECT_NE(log.text().find("MFT file record is damaged, the data runs that it holds are lost\n"),
+                  std::string::npos);
     }
 }
 
@@ -264,11 +366,12 @@ ntfs_builder_t scattered_volume() {
 // The end of a record on the volume: of its last byte, as it may lie in two places.
 u64 record_end(const ntfs_builder_t *builder, u64 index) {
     return std::max(ntfs_build_table_offset(builder, index * builder->record_size + 511),
-                    ntfs_build_table_offset(builder, index * builder->record_size + 1023)) + 1;
+                    ntfs_build_table_offset(builder, index * builder->record_size + 1023)) +
+           1;
 }
 
-// The records that lie before the cut with all that is needed to find them. The first 45 records, and half of one
-// more, are told of by record 0, those up to the middle of record 60 by record 16, the rest by record 17.
+// The records that lie before the cut with all that is needed to find them. The first 45 records, and half of
+// one more, are told of by record 0, those up to the middle of record 60 by record 16, the rest by record 17.
 std::set<u64> records_before(const ntfs_builder_t *builder, u64 cut) {
     std::set<u64> result;
     for (u64 index = FIRST; index < 71; index++) {
@@ -304,7 +407,8 @@ TEST(NtfsDamage, AVolumeCutOffListsWhatLiesBeforeTheCut) {
     }
     for (u64 cut : cuts) {
         SCOPED_TRACE(cut);
-        ntfs_build_bytes_t part(image.begin(), image.begin() + static_cast<i64>(std::min<u64>(cut, image.size())));
+        ntfs_build_bytes_t part(image.begin(),
+                                image.begin() + static_cast<i64>(std::min<u64>(cut, image.size())));
         EXPECT_EQ(indexes(read_bounded(part)), records_before(&builder, part.size()));
         if (HasFailure()) {
             break;
@@ -334,7 +438,8 @@ TEST(NtfsDamage, AVolumeOfUnknownSizeIsBoundedByItsBootSector) {
     for (bool damaged : {false, true}) {
         ntfs_builder_t builder = table_volume();
         if (damaged) {
-            builder.records[0].attributes = {table_data(std::vector<ntfs_build_run_t>(180, {6, 4}), 0, 1ull << 40)};
+            builder.records[0].attributes = {
+                table_data(std::vector<ntfs_build_run_t>(180, {6, 4}), 0, 1ull << 40)};
         }
         ntfs_scripted_t script;
         script.image = ntfs_build_image(&builder);
@@ -352,8 +457,10 @@ TEST(NtfsDamage, AVolumeOfUnknownSizeIsBoundedByItsBootSector) {
 // Any bytes at all may be wrong, in the records, in the runs and in the boot sector.
 TEST(NtfsDamage, AnyFlippedBitsAreSurvived) {
     ntfs_builder_t builder = scattered_volume();
-    builder.records[40].attributes = {ntfs_build_attribute_list({{0x80, ntfs_build_frn(41)}}), ntfs_build_file_name(NTFS_FRN_ROOT, u"x")};
-    ntfs_build_extension(&builder, 41, ntfs_build_frn(40), {ntfs_build_file_name(NTFS_FRN_ROOT, u"y"), ntfs_build_resident_data(9)});
+    builder.records[40].attributes = {ntfs_build_attribute_list({{0x80, ntfs_build_frn(41)}}),
+                                      ntfs_build_file_name(NTFS_FRN_ROOT, u"x")};
+    ntfs_build_extension(&builder, 41, ntfs_build_frn(40),
+                         {ntfs_build_file_name(NTFS_FRN_ROOT, u"y"), ntfs_build_resident_data(9)});
     const ntfs_build_bytes_t image = ntfs_build_image(&builder);
     const u64 hot[] = {0, ntfs_build_record_offset(&builder, 0), ntfs_build_record_offset(&builder, 16),
                        ntfs_build_record_offset(&builder, 40), ntfs_build_record_offset(&builder, 41)};
@@ -363,7 +470,8 @@ TEST(NtfsDamage, AnyFlippedBitsAreSurvived) {
         std::mt19937 random(seed);
         ntfs_build_bytes_t flipped = image;
         for (u64 flips = 1 + random() % 12; flips; flips--) {
-            const u64 place = random() % 4 ? hot[random() % std::size(hot)] + random() % 320 : random() % image.size();
+            const u64 place =
+                random() % 4 ? hot[random() % std::size(hot)] + random() % 320 : random() % image.size();
             flipped[place] ^= static_cast<u8>(random() % 2 ? 1u << random() % 8 : random());
         }
         const ntfs_items_t read = read_bounded(flipped);

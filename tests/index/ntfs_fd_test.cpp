@@ -15,8 +15,8 @@ db_file_info_t get_fd(const ntfs_build_bytes_t &image, u64 frn) {
 }
 
 bool is_cleared(const db_file_info_t &fd) {
-    return fd.size == VALUE_UNKNOWN && fd.date_modified == VALUE_UNKNOWN && fd.date_created == VALUE_UNKNOWN &&
-           fd.date_accessed == VALUE_UNKNOWN && fd.attributes == 0;
+    return fd.size == VALUE_UNKNOWN && fd.date_modified == VALUE_UNKNOWN &&
+           fd.date_created == VALUE_UNKNOWN && fd.date_accessed == VALUE_UNKNOWN && fd.attributes == 0;
 }
 
 ntfs_build_bytes_t data(u64 size, u64 vcn = 0) {
@@ -31,20 +31,24 @@ ntfs_builder_t fd_volume() {
     ntfs_build_folder(&builder, 25, NTFS_FRN_ROOT, u"folder");
     ntfs_build_file(&builder, 26, NTFS_FRN_ROOT, u"deleted", 1)->flags = 0;
     // Its data lies in another record; a stream in a third one comes first in the list's order of records.
-    builder.records[27].attributes = {
-        ntfs_build_standard_information(0x21),
-        ntfs_build_attribute_list({{0x10, ntfs_build_frn(27)}, {0x30, ntfs_build_frn(27)}, {0x80, ntfs_build_frn(31), 0, u"stream"},
-                                   {0x80, ntfs_build_frn(30)}, {0x80, ntfs_build_frn(29), 5}}),
-        ntfs_build_file_name(NTFS_FRN_ROOT, u"in parts")};
+    builder.records[27].attributes = {ntfs_build_standard_information(0x21),
+                                      ntfs_build_attribute_list({{0x10, ntfs_build_frn(27)},
+                                                                 {0x30, ntfs_build_frn(27)},
+                                                                 {0x80, ntfs_build_frn(31), 0, u"stream"},
+                                                                 {0x80, ntfs_build_frn(30)},
+                                                                 {0x80, ntfs_build_frn(29), 5}}),
+                                      ntfs_build_file_name(NTFS_FRN_ROOT, u"in parts")};
     ntfs_build_extension(&builder, 29, ntfs_build_frn(27), {data(1, 5)});
     ntfs_build_extension(&builder, 30, ntfs_build_frn(27), {data(987654321)});
     ntfs_build_extension(&builder, 31, ntfs_build_frn(27), {ntfs_build_resident_data(3, u"stream")});
     // Its data is its own, though it has a list.
-    builder.records[32].attributes = {ntfs_build_standard_information(0x20),
-                                      ntfs_build_attribute_list({{0x80, ntfs_build_frn(32)}, {0x80, ntfs_build_frn(31), 9}}),
-                                      ntfs_build_resident_data(55)};
+    builder.records[32].attributes = {
+        ntfs_build_standard_information(0x20),
+        ntfs_build_attribute_list({{0x80, ntfs_build_frn(32)}, {0x80, ntfs_build_frn(31), 9}}),
+        ntfs_build_resident_data(55)};
     // No data at all, and no dates at all.
-    builder.records[33].attributes = {ntfs_build_standard_information(0x20), ntfs_build_file_name(NTFS_FRN_ROOT, u"x")};
+    builder.records[33].attributes = {ntfs_build_standard_information(0x20),
+                                      ntfs_build_file_name(NTFS_FRN_ROOT, u"x")};
     builder.records[34].attributes = {ntfs_build_resident_data(9)};
     // Two records whose lists send the search to each other.
     for (u64 index : {35, 36}) {
@@ -58,7 +62,8 @@ ntfs_builder_t fd_volume() {
     // A damaged list: an entry of no length.
     ntfs_build_bytes_t list = ntfs_build_list_value({{0x30, ntfs_build_frn(38)}, {0x80, ntfs_build_frn(30)}});
     ntfs_build_put(&list, 4, 0, 2);
-    builder.records[38].attributes = {ntfs_build_standard_information(0x20), ntfs_build_resident_attribute(0x20, list),
+    builder.records[38].attributes = {ntfs_build_standard_information(0x20),
+                                      ntfs_build_resident_attribute(0x20, list),
                                       ntfs_build_resident_data(66)};
     return builder;
 }
@@ -173,8 +178,9 @@ TEST(NtfsFd, ReadsANonResidentList) {
     entries.push_back({0x80, ntfs_build_frn(26)});
     const ntfs_build_bytes_t list = ntfs_build_list_value(entries);
     const std::vector<ntfs_build_run_t> runs = {{2, 300}, {2, 200}};
-    builder.records[24].attributes = {ntfs_build_standard_information(0x20),
-                                      ntfs_build_non_resident_attribute(0x20, list.size(), ntfs_build_pairs(runs))};
+    builder.records[24].attributes = {
+        ntfs_build_standard_information(0x20),
+        ntfs_build_non_resident_attribute(0x20, list.size(), ntfs_build_pairs(runs))};
     ntfs_build_extension(&builder, 26, ntfs_build_frn(24), {data(77)});
     ntfs_build_bytes_t image = ntfs_build_image(&builder);
     ASSERT_GT(list.size(), 1024u);
@@ -185,7 +191,8 @@ TEST(NtfsFd, ReadsANonResidentList) {
     // Clusters that are not there, and a size that no list has.
     image.resize(250 * 512);
     EXPECT_TRUE(is_cleared(get_fd(image, ntfs_build_frn(24))));
-    builder.records[24].attributes[1] = ntfs_build_non_resident_attribute(0x20, ~0ull, ntfs_build_pairs({{1ull << 40, 300}}));
+    builder.records[24].attributes[1] =
+        ntfs_build_non_resident_attribute(0x20, ~0ull, ntfs_build_pairs({{1ull << 40, 300}}));
     EXPECT_TRUE(is_cleared(get_fd(ntfs_build_image(&builder), ntfs_build_frn(24))));
 }
 

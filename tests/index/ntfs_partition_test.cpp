@@ -30,7 +30,8 @@ void put_mbr(disk_t *disk, u64 sector, u32 entry, u8 type, u32 start, u32 sector
     ntfs_build_put(&disk->bytes, table + 510, 0xAA55, 2);
 }
 
-void put_gpt_header(disk_t *disk, u64 sector, u64 table_sector, u32 entries = 128, u32 entry_size = 128, u32 header_size = 92) {
+void put_gpt_header(disk_t *disk, u64 sector, u64 table_sector, u32 entries = 128, u32 entry_size = 128,
+                    u32 header_size = 92) {
     const u64 header = sector * disk->sector_size;
     put_mbr(disk, 0, 0, 0xEE, 1, 0xFFFFFFFF);
     memcpy(disk->bytes.data() + header, "EFI PART", 8);
@@ -99,7 +100,8 @@ TEST(NtfsPartition, FindsThoseOfAnMbr) {
     }
 }
 
-// Sectors 100 and on are the extended partition: at 100 the logical one at 101, at 300 that at 310, and so on.
+// Sectors 100 and on are the extended partition: at 100 the logical one at 101, at 300 that at 310, and so
+// on.
 disk_t extended_disk() {
     disk_t disk = make_disk(1000);
     put_mbr(&disk, 0, 0, 0x83, 10, 20);
@@ -147,8 +149,8 @@ TEST(NtfsPartition, FindsThoseOfAGpt) {
             put_gpt_header(&disk, 1, 2, 128, entry_size);
             put_gpt_entry(&disk, 2, 0, 100, 149, entry_size);
             put_gpt_entry(&disk, 2, 1, 200, 249, entry_size);
-            put_gpt_entry(&disk, 2, 3, 900, 5000, entry_size);  // behind the end
-            put_gpt_entry(&disk, 2, 5, 400, 399, entry_size);   // ends before it begins
+            put_gpt_entry(&disk, 2, 3, 900, 5000, entry_size); // behind the end
+            put_gpt_entry(&disk, 2, 5, 400, 399, entry_size);  // ends before it begins
             put_gpt_entry(&disk, 2, 7, 1ull << 62, ~0ull, entry_size);
             put_volume(&disk, 100);
             put_volume(&disk, 200, "-FVE-FS-");
@@ -169,8 +171,8 @@ TEST(NtfsPartition, ADamagedGptHeaderIsReplacedByTheSecondOne) {
         EXPECT_EQ(offsets(disk), offsets_t{100});
         struct {
             u32 entries, entry_size, header_size;
-        } const DAMAGES[] = {{128, 64, 92}, {128, 127, 92}, {128, 130, 92}, {128, 1 << 20, 92}, {0xFFFFFFFF, 128, 92},
-                             {128, 128, 91}, {128, 128, 5000}, {128, 0, 92}};
+        } const DAMAGES[] = {{128, 64, 92},         {128, 127, 92}, {128, 130, 92},   {128, 1 << 20, 92},
+                             {0xFFFFFFFF, 128, 92}, {128, 128, 91}, {128, 128, 5000}, {128, 0, 92}};
         for (const auto &damage : DAMAGES) {
             put_gpt_header(&disk, 1, 2, damage.entries, damage.entry_size, damage.header_size);
             EXPECT_EQ(offsets(disk), offsets_t{100});
@@ -202,7 +204,8 @@ TEST(NtfsPartition, TellsWhatWasFoundInstead) {
         {empty_table, "it has no NTFS boot sector, and its partition table is empty"},
         {fat, "it is a FAT volume, not an NTFS volume"},
         {linux_disk, "it has a partition table, but none of its partitions is an NTFS volume"},
-        {encrypted, "it has a partition table, but no NTFS volume in it: one partition is a volume encrypted with BitLocker"},
+        {encrypted, "it has a partition table, but no NTFS volume in it: one partition is a volume encrypted "
+                    "with BitLocker"},
     };
     for (const auto &test : CASES) {
         std::string reason;

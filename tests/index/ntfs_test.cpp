@@ -72,17 +72,22 @@ struct boot_case_t {
 
 const boot_case_t BOOT_CASES[] = {
     {"signature", 3, 0x202053467F544E, 7, "it has no NTFS boot sector", "bad NTFS signature: NT\x7f"},
-    {"encrypted", 3, 0x2D53462D4556462D, 8, "it is a volume encrypted with BitLocker, not an NTFS volume", "-FVE-FS-"},
+    {"encrypted", 3, 0x2D53462D4556462D, 8, "it is a volume encrypted with BitLocker, not an NTFS volume",
+     "-FVE-FS-"},
     {"exfat", 3, 0x2020205441465845, 8, "it is an exFAT volume, not an NTFS volume", "EXFAT"},
-    {"no sectors in a cluster", 13, 0, 1, "clusters of 0 sectors of 512 bytes", "invalid bytes_per_cluster 0\n"},
+    {"no sectors in a cluster", 13, 0, 1, "clusters of 0 sectors of 512 bytes",
+     "invalid bytes_per_cluster 0\n"},
     {"no bytes in a sector", 11, 0, 2, "clusters of 8 sectors of 0 bytes", "invalid bytes_per_cluster 0\n"},
     {"clusters of 4 MiB", 13, 256 - 13, 1, "clusters of 243 sectors", "invalid bytes_per_cluster"},
     {"clusters of 2 to the 127", 13, 129, 1, "clusters of 129 sectors", "invalid bytes_per_cluster"},
     {"record size of 1", 64, 0, 1, "file records of 1 bytes", "invalid bytes_per_file_record 1\n"},
     {"record size of 256", 64, 0xF8, 1, "file records of 256 bytes", "invalid bytes_per_file_record 256\n"},
-    {"record size of 128 KiB", 64, 0xEF, 1, "file records of 131072 bytes", "invalid bytes_per_file_record 131072\n"},
-    {"record size of 127 clusters", 64, 127, 1, "file records of 520192 bytes", "invalid bytes_per_file_record 520192\n"},
-    {"record size of 2 to the 128", 64, 0x80, 1, "file records of 1 bytes", "invalid bytes_per_file_record 1\n"},
+    {"record size of 128 KiB", 64, 0xEF, 1, "file records of 131072 bytes",
+     "invalid bytes_per_file_record 131072\n"},
+    {"record size of 127 clusters", 64, 127, 1, "file records of 520192 bytes",
+     "invalid bytes_per_file_record 520192\n"},
+    {"record size of 2 to the 128", 64, 0x80, 1, "file records of 1 bytes",
+     "invalid bytes_per_file_record 1\n"},
 };
 
 TEST(Ntfs, RefusesABootSectorThatMakesNoSense) {
@@ -166,11 +171,17 @@ TEST(Ntfs, TakesNamesSizesAndAttributes) {
     const std::u16string surrogates = {0xDC00, u'a', 0xD800};
     const std::u16string control = {1, 0x1F, u'\t', u'\n', 0x7F};
     const record_case_t CASES[] = {
-        {"long and short name", record_of(1, {name(u"longer name.text"), name(u"LONGER~1.TEX", 2)}), {u"longer name.text"}},
-        {"short name first", record_of(1, {name(u"LONGER~1.TEX", 2), name(u"longer name.text", 0)}), {u"longer name.text"}},
+        {"long and short name",
+         record_of(1, {name(u"longer name.text"), name(u"LONGER~1.TEX", 2)}),
+         {u"longer name.text"}},
+        {"short name first",
+         record_of(1, {name(u"LONGER~1.TEX", 2), name(u"longer name.text", 0)}),
+         {u"longer name.text"}},
         {"short name only", record_of(1, {name(u"LONGER~1.TEX", 2)}), {}},
         {"no name", record_of(1, {ntfs_build_resident_data(10)}), {}},
-        {"hard links", record_of(1, {name(u"a", 0), name(u"b", 3, ntfs_build_frn(30)), name(u"c", 1)}), {u"a", u"b", u"c"}},
+        {"hard links",
+         record_of(1, {name(u"a", 0), name(u"b", 3, ntfs_build_frn(30)), name(u"c", 1)}),
+         {u"a", u"b", u"c"}},
         {"unknown namespace", record_of(1, {name(u"a", 4), name(u"b")}), {u"b"}},
         {"empty name", record_of(1, {name(u""), name(u"b")}), {u"b"}},
         {"in a folder of the system", record_of(1, {name(u"$ObjId", 1, ntfs_build_frn(11))}), {}},
@@ -182,20 +193,42 @@ TEST(Ntfs, TakesNamesSizesAndAttributes) {
         {"data of 16 TiB", record_of(1, {name(u"a"), data(1ull << 44)}), {u"a"}, 1ull << 44},
         {"later part of the data", record_of(1, {name(u"a"), data(50, 7)}), {u"a"}, 0},
         {"both parts of the data", record_of(1, {name(u"a"), data(50), data(60, 7)}), {u"a"}, 50},
-        {"streams", record_of(1, {name(u"a"), ntfs_build_resident_data(5), data(900, 0, u"stream"),
-                                  ntfs_build_resident_data(70, u"other")}), {u"a"}, 5},
-        {"folder without its bit", record_of(3, {ntfs_build_standard_information(2), name(u"a")}), {u"a"}, 0, 0x12},
-        {"file with a folder's bit", record_of(1, {ntfs_build_standard_information(0x36), name(u"a")}), {u"a"}, 0, 0x26},
-        {"two sets of dates", record_of(1, {ntfs_build_standard_information(1), ntfs_build_standard_information(2), name(u"a")}),
-         {u"a"}, 0, 1},
-        {"non-resident standard information", record_of(1, {as_non_resident(ntfs_build_standard_information(2)), name(u"a")}),
+        {"streams",
+         record_of(1, {name(u"a"), ntfs_build_resident_data(5), data(900, 0, u"stream"),
+                       ntfs_build_resident_data(70, u"other")}),
+         {u"a"},
+         5},
+        {"folder without its bit",
+         record_of(3, {ntfs_build_standard_information(2), name(u"a")}),
+         {u"a"},
+         0,
+         0x12},
+        {"file with a folder's bit",
+         record_of(1, {ntfs_build_standard_information(0x36), name(u"a")}),
+         {u"a"},
+         0,
+         0x26},
+        {"two sets of dates",
+         record_of(1, {ntfs_build_standard_information(1), ntfs_build_standard_information(2), name(u"a")}),
+         {u"a"},
+         0,
+         1},
+        {"non-resident standard information",
+         record_of(1, {as_non_resident(ntfs_build_standard_information(2)), name(u"a")}),
          {u"a"}},
-        {"non-resident name", record_of(1, {as_non_resident(name(u"a long enough name")), name(u"b")}), {u"b"}},
-        {"named name", record_of(1, {ntfs_build_resident_attribute(0x30, ntfs_build_bytes_t(80), u"x"), name(u"b")}), {u"b"}},
-        {"other attributes", record_of(1, {ntfs_build_resident_attribute(0x100, {1, 2, 3}), name(u"b"),
-                                           ntfs_build_resident_attribute(0xC0, {4})}), {u"b"}},
+        {"non-resident name",
+         record_of(1, {as_non_resident(name(u"a long enough name")), name(u"b")}),
+         {u"b"}},
+        {"named name",
+         record_of(1, {ntfs_build_resident_attribute(0x30, ntfs_build_bytes_t(80), u"x"), name(u"b")}),
+         {u"b"}},
+        {"other attributes",
+         record_of(1, {ntfs_build_resident_attribute(0x100, {1, 2, 3}), name(u"b"),
+                       ntfs_build_resident_attribute(0xC0, {4})}),
+         {u"b"}},
         {"dates of the distant past and future",
-         record_of(1, {ntfs_build_standard_information(0, 0, ~0ull, 1ull << 63), name(u"a")}), {u"a"}},
+         record_of(1, {ntfs_build_standard_information(0, 0, ~0ull, 1ull << 63), name(u"a")}),
+         {u"a"}},
     };
     for (const record_case_t &test : CASES) {
         SCOPED_TRACE(test.name);
@@ -250,8 +283,16 @@ TEST(Ntfs, PutsBackTheUpdateSequence) {
         {"first block torn", {}, {{510, 0x1111, 2}}, false, "bad US 1111 != 7\n"},
         {"last block torn", {}, {{4094, 0x2222, 2}}, false, "bad US 2222 != 7\n"},
         {"array outside", {}, {{4, 4090, 2}}, false, "invalid file record access at offset 4090 len 18\n"},
-        {"more blocks than the record has", {}, {{6, 10, 2}}, false, "invalid file record access at offset 4606 len 2\n"},
-        {"count of 65535", {}, {{6, 0xFFFF, 2}}, false, "invalid file record access at offset 48 len 131070\n"},
+        {"more blocks than the record has",
+         {},
+         {{6, 10, 2}},
+         false,
+         "invalid file record access at offset 4606 len 2\n"},
+        {"count of 65535",
+         {},
+         {{6, 0xFFFF, 2}},
+         false,
+         "invalid file record access at offset 48 len 131070\n"},
         // Without an array the record is as it stands: the check values overwrite nothing of its attributes.
         {"count of 1", {}, {{6, 1, 2}}, true, ""},
         {"count of 0", {}, {{6, 0, 2}}, true, ""},
@@ -277,7 +318,8 @@ TEST(Ntfs, PutsBackTheUpdateSequence) {
 
 // A base record with an attribute list and these attributes beside it.
 void add_base(ntfs_builder_t *builder, u64 index, u16 sequence, std::vector<ntfs_build_bytes_t> attributes) {
-    attributes.insert(attributes.begin(), ntfs_build_attribute_list({{0x10, ntfs_build_frn(index, sequence)}}));
+    attributes.insert(attributes.begin(),
+                      ntfs_build_attribute_list({{0x10, ntfs_build_frn(index, sequence)}}));
     builder->records[index] = record_of(1, std::move(attributes));
     builder->records[index].sequence = sequence;
 }
@@ -290,11 +332,14 @@ TEST(Ntfs, JoinsTheRecordsOfAFile) {
     ntfs_builder_t builder;
     const u64 base = ntfs_build_frn(28, 9);
     // The parts lie in front of and behind the base, and the base itself has neither dates nor size.
-    ntfs_build_extension(&builder, FIRST, base, {ntfs_build_standard_information(0x22), ntfs_build_file_name(NTFS_FRN_ROOT, u"one")});
+    ntfs_build_extension(
+        &builder, FIRST, base,
+        {ntfs_build_standard_information(0x22), ntfs_build_file_name(NTFS_FRN_ROOT, u"one")});
     add_base(&builder, 28, 9, {ntfs_build_file_name(NTFS_FRN_ROOT, u"two")});
     ntfs_build_extension(&builder, 30, base, {data_part(5000)});
-    ntfs_build_extension(&builder, 31, base, {ntfs_build_standard_information(1), ntfs_build_file_name(NTFS_FRN_ROOT, u"three"),
-                                              data_part(77, 3)});
+    ntfs_build_extension(&builder, 31, base,
+                         {ntfs_build_standard_information(1), ntfs_build_file_name(NTFS_FRN_ROOT, u"three"),
+                          data_part(77, 3)});
     ntfs_build_file(&builder, 33, NTFS_FRN_ROOT, u"ordinary", 4);
     const ntfs_items_t read = ntfs_read_items(ntfs_build_image(&builder));
     EXPECT_EQ(read.names(), (names_t{u"ordinary", u"two", u"one", u"three"}));
@@ -308,9 +353,11 @@ TEST(Ntfs, JoinsTheRecordsOfAFile) {
 
 TEST(Ntfs, JoinsAFolderAndAddsSizes) {
     ntfs_builder_t builder;
-    add_base(&builder, FIRST, 1, {ntfs_build_standard_information(6), ntfs_build_file_name(NTFS_FRN_ROOT, u"d"), data_part(10)});
+    add_base(&builder, FIRST, 1,
+             {ntfs_build_standard_information(6), ntfs_build_file_name(NTFS_FRN_ROOT, u"d"), data_part(10)});
     builder.records[FIRST].flags = 3;
-    ntfs_build_extension(&builder, 25, ntfs_build_frn(FIRST), {ntfs_build_standard_information(1), data_part(20)});
+    ntfs_build_extension(&builder, 25, ntfs_build_frn(FIRST),
+                         {ntfs_build_standard_information(1), data_part(20)});
     const ntfs_items_t read = ntfs_read_items(ntfs_build_image(&builder));
     ASSERT_EQ(read.items.size(), 1u);
     EXPECT_EQ(read.items[0].size, 30u);
@@ -328,7 +375,8 @@ TEST(Ntfs, TellsFilesApartWhoseRecordsWereUsedAgain) {
                              {ntfs_build_file_name(NTFS_FRN_ROOT, {letter, u'2'}), data_part(100 + i)});
     }
     // What is left of a file that had one of the records before.
-    ntfs_build_extension(&builder, 61, ntfs_build_frn(FIRST, 8), {ntfs_build_file_name(NTFS_FRN_ROOT, u"gone"), data_part(1)});
+    ntfs_build_extension(&builder, 61, ntfs_build_frn(FIRST, 8),
+                         {ntfs_build_file_name(NTFS_FRN_ROOT, u"gone"), data_part(1)});
     const ntfs_items_t read = ntfs_read_items(ntfs_build_image(&builder));
     ASSERT_EQ(read.items.size(), 2 * std::size(SEQUENCES) + 1);
     EXPECT_EQ(read.items[0].name, u"gone");
@@ -336,7 +384,8 @@ TEST(Ntfs, TellsFilesApartWhoseRecordsWereUsedAgain) {
     for (u32 i = 0; i < std::size(SEQUENCES); i++) {
         for (u32 k = 0; k < 2; k++) {
             const ntfs_item_t &item = read.items[1 + i * 2 + k];
-            EXPECT_EQ(item.name, (std::u16string{static_cast<char16_t>(u'a' + i), static_cast<char16_t>(u'1' + k)}));
+            EXPECT_EQ(item.name,
+                      (std::u16string{static_cast<char16_t>(u'a' + i), static_cast<char16_t>(u'1' + k)}));
             EXPECT_EQ(item.frn, ntfs_build_frn(FIRST + i, SEQUENCES[i]));
             EXPECT_EQ(item.size, 100u + i);
         }
@@ -346,17 +395,22 @@ TEST(Ntfs, TellsFilesApartWhoseRecordsWereUsedAgain) {
 TEST(Ntfs, ReportsAnExtensionWhoseBaseIsMissing) {
     ntfs_builder_t builder;
     ntfs_build_file(&builder, 25, NTFS_FRN_ROOT, u"no list", 1);
-    ntfs_build_extension(&builder, 26, ntfs_build_frn(25), {ntfs_build_file_name(NTFS_FRN_ROOT, u"a"), data_part(8)});
-    ntfs_build_extension(&builder, 27, ntfs_build_frn(500), {ntfs_build_standard_information(2), ntfs_build_file_name(NTFS_FRN_ROOT, u"b")});
-    ntfs_build_extension(&builder, 28, ntfs_build_frn(9), {ntfs_build_file_name(NTFS_FRN_ROOT, u"the system's")});
+    ntfs_build_extension(&builder, 26, ntfs_build_frn(25),
+                         {ntfs_build_file_name(NTFS_FRN_ROOT, u"a"), data_part(8)});
+    ntfs_build_extension(&builder, 27, ntfs_build_frn(500),
+                         {ntfs_build_standard_information(2), ntfs_build_file_name(NTFS_FRN_ROOT, u"b")});
+    ntfs_build_extension(&builder, 28, ntfs_build_frn(9),
+                         {ntfs_build_file_name(NTFS_FRN_ROOT, u"the system's")});
     log_scope_t log;
     const ntfs_items_t read = ntfs_read_items(ntfs_build_image(&builder));
     EXPECT_EQ(read.names(), (names_t{u"no list", u"a", u"b"}));
     EXPECT_EQ(read.items[1].frn, ntfs_build_frn(25));
     EXPECT_EQ(read.items[1].size, 8u);
     EXPECT_EQ(read.items[2].attributes, 2u);
-    EXPECT_NE(log.text().find("missing base file record with attribute list 00010000000001f4\n"), std::string::npos);
-    EXPECT_NE(log.text().find("ignore internal extended fragmented file record 0001000000000009\n"), std::string::npos);
+    EXPECT_NE(log.text().find("missing base file record with attribute list 00010000000001f4\n"),
+              std::string::npos);
+    EXPECT_NE(log.text().find("ignore internal extended fragmented file record 0001000000000009\n"),
+              std::string::npos);
 }
 
 // --- Tables in pieces --------------------------------------------------------------------------------------
@@ -365,7 +419,8 @@ TEST(Ntfs, ReportsAnExtensionWhoseBaseIsMissing) {
 ntfs_builder_t numbered_volume(u64 count) {
     ntfs_builder_t builder;
     for (u64 i = 0; i < count; i++) {
-        ntfs_build_file(&builder, FIRST + i, NTFS_FRN_ROOT, std::u16string{u'n', static_cast<char16_t>(0x1000 + i)}, i);
+        ntfs_build_file(&builder, FIRST + i, NTFS_FRN_ROOT,
+                        std::u16string{u'n', static_cast<char16_t>(0x1000 + i)}, i);
     }
     return builder;
 }
@@ -423,7 +478,8 @@ TEST(Ntfs, FollowsTheTableIntoItsExtensionRecords) {
         for (u64 i = 0; i < 76; i++) {
             const bool taken = FIRST + i == 30 || FIRST + i == 50;
             if (!taken) {
-                ntfs_build_file(&builder, FIRST + i, NTFS_FRN_ROOT, std::u16string{u'n', static_cast<char16_t>(0x1000 + i)}, i);
+                ntfs_build_file(&builder, FIRST + i, NTFS_FRN_ROOT,
+                                std::u16string{u'n', static_cast<char16_t>(0x1000 + i)}, i);
             }
         }
         const ntfs_items_t read = ntfs_read_items(ntfs_build_image(&builder));
@@ -453,7 +509,8 @@ TEST(Ntfs, StopsWhenProgressSaysSo) {
     ntfs_info_t info;
     ASSERT_TRUE(ntfs_get_info(volume, &info, nullptr));
     ntfs_items_t items;
-    ntfs_read_volume(volume, &info, NTFS_MASK_ALL, &items, ntfs_collect, [](void *, u64, u64) { return false; });
+    ntfs_read_volume(volume, &info, NTFS_MASK_ALL, &items, ntfs_collect,
+                     [](void *, u64, u64) { return false; });
     EXPECT_GT(items.items.size(), 0u);
     EXPECT_LT(items.items.size(), 1100u);
     os_volume_close(volume);

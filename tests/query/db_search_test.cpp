@@ -167,9 +167,11 @@ void compare_scans(hand_made_t &names, const std::string &pattern) {
     term->needle = db_make_needle(mode, folded.data, length);
     term->text_length = length;
     std::copy(folded.data, folded.data + length, term->text);
+    std::vector<u32> values = names.refs;
+    values.resize(values.size() + DB_SCAN_AHEAD, names.refs[0]);
     for (const db_find_scans_t *scans : {&db_find_scans_sse2, db_find_scans_get()}) {
         std::vector<u32> found(names.refs.size() + 1);
-        found.resize(scans->scans[mode][whole_word](nullptr, term, names.refs.data(),
+        found.resize(scans->scans[mode][whole_word](nullptr, term, values.data(),
                                                     static_cast<u32>(names.refs.size()), found.data()));
         EXPECT_EQ(expected, found) << "mode " << mode << " word " << whole_word << " pattern '" << pattern << "'";
     }

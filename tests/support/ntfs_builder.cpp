@@ -309,7 +309,8 @@ static void _write_table(const ntfs_builder_t *builder, const std::vector<ntfs_b
         const u64 to = std::min(offset + bytes.size(), start + length);
         const u64 place = run.lcn * builder->cluster_size + (from - start);
         if (from < to && place < image->size()) {
-            memcpy(image->data() + place, bytes.data() + (from - offset), std::min(to - from, image->size() - place));
+            memcpy(image->data() + place, bytes.data() + (from - offset),
+                   std::min(to - from, image->size() - place));
         }
         start += length;
     }

@@ -1,5 +1,5 @@
-// The paths of a volume, put together from what the NTFS reader gives, for comparison with a listing of the same
-// volume by somebody else.
+// The paths of a volume, put together from what the NTFS reader gives, for comparison with a listing of the
+// same volume by somebody else.
 #pragma once
 
 #include "support/ntfs_items.h"

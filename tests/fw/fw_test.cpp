@@ -1,0 +1,230 @@
+// The console client from its arguments to its output, over the sample volume.
+#include "fw/fw.h"
+
+#include "fw/fw_output.h"
+
+#include <bzlib.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace findwright {
+namespace {
+
+// A file of the test data, unpacked.
+std::string unpack(const std::string &name) {
+    std::ifstream file(std::string(FINDWRIGHT_TEST_DATA) + "/" + name, std::ios::binary);
+    std::string packed{std::istreambuf_iterator<char>(file), {}};
+    std::string bytes(32u << 20, 0);
+    unsigned size = static_cast<unsigned>(bytes.size());
+    EXPECT_EQ(BZ_OK, BZ2_bzBuffToBuffDecompress(bytes.data(), &size, packed.data(), static_cast<unsigned>(packed.size()), 0, 0));
+    bytes.resize(size);
+    return bytes;
+}
+
+struct temp_file_t {
+    std::string name;
+
+    temp_file_t(const std::string &suffix, const std::string &bytes) {
+        auto path = std::filesystem::temp_directory_path() /
+                    ("fw_test_" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) + suffix);
+        name = path.string();
+        std::ofstream(path, std::ios::binary) << bytes;
+    }
+    ~temp_file_t() { std::filesystem::remove(name); }
+};
+
+const temp_file_t &sample() {
+    static temp_file_t file(".ntfs", unpack("sample.ntfs.bz2"));
+    return file;
+}
+
+struct run_t {
+    int status;
+    std::string output, error;
+};
+
+// Runs the client. `room`: bytes of output after which the pipe is closed.
+run_t run(std::vector<std::string> arguments, size_t room = ~static_cast<size_t>(0), bool terminal = false) {
+    struct state_t {
+        run_t run;
+        size_t room;
+    } state = {{}, room};
+    fw_io_t io = {&state,
+                  [](void *user_data, int descriptor, const void *bytes, u32 size) {
+                      state_t *s = static_cast<state_t *>(user_data);
+                      if (descriptor == 1 && s->run.output.size() > s->room)
+                          return false;
+                      (descriptor == 1 ? s->run.output : s->run.error).append(static_cast<const char *>(bytes), size);
+                      return true;
+                  },
+                  terminal, terminal};
+    arguments.insert(arguments.begin(), "fw");
+    std::vector<const char *> list;
+    for (const std::string &argument : arguments)
+        list.push_back(argument.c_str());
+    state.run.status = fw_run(static_cast<u32>(list.size()), list.data(), &io);
+    return state.run;
+}
+
+run_t run_sample(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"--ntfs", sample().name});
+    return run(arguments);
+}
+
+// The listing that was made of the mounted volume: path, type, size, dates, attributes.
+std::vector<std::vector<std::string>> read_listing(const std::string &name) {
+    std::ifstream file(std::string(FINDWRIGHT_TEST_DATA) + "/" + name);
+    std::vector<std::vector<std::string>> rows;
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream fields(line);
+        rows.emplace_back();
+        for (std::string field; std::getline(fields, field, '\t');)
+            rows.back().push_back(field);
+    }
+    return rows;
+}
+
+TEST(Fw, ListsWhatTheMountedVolumeShows) {
+    for (std::string name : {"sample", "sample_4k"}) {
+        temp_file_t image(".ntfs", unpack(name + ".ntfs.bz2"));
+        std::vector<std::string> expected = {"C:"};
+        for (auto row : read_listing(name + ".txt")) {
+            std::replace(row[0].begin(), row[0].end(), '/', '\\');
+            std::string quoted = "\"C:\\" + row[0] + "\"";
+            // A folder's size is not indexed.
+            expected.push_back(quoted + "," + (row[1] == "f" ? row[2] : "") + "," + row[3] + "," + row[4] + "," + row[5] + "," +
+                               (row[1] == "f" ? "file" : "folder"));
+        }
+        run_t found = run({"--ntfs", image.name, "--csv", "--columns", "full,size,dm,dc,da"});
+        EXPECT_EQ(FW_FOUND, found.status);
+        std::vector<std::string> lines;
+        std::istringstream stream(found.output);
+        for (std::string line; std::getline(stream, line);)
+            lines.push_back(line);
+        ASSERT_EQ("full,size,dm,dc,da,type", lines[0]);
+        lines.erase(lines.begin());
+        for (std::string &line : lines) {
+            if (line.starts_with("\"C:\","))
+                line = "C:"; // the root's dates change with every mount
+        }
+        std::sort(lines.begin(), lines.end());
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(expected, lines) << name;
+    }
+}
+
+TEST(Fw, ExitStatusAndMessages) {
+    temp_file_t text(".txt", "this is no volume, and a long way from one\n");
+    temp_file_t blank(".img", std::string(1 << 20, 0));
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        const char *error; // stands in the message
+    } cases[] = {
+        {{"--ntfs", sample().name, "Documents"}, FW_FOUND, ""},
+        {{"--ntfs", sample().name, "nothing is named like this"}, FW_NOT_FOUND, ""},
+        {{"Documents"}, FW_ERROR, "--ntfs FILE"},
+        {{"--ntfs", "no such file", "x"}, FW_ERROR, "cannot open no such file: "},
+        {{"--ntfs", text.name, "x"}, FW_ERROR, "cannot find an NTFS volume in "},
+        {{"--ntfs", blank.name, "x"}, FW_ERROR, "cannot find an NTFS volume in "},
+        {{"--ntfs", ".", "x"}, FW_ERROR, "it is a folder"},
+        {{"--ntfs", sample().name, "--sort", "colour"}, FW_ERROR, "there is no order 'colour'"},
+        {{"--ntfs", sample().name, "--columns", "name,weight"}, FW_ERROR, "there is no column 'weight'"},
+        {{"--ntfs", sample().name, "--no-such-option"}, FW_ERROR, "--help"},
+        {{"--ntfs", sample().name, "-n", "many"}, FW_ERROR, "many"},
+        {{"--ntfs", sample().name, "--files", "--folders"}, FW_ERROR, "--folders"},
+    };
+    for (auto c : cases) {
+        run_t result = run(c.arguments);
+        EXPECT_EQ(c.status, result.status) << result.error;
+        EXPECT_NE(std::string::npos, result.error.find(c.error)) << result.error;
+        EXPECT_EQ(c.status == FW_FOUND, !result.output.empty());
+    }
+    EXPECT_EQ(FW_FOUND, run({"--help"}).status);
+    EXPECT_EQ("fw 0.1.0\n", run({"--version"}).output);
+}
+
+TEST(Fw, WindowsOfTheResults) {
+    run_t all = run_sample({"--sort", "path"});
+    auto count = std::count(all.output.begin(), all.output.end(), '\n');
+    EXPECT_EQ(std::to_string(count) + "\n", run_sample({"--count"}).output);
+    EXPECT_EQ(std::to_string(count) + "\n", run_sample({"--count", "-n", "1"}).output);
+    std::string first = run_sample({"--sort", "path", "-n", "5"}).output;
+    std::string rest = run_sample({"--sort", "path", "--offset", "5"}).output;
+    EXPECT_EQ(all.output, first + rest);
+    EXPECT_EQ("", run_sample({"--offset", "100000"}).output);
+    EXPECT_EQ(run_sample({"--folders", "--count"}).output,
+              std::to_string(std::stoi(run_sample({"--count"}).output) - std::stoi(run_sample({"--files", "--count"}).output)) + "\n");
+}
+
+TEST(Fw, NamesOfRoots) {
+    std::string file = sample().name;
+    EXPECT_EQ("X:\n", run({"--ntfs", file + "=X:", "wfn:X:"}).output);
+    EXPECT_EQ("C:\nD:\n", run({"--ntfs", file, "--ntfs", file, "wfn:?:"}).output);
+    EXPECT_EQ("C:\nout here\n", run({"--ntfs", file, "--ntfs", file + "=out here", "root|wfn:C:|wfn:<out here>|\"out here\""}).output);
+}
+
+TEST(Fw, MachineForms) {
+    EXPECT_EQ("[\n{\"name\":\"sparse disk.vhd\",\"size\":3221225472,\"attributes\":\"AP\",\"type\":\"file\"}\n]\n",
+              run_sample({"--json", "--columns", "name,size,attributes", "wfn:<sparse disk.vhd>|\"sparse disk.vhd\""}).output);
+    EXPECT_EQ("[]\n", run_sample({"--json", "no such name"}).output);
+    std::string null = run_sample({"-0", "--columns", "name", "sparse disk"}).output;
+    EXPECT_EQ(std::string("sparse disk.vhd", 16), null);
+    EXPECT_EQ(std::string(1, '\n') + "", run_sample({"--csv", "no such name"}).output.substr(9));
+}
+
+TEST(Fw, JsonIsValidWhateverTheName) {
+    const struct {
+        const char *name, *json;
+    } cases[] = {
+        {"plain", "\"plain\""},
+        {"q\"b\\", "\"q\\\"b\\\\\""},
+        {"\x01\n\x7F", "\"\\u0001\\u000a\\u007f\""},
+        {"\xC3\xA9\xF0\x9F\x98\x80", "\"\xC3\xA9\xF0\x9F\x98\x80\""},
+        {"\xED\xA0\x80x", "\"\\ud800x\""},                // a lone surrogate
+        {"\xFF\xC3(\xC0\x80", "\"\\ufffd\\ufffd(\\ufffd\\ufffd\""}, // no UTF-8
+        {"\xF4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""},
+    };
+    for (auto c : cases) {
+        std::string out;
+        fw_output_cat_json(&out, c.name, static_cast<u32>(std::strlen(c.name)));
+        EXPECT_EQ(c.json, out);
+    }
+}
+
+TEST(Fw, TextColumnsAreAligned) {
+    std::string text = run_sample({"--columns", "size,dm,name", "--sort", "size-descending", "--files", "-n", "20"}).output;
+    std::istringstream stream(text);
+    std::vector<size_t> colons;
+    for (std::string line; std::getline(stream, line);)
+        colons.push_back(line.find(':'));
+    EXPECT_EQ(20, std::count(colons.begin(), colons.end(), colons[0]));
+}
+
+TEST(Fw, AClosedPipeEndsQuietly) {
+    run_t result = run({"--ntfs", sample().name}, 0);
+    EXPECT_EQ(FW_FOUND, result.status);
+    EXPECT_EQ("", result.error);
+}
+
+TEST(Fw, ATerminalIsNotDrivenByNames) {
+    run_t result = run({"--ntfs", sample().name, "--columns", "name"}, ~static_cast<size_t>(0), true);
+    for (char c : result.output)
+        EXPECT_TRUE(c == '\n' || (c >= 0x20 && c != 0x7F));
+}
+
+TEST(Fw, StatsTellItemsAndTimes) {
+    run_t result = run_sample({"--stats", "--count", "--threads", "1"});
+    EXPECT_NE(std::string::npos, result.error.find("items " + result.output.substr(0, result.output.size() - 1) + " ("));
+    for (const char *word : {"bytes per item ", "read 0.", "sort 0.", "search 0."})
+        EXPECT_NE(std::string::npos, result.error.find(word)) << result.error;
+}
+
+} // namespace
+} // namespace findwright
