@@ -1,7 +1,8 @@
-// Parses and compiles the input as a search and runs it over a few names. The first byte chooses the match options,
-// the second the settings of the parser.
+// Parses and compiles the input as a search and runs it over a few names. The first byte chooses the match
+// options, the second the settings of the parser.
 //
-// A search and its negation as a group must divide the items between them: each stands in exactly one of the two.
+// A search and its negation as a group must divide the items between them: each stands in exactly one of the
+// two.
 #include "base/mem.h"
 #include "os/os.h"
 #include "query/db_query.h"
@@ -13,7 +14,8 @@
 
 using namespace findwright;
 
-static const char *const names[] = {"C:", "abc.txt", "ABC def", "r\xC3\xA9sum\xC3\xA9", "\xFF\xC3", "a_b-c++", ""};
+static const char *const names[] = {"C:",       "abc.txt", "ABC def", "r\xC3\xA9sum\xC3\xA9",
+                                    "\xFF\xC3", "a_b-c++", ""};
 
 struct run_t {
     u32 found = 0; // a bit for each name
@@ -60,8 +62,9 @@ extern "C" int LLVMFuzzerTestOneInput(const u8 *bytes, size_t size) {
         query = db_query_create(db, false, nullptr, nullptr);
         for (u32 i = 0; i < std::size(names); i++) {
             u32 length = static_cast<u32>(std::strlen(names[i]));
-            items[i] = db_item_write_head(static_cast<char *>(db_mem_alloc(&db->mem, 8 + DB_ITEM_HEAD + length)),
-                                          i == 0 ? 0 : mem_ref(items[0]), i == 0, 0, names[i], length);
+            items[i] =
+                db_item_write_head(static_cast<char *>(db_mem_alloc(&db->mem, 8 + DB_ITEM_HEAD + length)),
+                                   i == 0 ? 0 : mem_ref(items[0]), i == 0, 0, names[i], length);
         }
     }
     if (size < 2)
@@ -76,8 +79,8 @@ extern "C" int LLVMFuzzerTestOneInput(const u8 *bytes, size_t size) {
     run_t plain = run(query, flags, text.c_str(), items);
     if (flags & TERM_REGEX)
         return 0;
-    // The match limit can end both an expression and its negation, and a group that the text closes itself, a quote that it
-    // leaves open or an operator at its start means something else behind `!<`.
+    // The match limit can end both an expression and its negation, and a group that the text closes itself, a
+    // quote that it leaves open or an operator at its start means something else behind `!<`.
     if (plain.has_regex || text.find_first_of("<>()\"| \t\r\n:!") != std::string::npos)
         return 0;
     run_t negated = run(query, flags, ("!<" + std::string(text.c_str()) + ">").c_str(), items);

@@ -162,14 +162,14 @@ void array_builder_finish(array_t *array, u32 *cursor, u32 *page_end) {
         page_count++;
     array_table_reserve(array, page_count);
     array_page_t *page = first;
-    for (u32 i = 0; i < page_count; i++) {
+    for (u32 i = 0;; i++) {
         array->pages[i] = page;
         array->first_index[i] = i * ARRAY_PAGE_VALUES;
         page->item_count = ARRAY_PAGE_VALUES;
-        page = page->next ? mem_ptr<array_page_t>(page->next) : nullptr;
+        if (!page->next)
+            break;
+        page = mem_ptr<array_page_t>(page->next);
     }
-
-    page = array->pages[page_count - 1];
     page->item_count -= static_cast<u32>(page_end - cursor);
     array->count = array->first_index[page_count - 1] + page->item_count;
     // A page that was asked for and not written is none of the array's.

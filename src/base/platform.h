@@ -26,8 +26,8 @@ struct platform_t {
     // Address space in whole multiples of 64 KiB. `reserve` returns 0 on failure, `commit` false.
     void *(*reserve)(size_t bytes);
     bool (*commit)(void *address, size_t bytes);
-    // Gives the memory behind a committed range back to the system; its content is lost, and the range must be
-    // committed again before use.
+    // Gives the memory behind a committed range back to the system; its content is lost, and the range must
+    // be committed again before use.
     void (*decommit)(void *address, size_t bytes);
     void (*unreserve)(void *address, size_t bytes);
 
@@ -56,9 +56,9 @@ struct platform_t {
     u32 (*wchar_from_ansi)(char16_t *out, u32 capacity, const char *text, u32 length);
 
     // Locale. Texts as UTF-8, at most `capacity` bytes with the terminator; the result is the length.
-    u32 (*format_number)(char *out, u32 capacity, i64 value);                // with digit grouping, no fraction
+    u32 (*format_number)(char *out, u32 capacity, i64 value); // with digit grouping, no fraction
     u32 (*decimal_separator)(char *out, u32 capacity);
-    u32 (*format_short_date_time)(char *out, u32 capacity, u64 file_time);   // local short date and time
+    u32 (*format_short_date_time)(char *out, u32 capacity, u64 file_time); // local short date and time
     // Local calendar fields of a file time (100-nanosecond ticks since 1601, UTC): year, month 1 to 12, day,
     // hour, minute, second, millisecond. False when the time cannot be told.
     bool (*local_fields)(u64 file_time, u16 fields[7]);

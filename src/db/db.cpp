@@ -16,12 +16,14 @@ static void _db_status_changed_proc(void *param);
 
 // Every array of a database, for the operations that treat all alike.
 static array_t db_t::*const _db_arrays[] = {
-    &db_t::folder_name_array,          &db_t::file_name_array,          &db_t::folder_path_array,
-    &db_t::file_path_array,            &db_t::folder_size_array,        &db_t::file_size_array,
-    &db_t::folder_date_created_array,  &db_t::file_date_created_array,  &db_t::folder_date_modified_array,
-    &db_t::file_date_modified_array,   &db_t::folder_date_accessed_array, &db_t::file_date_accessed_array,
-    &db_t::folder_attributes_array,    &db_t::file_attributes_array,    &db_t::file_extension_array,
-    &db_t::folder_frn_array,
+    &db_t::folder_name_array,          &db_t::file_name_array,
+    &db_t::folder_path_array,          &db_t::file_path_array,
+    &db_t::folder_size_array,          &db_t::file_size_array,
+    &db_t::folder_date_created_array,  &db_t::file_date_created_array,
+    &db_t::folder_date_modified_array, &db_t::file_date_modified_array,
+    &db_t::folder_date_accessed_array, &db_t::file_date_accessed_array,
+    &db_t::folder_attributes_array,    &db_t::file_attributes_array,
+    &db_t::file_extension_array,       &db_t::folder_frn_array,
 };
 
 db_t *db_create() {
@@ -101,9 +103,12 @@ void db_wait(db_t *db, const char *name) {
     debug_printf("DB_WAIT: %s waited %f seconds\n", name, os_get_tick_count() - start);
 }
 
-bool db_is_ready(const db_t *db) { return db->loaded && db->busy_count <= 0; }
+bool db_is_ready(const db_t *db) {
+    return db->loaded && db->busy_count <= 0;
+}
 
-void db_start_worker(db_t *db, db_query_link_t *query, db_worker_kind_t kind, os_thread_proc_t *proc, void *param) {
+void db_start_worker(db_t *db, db_query_link_t *query, db_worker_kind_t kind, os_thread_proc_t *proc,
+                     void *param) {
     db->busy_count++;
     db->worker_query = query;
     db->worker_kind = kind;

@@ -1,13 +1,13 @@
 // One open index: its sources, its records, its sorted arrays, and the discipline that keeps them whole.
 //
-// There is no lock on the index. At most one worker thread owns it at a time (a rebuild, a search, a sort); all
-// other code runs on the main thread and calls db_wait first, which waits for that worker. A worker tells the
-// main thread of its end only through a posted procedure. While a worker runs it may borrow `parent` words of
-// records as marks, and restores them.
+// There is no lock on the index. At most one worker thread owns it at a time (a rebuild, a search, a sort);
+// all other code runs on the main thread and calls db_wait first, which waits for that worker. A worker tells
+// the main thread of its end only through a posted procedure. While a worker runs it may borrow `parent`
+// words of records as marks, and restores them.
 //
-// Files and folders are separate kinds, with separate arrays throughout. The master arrays, in name order, hold
-// every item: their counts are the item counts. The other arrays hold the same references in other orders, each
-// where the layout's flag says that it exists.
+// Files and folders are separate kinds, with separate arrays throughout. The master arrays, in name order,
+// hold every item: their counts are the item counts. The other arrays hold the same references in other
+// orders, each where the layout's flag says that it exists.
 #pragma once
 
 #include "base/array.h"
@@ -26,11 +26,11 @@ struct db_query_link_t;
 
 // What the database asks of a query that is open on it; the query engine fills one table.
 struct db_query_hooks_t {
-    void (*wait_ended)(db_query_link_t *query);     // a wait for the worker has ended
-    void (*ready)(db_query_link_t *query);          // the database is idle again
+    void (*wait_ended)(db_query_link_t *query); // a wait for the worker has ended
+    void (*ready)(db_query_link_t *query);      // the database is idle again
     void (*status_changed)(db_query_link_t *query);
     void (*rebuild_started)(db_query_link_t *query); // all results are gone
-    void (*load_complete)(db_query_link_t *query);  // content is in place
+    void (*load_complete)(db_query_link_t *query);   // content is in place
     bool (*is_cancelled)(const db_query_link_t *query);
 };
 
@@ -77,12 +77,14 @@ struct db_t {
 db_t *db_create();
 void db_destroy(db_t *db);
 
-// Waits for the worker, under the caller's name for the log. Every public operation that touches content calls it.
+// Waits for the worker, under the caller's name for the log. Every public operation that touches content
+// calls it.
 void db_wait(db_t *db, const char *name);
 bool db_is_ready(const db_t *db);
-// Gives the database to a new worker: raises the busy count and starts the thread. The worker posts _db_ready_proc
-// as its last act.
-void db_start_worker(db_t *db, db_query_link_t *query, db_worker_kind_t kind, os_thread_proc_t *proc, void *param);
+// Gives the database to a new worker: raises the busy count and starts the thread. The worker posts
+// _db_ready_proc as its last act.
+void db_start_worker(db_t *db, db_query_link_t *query, db_worker_kind_t kind, os_thread_proc_t *proc,
+                     void *param);
 // Posted when an operation in flight has ended; param is the db_t.
 void _db_ready_proc(void *param);
 void _db_load_complete_proc(void *param);
@@ -98,8 +100,8 @@ void db_clear_content(db_t *db);
 // Bytes that the content takes: records, arrays.
 u64 db_memory_size(const db_t *db);
 
-// The pair of arrays that hold an order, for files and folders; 0 where the layout does not have them. The column
-// is told by its fast sort flag; 0 is the name order.
+// The pair of arrays that hold an order, for files and folders; 0 where the layout does not have them. The
+// column is told by its fast sort flag; 0 is the name order.
 struct db_array_pair_t {
     array_t *folders;
     array_t *files;

@@ -5,8 +5,8 @@
 
 namespace findwright {
 
-// A new record with columns not yet set. `index` gives the type, and with it the room for a reference number; as a
-// word of the record it counts only without a parent.
+// A new record with columns not yet set. `index` gives the type, and with it the room for a reference number;
+// as a word of the record it counts only without a parent.
 db_folder_t *db_folder_alloc(db_t *db, db_index_t *index, mem_ref_t parent, const char *name, u32 length);
 db_folder_t *db_folder_alloc_ntfs(db_t *db, db_index_t *index, u64 frn, mem_ref_t parent, const char *name,
                                   u32 length);

@@ -1,8 +1,8 @@
 // Index sources: one record per volume, file list or folder that a database was filled from.
 //
-// The records stand in the arena, since every item without a parent refers to its own; they are linked off the
-// db_t in the order of `ordinal`. Texts in them are owned heap strings. Main thread, or the worker that owns the
-// database.
+// The records stand in the arena, since every item without a parent refers to its own; they are linked off
+// the db_t in the order of `ordinal`. Texts in them are owned heap strings. Main thread, or the worker that
+// owns the database.
 #pragma once
 
 #include "base/mem_ref.h"

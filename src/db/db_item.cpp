@@ -16,8 +16,8 @@ db_index_t *db_get_index(const db_item_t *item) {
     return mem_ptr<db_index_t>(db_load_u32(db_item_index_word(db_get_root(item))));
 }
 
-db_item_t *db_item_write_head(char *block, mem_ref_t parent, bool has_index, mem_ref_t index, const char *name,
-                              u32 name_length) {
+db_item_t *db_item_write_head(char *block, mem_ref_t parent, bool has_index, mem_ref_t index,
+                              const char *name, u32 name_length) {
     if (has_index) {
         db_store_u32(block, index);
         block += 4;
@@ -176,9 +176,15 @@ static int _db_folder_compare(const db_item_t *a, const db_item_t *b) {
     }
 }
 
-int db_folder_compare_path_fold(const db_item_t *a, const db_item_t *b) { return _db_folder_compare<DB_LEVEL_FOLD>(a, b); }
-int db_folder_compare_path_lower(const db_item_t *a, const db_item_t *b) { return _db_folder_compare<DB_LEVEL_LOWER>(a, b); }
-int db_folder_compare_path_bytes(const db_item_t *a, const db_item_t *b) { return _db_folder_compare<DB_LEVEL_BYTES>(a, b); }
+int db_folder_compare_path_fold(const db_item_t *a, const db_item_t *b) {
+    return _db_folder_compare<DB_LEVEL_FOLD>(a, b);
+}
+int db_folder_compare_path_lower(const db_item_t *a, const db_item_t *b) {
+    return _db_folder_compare<DB_LEVEL_LOWER>(a, b);
+}
+int db_folder_compare_path_bytes(const db_item_t *a, const db_item_t *b) {
+    return _db_folder_compare<DB_LEVEL_BYTES>(a, b);
+}
 
 static int _db_folder_compare_level(db_level_t level, const db_item_t *a, const db_item_t *b) {
     switch (level) {

@@ -10,9 +10,9 @@
 //     columns              what the layout says is indexed, unaligned
 //     [ frn ]              8 bytes (NTFS) or 16 (ReFS), folders of such an index only
 //
-// A record starts at a multiple of 4 and is never resized in place. There is no stored path, no stored extension
-// and no way from a record to the arrays. During a rebuild the same head is used for temporary records, whose
-// `parent` may be a marker: every reference below MEM_REF_FIRST stands for "no parent here".
+// A record starts at a multiple of 4 and is never resized in place. There is no stored path, no stored
+// extension and no way from a record to the arrays. During a rebuild the same head is used for temporary
+// records, whose `parent` may be a marker: every reference below MEM_REF_FIRST stands for "no parent here".
 //
 // Reading is safe from any thread while nobody writes; db_wait (db/db.h) sees to that.
 #pragma once
@@ -34,9 +34,9 @@ struct db_item_t {
 struct db_folder_t : db_item_t {};
 struct db_file_t : db_item_t {};
 
-inline constexpr u32 DB_ITEM_HEAD = 5;          // bytes from the record to its name
-inline constexpr u32 DB_ITEM_LONG_NAME = 255;   // in name_length: the length is in the word in front
-inline constexpr u32 DB_ITEM_MAX_PREFIX = 8;    // bytes in front of the head at most
+inline constexpr u32 DB_ITEM_HEAD = 5;        // bytes from the record to its name
+inline constexpr u32 DB_ITEM_LONG_NAME = 255; // in name_length: the length is in the word in front
+inline constexpr u32 DB_ITEM_MAX_PREFIX = 8;  // bytes in front of the head at most
 
 inline u32 db_load_u32(const char *bytes) {
     u32 value;
@@ -48,10 +48,16 @@ inline u64 db_load_u64(const char *bytes) {
     std::memcpy(&value, bytes, sizeof value);
     return value;
 }
-inline void db_store_u32(char *bytes, u32 value) { std::memcpy(bytes, &value, sizeof value); }
-inline void db_store_u64(char *bytes, u64 value) { std::memcpy(bytes, &value, sizeof value); }
+inline void db_store_u32(char *bytes, u32 value) {
+    std::memcpy(bytes, &value, sizeof value);
+}
+inline void db_store_u64(char *bytes, u64 value) {
+    std::memcpy(bytes, &value, sizeof value);
+}
 
-inline const db_item_t *db_item(mem_ref_t ref) { return mem_ptr<const db_item_t>(ref); }
+inline const db_item_t *db_item(mem_ref_t ref) {
+    return mem_ptr<const db_item_t>(ref);
+}
 
 inline u32 db_item_get_name_length(const db_item_t *item) {
     return item->name_length != DB_ITEM_LONG_NAME ? item->name_length
@@ -63,12 +69,17 @@ inline const char *db_item_get_name(const db_item_t *item, u32 *length) {
 }
 // The first byte behind the name: the columns.
 inline char *db_item_columns(const db_item_t *item) {
-    return const_cast<char *>(reinterpret_cast<const char *>(item)) + DB_ITEM_HEAD + db_item_get_name_length(item);
+    return const_cast<char *>(reinterpret_cast<const char *>(item)) + DB_ITEM_HEAD +
+           db_item_get_name_length(item);
 }
 
 // True when the item stands at the top of its chain (or hangs on a marker of a rebuild).
-inline bool db_item_is_top(const db_item_t *item) { return item->parent < MEM_REF_FIRST; }
-inline bool db_is_root(const db_item_t *folder) { return folder->parent == 0; }
+inline bool db_item_is_top(const db_item_t *item) {
+    return item->parent < MEM_REF_FIRST;
+}
+inline bool db_is_root(const db_item_t *folder) {
+    return folder->parent == 0;
+}
 
 // The bytes in front of a record's head, and the word there that names the index of an item without a parent.
 inline u32 db_item_prefix_size(u32 name_length, bool has_index) {
@@ -85,8 +96,8 @@ db_index_t *db_get_index(const db_item_t *item);
 
 // Writes the head (prefix, parent, name) of a record at `block`, and returns the record. `index` counts only
 // without a parent; `has_index` says whether the word is there at all.
-db_item_t *db_item_write_head(char *block, mem_ref_t parent, bool has_index, mem_ref_t index, const char *name,
-                              u32 name_length);
+db_item_t *db_item_write_head(char *block, mem_ref_t parent, bool has_index, mem_ref_t index,
+                              const char *name, u32 name_length);
 
 // --- Paths -------------------------------------------------------------------------------------------------
 
@@ -130,11 +141,11 @@ int db_folder_compare_path_bytes(const db_item_t *a, const db_item_t *b);
 // The same for parents, where none (0 or a marker) is the empty path.
 int db_parent_compare_path(db_level_t level, mem_ref_t a, mem_ref_t b);
 
-// The order of the master arrays: name and parent path at each level in turn, then the index's ordinal, then the
-// record's address. 0 only for the same record.
+// The order of the master arrays: name and parent path at each level in turn, then the index's ordinal, then
+// the record's address. 0 only for the same record.
 int db_item_compare_name(const db_item_t *a, const db_item_t *b);
-// The order of the path arrays. Files: parent path and name at each level in turn. Folders: their own full path
-// at each level.
+// The order of the path arrays. Files: parent path and name at each level in turn. Folders: their own full
+// path at each level.
 int db_file_compare_path(const db_item_t *a, const db_item_t *b);
 int db_folder_compare_path(const db_item_t *a, const db_item_t *b);
 

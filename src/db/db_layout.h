@@ -5,13 +5,13 @@
 
 namespace findwright {
 
-inline constexpr u32 DB_FLAG_SIZE = 0x0001;          // files have an 8-byte size
-inline constexpr u32 DB_FLAG_DATE_CREATED = 0x0002;  // items have 8-byte dates
+inline constexpr u32 DB_FLAG_SIZE = 0x0001;         // files have an 8-byte size
+inline constexpr u32 DB_FLAG_DATE_CREATED = 0x0002; // items have 8-byte dates
 inline constexpr u32 DB_FLAG_DATE_MODIFIED = 0x0004;
 inline constexpr u32 DB_FLAG_DATE_ACCESSED = 0x0008;
-inline constexpr u32 DB_FLAG_ATTRIBUTES = 0x0010;    // items have a 4-byte attribute word
-inline constexpr u32 DB_FLAG_FOLDER_SIZE = 0x0020;   // folders have an 8-byte size, the sum of the files below
-inline constexpr u32 DB_FLAG_FAST_SIZE = 0x0100;     // sorted arrays exist for the column
+inline constexpr u32 DB_FLAG_ATTRIBUTES = 0x0010;  // items have a 4-byte attribute word
+inline constexpr u32 DB_FLAG_FOLDER_SIZE = 0x0020; // folders have an 8-byte size, the sum of the files below
+inline constexpr u32 DB_FLAG_FAST_SIZE = 0x0100;   // sorted arrays exist for the column
 inline constexpr u32 DB_FLAG_FAST_DATE_CREATED = 0x0200;
 inline constexpr u32 DB_FLAG_FAST_DATE_MODIFIED = 0x0400;
 inline constexpr u32 DB_FLAG_FAST_DATE_ACCESSED = 0x0800;
@@ -21,8 +21,8 @@ inline constexpr u32 DB_FLAG_FAST_EXTENSION = 0x4000; // files only
 
 inline constexpr u32 DB_FLAG_COLUMNS = 0x003F;
 
-// Offsets count from the end of the name. Columns stand in the order of the flags; an absent one takes no room, so
-// files and folders can differ in all offsets. An offset means nothing while its flag is off.
+// Offsets count from the end of the name. Columns stand in the order of the flags; an absent one takes no
+// room, so files and folders can differ in all offsets. An offset means nothing while its flag is off.
 struct db_layout_t {
     u32 flags;
     u32 file_data_size;
@@ -33,7 +33,8 @@ struct db_layout_t {
     u32 file_attributes_offset, folder_attributes_offset;
 };
 
-// Flags as settings may ask for them, less what cannot be: a folder size without a size, a sort without its column.
+// Flags as settings may ask for them, less what cannot be: a folder size without a size, a sort without its
+// column.
 u32 db_layout_normalize_flags(u32 flags);
 void db_layout_set_flags(db_layout_t *layout, u32 flags);
 

@@ -16,7 +16,9 @@ static bool _fw_write_console(void *, int descriptor, const void *bytes, u32 siz
     return os_console_write(descriptor, bytes, size);
 }
 
-fw_io_t fw_io_console() { return {nullptr, _fw_write_console, os_is_terminal(1), os_is_terminal(2)}; }
+fw_io_t fw_io_console() {
+    return {nullptr, _fw_write_console, os_is_terminal(1), os_is_terminal(2)};
+}
 
 static void _fw_print(const fw_io_t *io, int descriptor, const std::string &text) {
     io->write(io->user_data, descriptor, text.data(), static_cast<u32>(text.size()));
@@ -55,7 +57,8 @@ static void _fw_split_source(const std::string &text, std::string *file, std::st
 }
 
 // Opens the NTFS volumes of one disk, device or image. The text of an error, or empty.
-static std::string _fw_open_source(const std::string &text, std::vector<_fw_volume_t> *volumes, u32 *next_root) {
+static std::string _fw_open_source(const std::string &text, std::vector<_fw_volume_t> *volumes,
+                                   u32 *next_root) {
     std::string file, name;
     _fw_split_source(text, &file, &name);
     if (os_folder_exists(file.c_str()))
@@ -99,7 +102,8 @@ static u32 _fw_column_flag(fw_column_t column) {
 static u32 _fw_index_flags(const fw_options_t *options) {
     u32 fast = db_sort_get_fast_flag(options->sort);
     u32 flags = fast;
-    for (u32 column = DB_FLAG_SIZE, sort = DB_FLAG_FAST_SIZE; column <= DB_FLAG_ATTRIBUTES; column <<= 1, sort <<= 1) {
+    for (u32 column = DB_FLAG_SIZE, sort = DB_FLAG_FAST_SIZE; column <= DB_FLAG_ATTRIBUTES;
+         column <<= 1, sort <<= 1) {
         if (fast == sort)
             flags |= column;
     }
@@ -147,23 +151,26 @@ static void _fw_print_stats(const _fw_client_t *client, const db_rebuild_stats_t
     utf8_buf_init(&text);
     u64 items = _fw_count_items(client->db);
     u64 tenths = items != 0 ? db_memory_size(client->db) * 10 / items : 0;
-    utf8_buf_printf(&text,
-                    "items %I64u (%u folders, %u files, %u without a parent dropped)\nbytes per item %I64u.%I64u\n"
-                    "read %f seconds\nsort %f seconds\nsearch %f seconds\n",
-                    items, client->db->folder_name_array.count, client->db->file_name_array.count, stats->orphan_count,
-                    tenths / 10, tenths % 10, stats->read_time, stats->sort_time, search_time);
+    utf8_buf_printf(
+        &text,
+        "items %I64u (%u folders, %u files, %u without a parent dropped)\nbytes per item %I64u.%I64u\n"
+        "read %f seconds\nsort %f seconds\nsearch %f seconds\n",
+        items, client->db->folder_name_array.count, client->db->file_name_array.count, stats->orphan_count,
+        tenths / 10, tenths % 10, stats->read_time, stats->sort_time, search_time);
     _fw_print(client->io, 2, text.data);
     utf8_buf_kill(&text);
 }
 
 // Reads the volumes, searches, prints. Returns the exit status.
-static int _fw_search(const fw_options_t *options, const std::vector<_fw_volume_t> &volumes, const fw_io_t *io) {
+static int _fw_search(const fw_options_t *options, const std::vector<_fw_volume_t> &volumes,
+                      const fw_io_t *io) {
     std::vector<db_rebuild_volume_t> sources;
+    sources.reserve(volumes.size());
     for (const _fw_volume_t &volume : volumes)
         sources.push_back({volume.file.c_str(), volume.root.c_str(), volume.volume, nullptr, nullptr});
     db_rebuild_stats_t stats;
-    db_rebuild_params_t rebuild = {sources.data(), static_cast<u32>(sources.size()), _fw_index_flags(options), false,
-                                   false, &stats};
+    db_rebuild_params_t rebuild = {
+        sources.data(), static_cast<u32>(sources.size()), _fw_index_flags(options), false, false, &stats};
     _fw_client_t client = {io, db_create(), nullptr, false, false};
     client.query = db_query_create(client.db, false, _fw_callback, &client);
     db_rebuild_start(client.db, &rebuild);
@@ -208,7 +215,9 @@ int fw_run(u32 count, const char *const *arguments, const fw_io_t *io) {
     default: break;
     }
     if (options.ntfs.empty()) {
-        _fw_print(io, 2, "fw: no source was given: name a volume or an image with --ntfs FILE. fw --help lists the options.\n");
+        _fw_print(io, 2,
+                  "fw: no source was given: name a volume or an image with --ntfs FILE. fw --help lists the "
+                  "options.\n");
         return FW_ERROR;
     }
     max_threads = options.threads;

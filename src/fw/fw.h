@@ -1,4 +1,5 @@
-// The console client: fills a database from the sources that its options name, searches it, prints the results.
+// The console client: fills a database from the sources that its options name, searches it, prints the
+// results.
 #pragma once
 
 #include "base/types.h"
@@ -10,7 +11,8 @@ inline constexpr int FW_FOUND = 0;
 inline constexpr int FW_NOT_FOUND = 1;
 inline constexpr int FW_ERROR = 2;
 
-// Where the client writes, and what it is told of that place. The programs use the console; tests a table of their own.
+// Where the client writes, and what it is told of that place. The programs use the console; tests a table of
+// their own.
 struct fw_io_t {
     void *user_data;
     // Writes to standard output (1) or error (2); false when it is closed.

@@ -8,7 +8,8 @@
 
 namespace findwright {
 
-const char *const fw_column_names[FW_COLUMN_COUNT] = {"name", "path", "full", "size", "dm", "dc", "da", "attributes"};
+const char *const fw_column_names[FW_COLUMN_COUNT] = {"name", "path", "full", "size",
+                                                      "dm",   "dc",   "da",   "attributes"};
 
 static constexpr struct {
     const char *name;
@@ -25,7 +26,8 @@ static constexpr struct {
 };
 
 static bool _fw_cut_suffix(std::string *text, const std::string &suffix) {
-    if (text->size() <= suffix.size() || text->compare(text->size() - suffix.size(), suffix.size(), suffix) != 0)
+    if (text->size() <= suffix.size() ||
+        text->compare(text->size() - suffix.size(), suffix.size(), suffix) != 0)
         return false;
     text->resize(text->size() - suffix.size());
     return true;
@@ -54,26 +56,31 @@ static std::vector<fw_column_t> _fw_parse_columns(const std::string &text) {
         while (column < FW_COLUMN_COUNT && name != fw_column_names[column])
             column++;
         if (column == FW_COLUMN_COUNT)
-            throw CLI::ValidationError("--columns", "there is no column '" + name +
-                                                        "'; the columns are name, path, full, size, dm, dc, da and attributes");
+            throw CLI::ValidationError(
+                "--columns", "there is no column '" + name +
+                                 "'; the columns are name, path, full, size, dm, dc, da and attributes");
         columns.push_back(static_cast<fw_column_t>(column));
         start = end + 1;
     }
     return columns;
 }
 
-fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments, std::string *message) {
-    CLI::App app("Finds files and folders by name, in milliseconds, on raw NTFS volumes.", "fw --ntfs FILE[=NAME]");
+fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments,
+                            std::string *message) {
+    CLI::App app("Finds files and folders by name, in milliseconds, on raw NTFS volumes.",
+                 "fw --ntfs FILE[=NAME]");
     app.allow_windows_style_options(false);
     app.set_version_flag("--version", std::string("fw ") + FINDWRIGHT_VERSION);
-    app.footer("An empty search text lists everything. Exit status: 0 with results, 1 without, 2 on an error.\n"
-               "Example: fw --ntfs disk.img --sort size-descending -n 20 --columns full,size .iso");
+    app.footer(
+        "An empty search text lists everything. Exit status: 0 with results, 1 without, 2 on an error.\n"
+        "Example: fw --ntfs disk.img --sort size-descending -n 20 --columns full,size .iso");
 
     std::vector<std::string> words;
     std::string sort = "name", columns = "full";
     bool null = false, json = false, csv = false;
     app.add_option("text", words, "the search text: words are joined by blanks");
-    app.add_option("--ntfs", options->ntfs, "a raw NTFS volume, device or disk image; NAME is the root's name (default C:, D:, ...)")
+    app.add_option("--ntfs", options->ntfs,
+                   "a raw NTFS volume, device or disk image; NAME is the root's name (default C:, D:, ...)")
         ->type_name("FILE[=NAME]")
         ->allow_extra_args(false)
         ->group("Sources");
@@ -84,7 +91,8 @@ fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const 
     app.add_flag("--regex", options->match_regex, "the text is a regular expression")->group("Matching");
     auto *files = app.add_flag("--files", options->files_only, "only files")->group("Matching");
     app.add_flag("--folders", options->folders_only, "only folders")->group("Matching")->excludes(files);
-    app.add_option("--sort", sort, "name, path, size, extension, date-created, date-modified, date-accessed, attributes")
+    app.add_option("--sort", sort,
+                   "name, path, size, extension, date-created, date-modified, date-accessed, attributes")
         ->type_name("NAME[-ascending|-descending]")
         ->group("Results");
     app.add_option("--offset", options->offset, "skip the first N results")->type_name("N")->group("Results");
@@ -94,8 +102,12 @@ fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const 
         ->type_name("LIST")
         ->group("Results");
     auto *null_flag = app.add_flag("-0,--null", null, "end each name with a NUL")->group("Output");
-    auto *json_flag = app.add_flag("--json", json, "one JSON array of objects")->group("Output")->excludes(null_flag);
-    app.add_flag("--csv", csv, "CSV with a header")->group("Output")->excludes(null_flag)->excludes(json_flag);
+    auto *json_flag =
+        app.add_flag("--json", json, "one JSON array of objects")->group("Output")->excludes(null_flag);
+    app.add_flag("--csv", csv, "CSV with a header")
+        ->group("Output")
+        ->excludes(null_flag)
+        ->excludes(json_flag);
     app.add_option("--color", options->color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("WHEN")

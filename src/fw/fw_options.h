@@ -42,8 +42,10 @@ struct fw_options_t {
 
 enum fw_parse_t { FW_PARSE_RUN, FW_PARSE_DONE, FW_PARSE_ERROR };
 
-// Reads the arguments (UTF-8, program name first). FW_PARSE_DONE: `message` is to be printed to standard output, as for
+// Reads the arguments (UTF-8, program name first). FW_PARSE_DONE: `message` is to be printed to standard
+// output, as for
 // --help; FW_PARSE_ERROR: to standard error.
-fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments, std::string *message);
+fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments,
+                            std::string *message);
 
 } // namespace findwright

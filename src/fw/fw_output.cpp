@@ -50,11 +50,16 @@ static void _fw_get_text(utf8_buf_t *out, const db_item_t *item, fw_column_t col
 
 // --- Machine forms -----------------------------------------------------------------------------------------
 
-// The length of a well-formed UTF-8 sequence at `text`, or 0. A surrogate in its three-byte form gives its value.
+// The length of a well-formed UTF-8 sequence at `text`, or 0. A surrogate in its three-byte form gives its
+// value.
 static u32 _fw_valid_sequence(const char *text, u32 left, u32 *surrogate) {
     *surrogate = 0;
     u8 c = text[0];
-    u32 size = c < 0x80 ? 1 : c >= 0xC2 && c < 0xE0 ? 2 : c >= 0xE0 && c < 0xF0 ? 3 : c >= 0xF0 && c < 0xF5 ? 4 : 0;
+    u32 size = c < 0x80                ? 1
+               : c >= 0xC2 && c < 0xE0 ? 2
+               : c >= 0xE0 && c < 0xF0 ? 3
+               : c >= 0xF0 && c < 0xF5 ? 4
+                                       : 0;
     if (size == 0 || size > left)
         return 0;
     for (u32 i = 1; i < size; i++) {
@@ -111,8 +116,8 @@ void fw_output_cat_csv(std::string *out, const char *text, u32 length) {
 }
 
 // One value of a machine form; nothing (CSV) or null (JSON) where it is not known.
-static void _fw_cat_value(std::string *out, const db_t *db, const db_item_t *item, bool is_folder, fw_column_t column,
-                          bool json, utf8_buf_t *text) {
+static void _fw_cat_value(std::string *out, const db_t *db, const db_item_t *item, bool is_folder,
+                          fw_column_t column, bool json, utf8_buf_t *text) {
     if (_fw_is_text(column)) {
         _fw_get_text(text, item, column);
     } else if (column == FW_COLUMN_ATTRIBUTES) {
@@ -132,8 +137,8 @@ static void _fw_cat_value(std::string *out, const db_t *db, const db_item_t *ite
     (json ? fw_output_cat_json : fw_output_cat_csv)(out, text->data, static_cast<u32>(text->length));
 }
 
-static void _fw_cat_json_row(std::string *out, const fw_options_t *options, const db_t *db, const db_item_t *item,
-                             bool is_folder, utf8_buf_t *text) {
+static void _fw_cat_json_row(std::string *out, const fw_options_t *options, const db_t *db,
+                             const db_item_t *item, bool is_folder, utf8_buf_t *text) {
     *out += '{';
     for (fw_column_t column : options->columns) {
         ((*out += '"') += fw_column_names[column]) += "\":";
@@ -143,8 +148,8 @@ static void _fw_cat_json_row(std::string *out, const fw_options_t *options, cons
     *out += is_folder ? "\"type\":\"folder\"}" : "\"type\":\"file\"}";
 }
 
-static void _fw_cat_csv_row(std::string *out, const fw_options_t *options, const db_t *db, const db_item_t *item,
-                            bool is_folder, utf8_buf_t *text) {
+static void _fw_cat_csv_row(std::string *out, const fw_options_t *options, const db_t *db,
+                            const db_item_t *item, bool is_folder, utf8_buf_t *text) {
     for (fw_column_t column : options->columns) {
         _fw_cat_value(out, db, item, is_folder, column, false, text);
         *out += ',';
@@ -162,8 +167,8 @@ static u32 _fw_display_width(const char *text, u32 length) {
 }
 
 // A column's cell as text, for the screen: a terminal must not be driven by a file's name.
-static void _fw_get_cell(utf8_buf_t *out, const db_t *db, const db_item_t *item, bool is_folder, fw_column_t column,
-                         bool terminal) {
+static void _fw_get_cell(utf8_buf_t *out, const db_t *db, const db_item_t *item, bool is_folder,
+                         fw_column_t column, bool terminal) {
     if (_fw_is_text(column)) {
         _fw_get_text(out, item, column);
         for (i32 i = 0; terminal && i < out->length; i++) {
@@ -183,17 +188,19 @@ static void _fw_get_cell(utf8_buf_t *out, const db_t *db, const db_item_t *item,
     if (value == VALUE_UNKNOWN)
         return;
     if (column == FW_COLUMN_SIZE)
-        utf8_buf_format_number(out, static_cast<i64>(value));
+        utf8_buf_printf(out, "%I64u", value); // plain digits, the same in every locale
     else
         utf8_buf_format_iso_date(out, os_file_time_to_local(value));
 }
 
 // How wide a column is printed: 0 leaves it as it comes.
-static u32 _fw_get_width(const fw_options_t *options, db_query_t *query, i32 first, i32 end, size_t place, bool terminal) {
+static u32 _fw_get_width(const fw_options_t *options, db_query_t *query, i32 first, i32 end, size_t place,
+                         bool terminal) {
     fw_column_t column = options->columns[place];
     if (_fw_is_text(column) && place + 1 == options->columns.size())
         return 0;
-    if (column == FW_COLUMN_DATE_MODIFIED || column == FW_COLUMN_DATE_CREATED || column == FW_COLUMN_DATE_ACCESSED)
+    if (column == FW_COLUMN_DATE_MODIFIED || column == FW_COLUMN_DATE_CREATED ||
+        column == FW_COLUMN_DATE_ACCESSED)
         return DATE_WIDTH;
     utf8_buf_t cell;
     utf8_buf_init(&cell);
@@ -207,8 +214,9 @@ static u32 _fw_get_width(const fw_options_t *options, db_query_t *query, i32 fir
     return _fw_is_text(column) ? std::min(width, TEXT_WIDTH_MAX) : width;
 }
 
-static void _fw_cat_text_row(std::string *out, const fw_options_t *options, const std::vector<u32> &widths, const db_t *db,
-                             const db_item_t *item, bool is_folder, bool terminal, utf8_buf_t *cell) {
+static void _fw_cat_text_row(std::string *out, const fw_options_t *options, const std::vector<u32> &widths,
+                             const db_t *db, const db_item_t *item, bool is_folder, bool terminal,
+                             utf8_buf_t *cell) {
     for (size_t i = 0; i < options->columns.size(); i++) {
         fw_column_t column = options->columns[i];
         _fw_get_cell(cell, db, item, is_folder, column, terminal);
@@ -256,7 +264,8 @@ bool fw_output_results(const fw_options_t *options, db_query_t *query, const fw_
             break;
         case FW_FORMAT_CSV: _fw_cat_csv_row(&out, options, query->db, item, is_folder, &text); break;
         case FW_FORMAT_NULL:
-            _fw_get_text(&text, item, _fw_is_text(options->columns[0]) ? options->columns[0] : FW_COLUMN_FULL);
+            _fw_get_text(&text, item,
+                         _fw_is_text(options->columns[0]) ? options->columns[0] : FW_COLUMN_FULL);
             out.append(text.data, static_cast<size_t>(text.length) + 1);
             break;
         default: _fw_cat_text_row(&out, options, widths, query->db, item, is_folder, terminal, &text); break;

@@ -9,8 +9,8 @@ namespace findwright {
 
 // False when the output is closed, as by a pager that was left.
 bool fw_output_results(const fw_options_t *options, db_query_t *query, const fw_io_t *io);
-// Appends a text as a JSON string, quotes included: always valid UTF-8. A lone surrogate becomes its escape, a byte
-// that is no UTF-8 the replacement character.
+// Appends a text as a JSON string, quotes included: always valid UTF-8. A lone surrogate becomes its escape,
+// a byte that is no UTF-8 the replacement character.
 void fw_output_cat_json(std::string *out, const char *text, u32 length);
 // Appends a text as a quoted CSV field.
 void fw_output_cat_csv(std::string *out, const char *text, u32 length);

@@ -14,15 +14,17 @@ namespace findwright {
 
 static std::atomic<bool> _db_create_cancelled;
 
-bool _db_create_is_cancelled() { return _db_create_cancelled.load(std::memory_order_relaxed); }
+bool _db_create_is_cancelled() {
+    return _db_create_cancelled.load(std::memory_order_relaxed);
+}
 
 // --- Orphans -----------------------------------------------------------------------------------------------
 
 // What is known of a folder's chain, in its slot.
 enum _db_create_chain_t : u32 { CHAIN_UNKNOWN, CHAIN_ON_THE_WAY, CHAIN_IN_TREE, CHAIN_ORPHAN };
 
-// Follows a folder's chain to the first folder of which the answer is known, and notes it for all on the way. A
-// chain that meets itself never reaches a root.
+// Follows a folder's chain to the first folder of which the answer is known, and notes it for all on the way.
+// A chain that meets itself never reaches a root.
 static void _db_create_settle_chain(db_rebuild_t *rebuild, mem_ref_t start) {
     u32 answer = CHAIN_ORPHAN;
     mem_ref_t ref = start;

@@ -1,18 +1,19 @@
 // The rebuild: makes the whole content of a database out of its sources.
 //
 //   volume --reader--> sink --> temporary records --link--> tree --drop orphans--> sorted --> final records
-//                               (obstack, arena)                                   orders     (db_mem, name order)
+//                               (obstack, arena)                                   orders     (db_mem, name
+//                               order)
 //
-// It runs on a thread of its own, which owns the database until its last posted procedure; before and after, the
-// main thread does. A temporary record has the head and columns of a final one, so the comparisons work on both;
-// behind the columns stands what links it:
+// It runs on a thread of its own, which owns the database until its last posted procedure; before and after,
+// the main thread does. A temporary record has the head and columns of a final one, so the comparisons work
+// on both; behind the columns stands what links it:
 //
 //     folder: u32 slot, u32 ordinal of the source, the type's reference number (NTFS: u64)
 //     file:   u32 slot
 //
-// While a source is read, `parent` holds the low half of the parent's reference number and `slot` its high half.
-// Once it is linked, `parent` is the parent's temporary record, a marker, or 0 for an orphan, and the slot is free
-// for the passes that need a word per folder.
+// While a source is read, `parent` holds the low half of the parent's reference number and `slot` its high
+// half. Once it is linked, `parent` is the parent's temporary record, a marker, or 0 for an orphan, and the
+// slot is free for the passes that need a word per folder.
 #pragma once
 
 #include "db/db.h"
@@ -26,17 +27,17 @@ using db_rebuild_read_proc_t = void(void *param, void *user_data, ntfs_record_pr
 
 // One volume of a rebuild. Texts are copied.
 struct db_rebuild_volume_t {
-    const char *guid;   // what it is opened by
-    const char *path;   // the root item's name
-    os_volume_t *volume; // already open, and taken over by the rebuild; 0: it is opened by `guid`
+    const char *guid;             // what it is opened by
+    const char *path;             // the root item's name
+    os_volume_t *volume;          // already open, and taken over by the rebuild; 0: it is opened by `guid`
     db_rebuild_read_proc_t *read; // 0: the NTFS reader over the volume
     void *read_param;
 };
 
 // What a rebuild took, in microseconds, and what it found.
 struct db_rebuild_stats_t {
-    u32 read_time;   // from the first read to linked records without orphans
-    u32 sort_time;   // from there to the last sorted array
+    u32 read_time;    // from the first read to linked records without orphans
+    u32 sort_time;    // from there to the last sorted array
     u64 record_count; // file records read
     u32 orphan_count;
 };

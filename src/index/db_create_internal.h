@@ -31,10 +31,10 @@ struct db_rebuild_t {
     db_rebuild_stats_t *stats;
     db_layout_t layout;
 
-    obstack_bytes_t records;       // the temporary records
-    pointer_pool_t folder_pool;    // references to them, in the order of the read
+    obstack_bytes_t records;    // the temporary records
+    pointer_pool_t folder_pool; // references to them, in the order of the read
     pointer_pool_t file_pool;
-    mem_ref_t *folders, *files;    // those that are in the tree
+    mem_ref_t *folders, *files; // those that are in the tree
     u32 folder_count, file_count;
 };
 
@@ -62,7 +62,8 @@ inline constexpr u32 DB_CREATE_FILE_TAIL = 4;
 
 // Reads one NTFS source into temporary records and turns their parent numbers into parents.
 void _db_create_read_ntfs(db_rebuild_t *rebuild, db_rebuild_source_t *source);
-// Drops every item whose chain does not end at a root; chains that run in a circle do not. Fills the two tables.
+// Drops every item whose chain does not end at a root; chains that run in a circle do not. Fills the two
+// tables.
 void _db_create_drop_orphans(db_rebuild_t *rebuild);
 // Sorts the items, lays out the final records and fills every array.
 void _db_create_lay_out(db_rebuild_t *rebuild);

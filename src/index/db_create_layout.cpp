@@ -1,5 +1,5 @@
-// The rebuild's second half: orders of the temporary records, then the final records in name order, then every
-// sorted array.
+// The rebuild's second half: orders of the temporary records, then the final records in name order, then
+// every sorted array.
 #include "base/mem.h"
 #include "db/db_file.h"
 #include "db/db_folder.h"
@@ -21,15 +21,16 @@ static T *_db_create_alloc(size_t count) {
 
 // The tables of one kind of item, all in name order. They become final references by `items`.
 struct _db_create_kind_t {
-    mem_ref_t *items;   // temporary records, then final ones
+    mem_ref_t *items; // temporary records, then final ones
     u32 count;
-    u32 *parent_ranks;  // of the parents' folded paths
-    u8 *same_name;      // the folded name equals that of the item before
+    u32 *parent_ranks; // of the parents' folded paths
+    u8 *same_name;     // the folded name equals that of the item before
 };
 
 // --- Final records -----------------------------------------------------------------------------------------
 
-// Appends the sources' indexes to the database. Their ordinals stay what the temporary records were sorted by.
+// Appends the sources' indexes to the database. Their ordinals stay what the temporary records were sorted
+// by.
 static void _db_create_add_indexes(db_rebuild_t *rebuild) {
     u32 start = os_get_tick_count();
     for (db_rebuild_source_t *source = rebuild->source_first; source; source = source->next)
@@ -37,8 +38,8 @@ static void _db_create_add_indexes(db_rebuild_t *rebuild) {
     debug_printf("setup file systems: %f seconds\n", os_get_tick_count() - start);
 }
 
-// Lays out the folders. Each temporary record's `parent` becomes the reference of its final one, and the final
-// ones get their parents through it.
+// Lays out the folders. Each temporary record's `parent` becomes the reference of its final one, and the
+// final ones get their parents through it.
 static void _db_create_lay_out_folders(db_rebuild_t *rebuild, _db_create_kind_t *folders) {
     db_t *db = rebuild->db;
     mem_ref_t *final_refs = _db_create_alloc<mem_ref_t>(folders->count);
@@ -50,9 +51,10 @@ static void _db_create_lay_out_folders(db_rebuild_t *rebuild, _db_create_kind_t 
         bool top = from->parent == DB_CREATE_ROOT;
         if (index->ordinal != _db_create_get_ordinal(rebuild, from))
             index = db_index_get(db, _db_create_get_ordinal(rebuild, from));
-        // The parent is still the temporary one: a marker would make the record look like one without a parent.
-        db_folder_t *to = db_folder_alloc_ntfs(db, index, _db_create_get_frn(rebuild, from), top ? 0 : from->parent,
-                                               name, length);
+        // The parent is still the temporary one: a marker would make the record look like one without a
+        // parent.
+        db_folder_t *to = db_folder_alloc_ntfs(db, index, _db_create_get_frn(rebuild, from),
+                                               top ? 0 : from->parent, name, length);
         std::memcpy(db_item_columns(to), db_item_columns(from), db->layout.folder_data_size);
         final_refs[i] = mem_ref(to);
     }
@@ -128,7 +130,8 @@ struct _db_create_column_t {
 };
 
 static const _db_create_column_t _db_create_columns[] = {
-    {DB_FLAG_FAST_SIZE, &db_t::folder_size_array, &db_t::file_size_array, db_folder_get_size, db_file_get_size},
+    {DB_FLAG_FAST_SIZE, &db_t::folder_size_array, &db_t::file_size_array, db_folder_get_size,
+     db_file_get_size},
     {DB_FLAG_FAST_DATE_CREATED, &db_t::folder_date_created_array, &db_t::file_date_created_array,
      db_folder_get_date_created, db_file_get_date_created},
     {DB_FLAG_FAST_DATE_MODIFIED, &db_t::folder_date_modified_array, &db_t::file_date_modified_array,
@@ -176,7 +179,8 @@ enum _db_create_job_t : u32 { JOB_FILE_PATH, JOB_EXTENSION, JOB_ATTRIBUTES, JOB_
 static void _db_create_sort_file_paths(const _db_create_jobs_t *jobs) {
     const _db_create_kind_t *files = jobs->files;
     u32 *order = _db_create_alloc<u32>(files->count);
-    db_order_file_paths(files->items, files->count, files->parent_ranks, jobs->highest_rank, files->same_name, order);
+    db_order_file_paths(files->items, files->count, files->parent_ranks, jobs->highest_rank, files->same_name,
+                        order);
     _db_create_fill_array(&jobs->db->file_path_array, files, order);
     mem_free(order);
 }
@@ -258,8 +262,8 @@ static void _db_create_sort_numbers(db_t *db, const _db_create_kind_t *folders) 
 // --- Folder sizes ------------------------------------------------------------------------------------------
 
 // The sum of all files below each folder. Unknown sizes count as nothing.
-static void _db_create_sum_folder_sizes(db_t *db, const _db_create_kind_t *folders, const _db_create_kind_t *files,
-                                        const u32 *path_order) {
+static void _db_create_sum_folder_sizes(db_t *db, const _db_create_kind_t *folders,
+                                        const _db_create_kind_t *files, const u32 *path_order) {
     u32 start = os_get_tick_count();
     auto add = [](mem_ref_t folder, u64 size) {
         char *column = db_item_columns(db_item(folder));
@@ -292,8 +296,10 @@ static void _db_create_free_kind(_db_create_kind_t *kind) {
     mem_free(kind->same_name);
 }
 
-// The places of folders by name, in the path order: through the temporary records' slots, which are free by then.
-static u32 *_db_create_path_order(db_rebuild_t *rebuild, const mem_ref_t *by_path, const _db_create_kind_t *by_name) {
+// The places of folders by name, in the path order: through the temporary records' slots, which are free by
+// then.
+static u32 *_db_create_path_order(db_rebuild_t *rebuild, const mem_ref_t *by_path,
+                                  const _db_create_kind_t *by_name) {
     for (u32 i = 0; i < by_name->count; i++)
         _db_create_set_slot(rebuild, db_item(by_name->items[i]), i);
     u32 *order = _db_create_alloc<u32>(by_name->count);

@@ -13,7 +13,7 @@ namespace findwright {
 static constexpr u32 ATTRIBUTE_HIDDEN = 2;
 static constexpr u32 ATTRIBUTE_SYSTEM = 4;
 static constexpr u32 ATTRIBUTE_DIRECTORY = 0x10;
-static constexpr u32 NAME_UNITS_MAX = 255; // of an NTFS name, in UTF-16 units
+static constexpr u32 NAME_UNITS_MAX = 255;       // of an NTFS name, in UTF-16 units
 static constexpr u32 PROGRESS_INTERVAL = 100000; // microseconds between two status texts
 
 struct _db_create_sink_t {
@@ -54,8 +54,8 @@ static u32 _db_create_convert_name(char *out, const u8 *name, u32 units) {
 static db_item_t *_db_create_add_record(db_rebuild_t *rebuild, pointer_pool_t *pool, mem_ref_t parent,
                                         db_index_t *root_index, const char *name, u32 length, u32 size) {
     bool is_root = root_index != nullptr;
-    char *block = static_cast<char *>(
-        obstack_bytes_alloc(&rebuild->records, db_item_prefix_size(length, is_root) + DB_ITEM_HEAD + length + size));
+    char *block = static_cast<char *>(obstack_bytes_alloc(
+        &rebuild->records, db_item_prefix_size(length, is_root) + DB_ITEM_HEAD + length + size));
     db_item_t *item =
         db_item_write_head(block, parent, is_root, is_root ? mem_ref(root_index) : 0, name, length);
     pointer_pool_push(pool, mem_ref(item));
@@ -88,8 +88,8 @@ static void _db_create_add_folder(_db_create_sink_t *sink, const ntfs_record_t *
     db_rebuild_t *rebuild = sink->rebuild;
     u32 flags = rebuild->layout.flags;
     db_item_t *folder =
-        _db_create_add_record(rebuild, &rebuild->folder_pool, static_cast<u32>(parent_frn), root_index, name, length,
-                              rebuild->layout.folder_data_size + DB_CREATE_NTFS_FOLDER_TAIL);
+        _db_create_add_record(rebuild, &rebuild->folder_pool, static_cast<u32>(parent_frn), root_index, name,
+                              length, rebuild->layout.folder_data_size + DB_CREATE_NTFS_FOLDER_TAIL);
     char *columns = db_item_columns(folder);
     if (flags & DB_FLAG_FOLDER_SIZE) {
         db_store_u64(columns, 0);
@@ -110,7 +110,8 @@ static void _db_create_ntfs_sink_proc(void *user_data, const ntfs_record_t *reco
             return;
         sink->has_root = true;
         const char *path = static_cast<db_index_volume_t *>(sink->source->index)->path;
-        _db_create_add_folder(sink, record, 0, sink->source->index, path, static_cast<u32>(std::strlen(path)));
+        _db_create_add_folder(sink, record, 0, sink->source->index, path,
+                              static_cast<u32>(std::strlen(path)));
         return;
     }
     if (record->parent_frn == 0 || record->name_length == 0 || record->name_length > NAME_UNITS_MAX)
@@ -124,8 +125,9 @@ static void _db_create_ntfs_sink_proc(void *user_data, const ntfs_record_t *reco
         _db_create_add_folder(sink, record, record->parent_frn, nullptr, name, length);
         return;
     }
-    db_item_t *file = _db_create_add_record(rebuild, &rebuild->file_pool, static_cast<u32>(record->parent_frn),
-                                            nullptr, name, length, rebuild->layout.file_data_size + DB_CREATE_FILE_TAIL);
+    db_item_t *file =
+        _db_create_add_record(rebuild, &rebuild->file_pool, static_cast<u32>(record->parent_frn), nullptr,
+                              name, length, rebuild->layout.file_data_size + DB_CREATE_FILE_TAIL);
     char *columns = db_item_columns(file);
     if (rebuild->layout.flags & DB_FLAG_SIZE) {
         db_store_u64(columns, record->size);
@@ -142,7 +144,8 @@ static bool _db_create_progress_proc(void *user_data, u64 done, u64 total) {
     if (now - sink->last_progress >= PROGRESS_INTERVAL && total != 0) {
         sink->last_progress = now;
         char percent[8];
-        std::snprintf(percent, sizeof percent, "%u %%", static_cast<u32>(done >= total ? 100 : done * 100 / total));
+        std::snprintf(percent, sizeof percent, "%u %%",
+                      static_cast<u32>(done >= total ? 100 : done * 100 / total));
         db_set_status_detail(sink->rebuild->db, percent);
     }
     return !_db_create_is_cancelled();
@@ -212,7 +215,8 @@ static void _db_create_link(db_rebuild_t *rebuild, db_rebuild_source_t *source) 
     mem_ref_t last_parent = DB_CREATE_ORPHAN;
     for (u32 i = 0; i < source->file_count; i++) {
         db_item_t *file = mem_ptr<db_item_t>(pointer_pool_get(&rebuild->file_pool, source->file_start + i));
-        u64 parent_frn = file->parent | static_cast<u64>(db_load_u32(_db_create_file_tail(rebuild, file))) << 32;
+        u64 parent_frn = file->parent | static_cast<u64>(db_load_u32(_db_create_file_tail(rebuild, file)))
+                                            << 32;
         if (parent_frn != last_frn) { // neighbours in the table are often neighbours in the tree
             last_frn = parent_frn;
             last_parent = _db_create_find_frn(&table, parent_frn);

@@ -12,8 +12,8 @@
 
 namespace findwright {
 
-static constexpr u32 PIECE = 8;              // bytes of a text key in one word
-static constexpr u32 INSERTION_MAX = 16;     // entries that are sorted by insertion
+static constexpr u32 PIECE = 8;          // bytes of a text key in one word
+static constexpr u32 INSERTION_MAX = 16; // entries that are sorted by insertion
 static constexpr u32 ITEMS_PER_THREAD = 65536;
 
 template<class T>
@@ -55,8 +55,8 @@ static u64 _db_order_general_piece(const char *text, u32 length, u32 piece) {
 // Eight bytes of ASCII in lower case, each byte plus one. No byte may be above 126.
 static u64 _db_order_fold_ascii(u64 text) {
     constexpr u64 ONES = 0x0101010101010101;
-    u64 above_at = text + ONES * (0x80 - 'A');         // high bit: byte >= 'A'
-    u64 above_z = text + ONES * (0x80 - 'Z' - 1);      // high bit: byte > 'Z'
+    u64 above_at = text + ONES * (0x80 - 'A');    // high bit: byte >= 'A'
+    u64 above_z = text + ONES * (0x80 - 'Z' - 1); // high bit: byte > 'Z'
     u64 upper = (above_at & ~above_z) & (ONES * 0x80);
     return (text | upper >> 2) + ONES;
 }
@@ -148,7 +148,8 @@ static u64 _db_order_key(const source_t &source, u32 item, u32 piece) {
 
 // Sorts entries whose keys hold piece `piece`; all pieces before it are equal.
 template<class source_t>
-static void _db_order_sort_texts(const source_t &source, _db_order_entry_t *entries, size_t count, u32 piece) {
+static void _db_order_sort_texts(const source_t &source, _db_order_entry_t *entries, size_t count,
+                                 u32 piece) {
     for (;;) {
         _db_order_sort_by(entries, count, [](const _db_order_entry_t &entry) { return entry.key; });
         bool whole = false;
@@ -200,8 +201,8 @@ struct _db_order_texts_t {
     }
 };
 
-// `entries` has its keys and ranks; the result is a table of its own, to be freed by the caller, who gives up the
-// one passed in.
+// `entries` has its keys and ranks; the result is a table of its own, to be freed by the caller, who gives up
+// the one passed in.
 template<class source_t>
 static _db_order_entry_t *_db_order_sort_all(const source_t &source, _db_order_entry_t *entries, u32 count) {
     if (count < 4096) {
@@ -231,13 +232,15 @@ static _db_order_entry_t *_db_order_sort_all(const source_t &source, _db_order_e
 
 // --- Folders by path ---------------------------------------------------------------------------------------
 
-// The tree of folded path components, walked in the order in which the paths would stand written out. The paths of
-// two folders can be equal once folded, and a root's name can hold several components; so the walk goes over
-// classes of equal paths, whose members are any number of folders.
+// The tree of folded path components, walked in the order in which the paths would stand written out. The
+// paths of two folders can be equal once folded, and a root's name can hold several components; so the walk
+// goes over classes of equal paths, whose members are any number of folders.
 //
 // Below a class, each component c gives two things to be ordered: the path that ends with c, and the block of
-// paths that go on with `\` behind c. A sibling such as "c d" stands between the two, since a blank sorts before
-// `\`. So each component is entered twice, as its text and as its text with `\`, and these are sorted as texts.
+// paths that go on with `\` behind c. A sibling such as "c d" stands between the two, since a blank sorts
+// before
+// `\`. So each component is entered twice, as its text and as its text with `\`, and these are sorted as
+// texts.
 struct _db_order_part_t { // a folder that goes on below the class, from one byte of its name on
     mem_ref_t folder;
     u32 start;
@@ -351,10 +354,10 @@ static void _db_order_close_level(_db_order_level_t *level) {
     mem_free(level);
 }
 
-// What stands below a run of equal components: the rest of names that go on, and the children of the folders that
-// end there. 0 when nothing does.
-static _db_order_part_t *_db_order_collect_below(const _db_order_tree_t *tree, const _db_order_part_t *parts, u32 count,
-                                                 u32 *below_count) {
+// What stands below a run of equal components: the rest of names that go on, and the children of the folders
+// that end there. 0 when nothing does.
+static _db_order_part_t *_db_order_collect_below(const _db_order_tree_t *tree, const _db_order_part_t *parts,
+                                                 u32 count, u32 *below_count) {
     u32 total = 0;
     for (u32 i = 0; i < count; i++) {
         u32 place = db_order_get_slot(tree->slots, parts[i].folder);
@@ -428,9 +431,15 @@ static _db_order_part_t *_db_order_fill_tree(_db_order_tree_t *tree, u32 *top_co
 u32 db_order_folder_paths(mem_ref_t *folders, u32 count, db_order_slots_t slots) {
     if (count == 0)
         return 0;
-    _db_order_tree_t tree = {slots, folders, count,
-                             _db_order_alloc<u32>(static_cast<size_t>(count) + 1), _db_order_alloc<u32>(count),
-                             _db_order_alloc<u32>(count), _db_order_alloc<mem_ref_t>(count), 0, 0};
+    _db_order_tree_t tree = {slots,
+                             folders,
+                             count,
+                             _db_order_alloc<u32>(static_cast<size_t>(count) + 1),
+                             _db_order_alloc<u32>(count),
+                             _db_order_alloc<u32>(count),
+                             _db_order_alloc<mem_ref_t>(count),
+                             0,
+                             0};
     u32 top_count;
     _db_order_part_t *tops = _db_order_fill_tree(&tree, &top_count);
     for (_db_order_level_t *level = _db_order_open_level(nullptr, tops, top_count); level;) {
@@ -570,7 +579,8 @@ void db_order_values(const u64 *values, u32 count, u32 *order) {
 }
 
 void db_order_attributes(const u32 *attributes, u32 count, u32 *order) {
-    // Few words are different: their letters are compared once each, and the items then sort by the word's rank.
+    // Few words are different: their letters are compared once each, and the items then sort by the word's
+    // rank.
     u32 *distinct = _db_order_alloc<u32>(count);
     u32 distinct_count = 0;
     for (u32 i = 0; i < count; i++) {

@@ -1,12 +1,13 @@
-// Reads the master file table of an NTFS volume straight from the raw volume, with no directory walk, and gives
-// each name of each record in use to a sink. Knows the on-disk structures and nothing of the database.
+// Reads the master file table of an NTFS volume straight from the raw volume, with no directory walk, and
+// gives each name of each record in use to a sink. Knows the on-disk structures and nothing of the database.
 //
-// A pass reads the table in the order of its data runs, in large sequential reads; records are parsed in place in
-// the read buffer, and the sink's name points into it. Nothing is allocated for an ordinary record. A file whose
-// attributes are spread over several records is reported after all others, so the sink must not rely on order.
+// A pass reads the table in the order of its data runs, in large sequential reads; records are parsed in
+// place in the read buffer, and the sink's name points into it. Nothing is allocated for an ordinary record.
+// A file whose attributes are spread over several records is reported after all others, so the sink must not
+// rely on order.
 //
-// Damage never stops a pass but for a failed read: a bad record is logged and left out. Thread: the caller's; the
-// state of a pass is on its stack.
+// Damage never stops a pass but for a failed read: a bad record is logged and left out. Thread: the caller's;
+// the state of a pass is on its stack.
 #pragma once
 
 #include "base/types.h"
@@ -40,21 +41,22 @@ struct ntfs_record_t {
     const u8 *name;    // UTF-16, little-endian, not aligned, not terminated; valid during the call only
 };
 
-// What a pass is asked for, as index flags; size is taken with bit 1, dates and attributes with any of the others.
+// What a pass is asked for, as index flags; size is taken with bit 1, dates and attributes with any of the
+// others.
 inline constexpr u32 NTFS_MASK_ALL = 31;
 
 using ntfs_record_proc_t = void(void *user_data, const ntfs_record_t *record);
 // Called now and then with the number of records read and the number expected. False ends the pass.
 using ntfs_progress_proc_t = bool(void *user_data, u64 done, u64 total);
 
-// Reads and checks the boot sector. False, with a log line, when this is no NTFS volume; `reason` (0 or 256 bytes)
-// then says why in words for a user.
+// Reads and checks the boot sector. False, with a log line, when this is no NTFS volume; `reason` (0 or 256
+// bytes) then says why in words for a user.
 bool ntfs_get_info(os_volume_t *volume, ntfs_info_t *info, char *reason);
 // Reads the whole table. `progress` may be 0. What was read is what the sink got.
 void ntfs_read_volume(os_volume_t *volume, const ntfs_info_t *info, u32 mask, void *user_data,
                       ntfs_record_proc_t *sink, ntfs_progress_proc_t *progress);
-// Fills `fd` from one record and its extensions, asking the file system's driver where there is one and reading
-// the table itself where not. On any failure `fd` stays cleared.
+// Fills `fd` from one record and its extensions, asking the file system's driver where there is one and
+// reading the table itself where not. On any failure `fd` stays cleared.
 void ntfs_get_fd(os_volume_t *volume, u64 frn, db_file_info_t *fd);
 
 } // namespace findwright

@@ -1,4 +1,5 @@
-// Finds the NTFS volumes of a disk, device or image: the whole of it, or the partitions of an MBR or GPT table.
+// Finds the NTFS volumes of a disk, device or image: the whole of it, or the partitions of an MBR or GPT
+// table.
 #pragma once
 
 #include "os/os_volume.h"
@@ -12,9 +13,9 @@ struct ntfs_partition_t {
     u64 size;   // bytes
 };
 
-// Fills `partitions` (room for NTFS_PARTITION_MAX) in the order of the table and returns their number. A volume that
-// begins with an NTFS boot sector is one partition, all of it. 0: none found, and `reason` (0 or 256 bytes) says in
-// words for a user what was found instead.
+// Fills `partitions` (room for NTFS_PARTITION_MAX) in the order of the table and returns their number. A
+// volume that begins with an NTFS boot sector is one partition, all of it. 0: none found, and `reason` (0 or
+// 256 bytes) says in words for a user what was found instead.
 u32 ntfs_find_partitions(os_volume_t *disk, ntfs_partition_t *partitions, char *reason);
 
 } // namespace findwright

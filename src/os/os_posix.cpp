@@ -92,8 +92,8 @@ static void *_os_reserve(size_t bytes) {
 static bool _os_commit(void *address, size_t bytes) {
     if (mprotect(address, bytes, PROT_READ | PROT_WRITE) != 0)
         return false;
-    // A scan walks through gigabytes: with large pages it waits for no translation. Where the system has none to
-    // give, small ones do.
+    // A scan walks through gigabytes: with large pages it waits for no translation. Where the system has none
+    // to give, small ones do.
     madvise(address, bytes, MADV_HUGEPAGE);
     return true;
 }

@@ -18,11 +18,14 @@ static void _db_query_unblocked_notification_proc(void *param);
 
 // Everything that may stand in the event queue for a query.
 static event_proc_t *const _db_query_events[] = {
-    _db_query_results_changed_proc,       _db_query_status_changed_proc,         _db_query_ready_notification_proc,
-    _db_query_rebuilt_notification_proc,  _db_query_unblocked_notification_proc,
+    _db_query_results_changed_proc,        _db_query_status_changed_proc,
+    _db_query_ready_notification_proc,     _db_query_rebuilt_notification_proc,
+    _db_query_unblocked_notification_proc,
 };
 
-static db_query_t *_db_query(void *link) { return static_cast<db_query_t *>(static_cast<db_query_link_t *>(link)); }
+static db_query_t *_db_query(void *link) {
+    return static_cast<db_query_t *>(static_cast<db_query_link_t *>(link));
+}
 
 // --- Notifications -----------------------------------------------------------------------------------------
 
@@ -41,12 +44,22 @@ static void _db_query_results_changed_proc(void *param) {
     _db_query_notify(query, DB_QUERY_RESULTS_CHANGED);
 }
 
-static void _db_query_status_changed_proc(void *param) { _db_query_notify(_db_query(param), DB_QUERY_STATUS_CHANGED); }
-static void _db_query_ready_notification_proc(void *param) { _db_query_notify(_db_query(param), DB_QUERY_READY); }
-static void _db_query_rebuilt_notification_proc(void *param) { _db_query_notify(_db_query(param), DB_QUERY_REBUILT); }
-static void _db_query_unblocked_notification_proc(void *param) { _db_query_notify(_db_query(param), DB_QUERY_UNBLOCKED); }
+static void _db_query_status_changed_proc(void *param) {
+    _db_query_notify(_db_query(param), DB_QUERY_STATUS_CHANGED);
+}
+static void _db_query_ready_notification_proc(void *param) {
+    _db_query_notify(_db_query(param), DB_QUERY_READY);
+}
+static void _db_query_rebuilt_notification_proc(void *param) {
+    _db_query_notify(_db_query(param), DB_QUERY_REBUILT);
+}
+static void _db_query_unblocked_notification_proc(void *param) {
+    _db_query_notify(_db_query(param), DB_QUERY_UNBLOCKED);
+}
 
-static void *_db_query_link(db_query_t *query) { return static_cast<db_query_link_t *>(query); }
+static void *_db_query_link(db_query_t *query) {
+    return static_cast<db_query_link_t *>(query);
+}
 
 void _db_query_post_results_changed(db_query_t *query) {
     query->result_cursor = {};
@@ -78,7 +91,9 @@ static void _db_query_free_deferred(db_query_t *query) {
 
 // --- What the database tells -------------------------------------------------------------------------------
 
-static void _db_query_wait_ended(db_query_link_t *link) { event_post(_db_query_unblocked_notification_proc, link); }
+static void _db_query_wait_ended(db_query_link_t *link) {
+    event_post(_db_query_unblocked_notification_proc, link);
+}
 
 static void _db_query_ready(db_query_link_t *link) {
     db_query_t *query = _db_query(link);
@@ -123,8 +138,8 @@ static bool _db_query_is_cancelled(const db_query_link_t *link) {
 }
 
 static const db_query_hooks_t _db_query_hooks = {
-    _db_query_wait_ended, _db_query_ready, _db_query_status_changed, _db_query_rebuild_started, _db_query_load_complete,
-    _db_query_is_cancelled,
+    _db_query_wait_ended,      _db_query_ready,         _db_query_status_changed,
+    _db_query_rebuild_started, _db_query_load_complete, _db_query_is_cancelled,
 };
 
 // --- Creation and end --------------------------------------------------------------------------------------
@@ -187,9 +202,10 @@ static db_term_t *_db_query_append_filter(db_term_t *terms, db_term_t *filter) {
 }
 
 static void _db_query_compile(db_query_t *query, const db_query_params_t *params) {
-    u32 options = (params->match_case ? DB_MATCH_CASE : 0u) | (params->match_whole_word ? DB_MATCH_WHOLE_WORD : 0u) |
-                  (params->match_path ? DB_MATCH_PATH : 0u) | (params->match_diacritics ? DB_MATCH_DIACRITICS : 0u) |
-                  (params->match_regex ? DB_MATCH_REGEX : 0u);
+    u32 options =
+        (params->match_case ? DB_MATCH_CASE : 0u) | (params->match_whole_word ? DB_MATCH_WHOLE_WORD : 0u) |
+        (params->match_path ? DB_MATCH_PATH : 0u) | (params->match_diacritics ? DB_MATCH_DIACRITICS : 0u) |
+        (params->match_regex ? DB_MATCH_REGEX : 0u);
     db_term_t *terms;
     if (params->hide_empty_search_results && !*params->search) {
         terms = _db_query_term_parse_all(TERM_NOT, "", false); // the negation of what every item has
@@ -197,14 +213,16 @@ static void _db_query_compile(db_query_t *query, const db_query_params_t *params
         terms = _db_query_term_parse_all(db_term_default_flags(options), params->search, false);
         if (params->filter_search && *params->filter_search) {
             u32 flags = db_term_default_flags(params->filter_flags);
-            terms = _db_query_append_filter(terms, _db_query_term_parse_all(flags, params->filter_search, true));
+            terms =
+                _db_query_append_filter(terms, _db_query_term_parse_all(flags, params->filter_search, true));
         }
     }
     for (db_term_t *term = terms; term; term = term->link)
         db_term_compile(query, term);
     for (db_term_t *term = terms; term; term = term->link) {
-        debug_printf("term %p, flags: %04x, next: %p, notnext: %p\nfolderop: %d, fileop: %d, term: %s\n", term,
-                     term->flags, term->next, term->notnext, term->folder_term->op, term->file_term->op, term->text);
+        debug_printf("term %p, flags: %04x, next: %p, notnext: %p\nfolderop: %d, fileop: %d, term: %s\n",
+                     term, term->flags, term->next, term->notnext, term->folder_term->op, term->file_term->op,
+                     term->text);
         term->folder_term->next = term->next ? term->next->folder_term : nullptr;
         term->folder_term->notnext = term->notnext ? term->notnext->folder_term : nullptr;
         term->file_term->next = term->next ? term->next->file_term : nullptr;
@@ -249,8 +267,8 @@ void db_query_search(db_query_t *query, const db_query_params_t *params) {
         return;
     }
     query->cancel_search = query->cancel_sort = 1;
-    debug_printf("search '%s' filter '%s' sort %d\n", params->search, params->filter_search ? params->filter_search : "",
-                 params->sort);
+    debug_printf("search '%s' filter '%s' sort %d\n", params->search,
+                 params->filter_search ? params->filter_search : "", params->sort);
     db_wait(db, "db_query_search");
     _db_query_drop_results_changed(query);
     db_query_free_terms(query);
@@ -283,7 +301,9 @@ void db_sort(db_query_t *query, u32 sort) {
     db_start_worker(query->db, query, DB_WORKER_SORT, _db_sort_thread_proc, query);
 }
 
-u32 db_get_sort(const db_query_t *query) { return query->requested_sort; }
+u32 db_get_sort(const db_query_t *query) {
+    return query->requested_sort;
+}
 
 bool db_cancel_query(db_query_t *query) {
     db_t *db = query->db;

@@ -1,9 +1,10 @@
-// One running search over one database: its compiled terms, its sorted results, and the hand-off between the worker
-// and the owner that shows them.
+// One running search over one database: its compiled terms, its sorted results, and the hand-off between the
+// worker and the owner that shows them.
 //
-// Owner: whoever created it; all operations are called on the main thread. A search or a sort runs on the database's
-// worker; each operation that reads results first waits for it (db_wait), and the owner learns of new results by its
-// callback. A new search never narrows the previous results: it scans the database's sorted arrays again.
+// Owner: whoever created it; all operations are called on the main thread. A search or a sort runs on the
+// database's worker; each operation that reads results first waits for it (db_wait), and the owner learns of
+// new results by its callback. A new search never narrows the previous results: it scans the database's
+// sorted arrays again.
 //
 // Results are addressed by one index over folders and files: folders first, or files first after a reversal.
 #pragma once
@@ -36,8 +37,8 @@ enum db_query_notification_t : u32 {
     DB_QUERY_RESULTS_CHANGED = 0, // results or their order changed: read them
     DB_QUERY_REBUILT = 1,         // the index is being rebuilt: search again
     DB_QUERY_STATUS_CHANGED = 2,
-    DB_QUERY_READY = 6,           // the database is idle again
-    DB_QUERY_UNBLOCKED = 8,       // a wait for the worker has ended
+    DB_QUERY_READY = 6,     // the database is idle again
+    DB_QUERY_UNBLOCKED = 8, // a wait for the worker has ended
 };
 
 using db_query_callback_t = void(void *user_data, u32 code);
@@ -84,14 +85,14 @@ struct db_query_t : db_query_link_t {
 db_query_t *db_query_create(db_t *db, bool is_ui, db_query_callback_t *callback, void *user_data);
 void db_destroy_query(db_query_t *query);
 
-// Starts a new search, which ends one in progress. Results arrive by notification 0. Before the database is loaded the
-// search is kept, and runs as soon as it is.
+// Starts a new search, which ends one in progress. Results arrive by notification 0. Before the database is
+// loaded the search is kept, and runs as soon as it is.
 void db_query_search(db_query_t *query, const db_query_params_t *params);
 // Changes the order. Notification 0 when it is done.
 void db_sort(db_query_t *query, u32 sort);
 u32 db_get_sort(const db_query_t *query);
-// Stops this query's worker. True when one was running. A stopped search has no results, a stopped sort leaves them
-// in name order.
+// Stops this query's worker. True when one was running. A stopped search has no results, a stopped sort
+// leaves them in name order.
 bool db_cancel_query(db_query_t *query);
 
 u32 db_get_result_count(db_query_t *query);

@@ -20,7 +20,9 @@ u32 fast_ascii_search = 1;
 
 // --- Executable terms --------------------------------------------------------------------------------------
 
-static bool _db_is_ascii_letter(u8 c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+static bool _db_is_ascii_letter(u8 c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
 
 db_needle_t db_make_needle(utf8_mode_t mode, const char *text, u32 length) {
     db_needle_t needle = {};
@@ -52,7 +54,8 @@ static db_exec_term_t *_db_exec_term_create(const db_term_t *term, u32 op, utf8_
     return exec;
 }
 
-static void _db_append_exec_terms(db_query_t *query, db_term_t *term, db_exec_term_t *folder, db_exec_term_t *file) {
+static void _db_append_exec_terms(db_query_t *query, db_term_t *term, db_exec_term_t *folder,
+                                  db_exec_term_t *file) {
     term->folder_term = folder;
     term->file_term = file;
     (query->folder_terms_tail ? query->folder_terms_tail->link : query->folder_terms) = folder;
@@ -61,9 +64,10 @@ static void _db_append_exec_terms(db_query_t *query, db_term_t *term, db_exec_te
     query->file_terms_tail = file;
 }
 
-// Both forms of a term with one op, but for those that its flags make constant: `!file:abc` keeps all folders.
-static void _db_emit(db_query_t *query, db_term_t *term, u32 op, utf8_mode_t mode, const char *text, u32 length,
-                     void *regex) {
+// Both forms of a term with one op, but for those that its flags make constant: `!file:abc` keeps all
+// folders.
+static void _db_emit(db_query_t *query, db_term_t *term, u32 op, utf8_mode_t mode, const char *text,
+                     u32 length, void *regex) {
     u32 constant = term->flags & TERM_NOT ? DB_OP_TRUE : DB_OP_FALSE;
     db_exec_term_t *folder =
         _db_exec_term_create(term, term->flags & TERM_FILE_ONLY ? constant : op, mode, text, length);
@@ -103,7 +107,8 @@ static void _db_emit_family(db_query_t *query, db_term_t *term, const _db_family
     utf8_buf_init(&folded);
     utf8_fold_pattern(mode, &folded, text, length);
     u32 folded_length = static_cast<u32>(folded.length);
-    bool fast = !match_case && diacritics && flags & TERM_FAST_ASCII && utf8_is_ascii(folded.data, folded_length);
+    bool fast =
+        !match_case && diacritics && flags & TERM_FAST_ASCII && utf8_is_ascii(folded.data, folded_length);
     if (fast)
         mode = UTF8_MODE_ASCII;
     u32 bit = 1;
@@ -138,7 +143,9 @@ static bool _db_regex_get_literal(utf8_buf_t *out, const char *text) {
     return true;
 }
 
-static bool _db_is_drive(const char *text) { return _db_is_ascii_letter(text[0]) && text[1] == ':'; }
+static bool _db_is_drive(const char *text) {
+    return _db_is_ascii_letter(text[0]) && text[1] == ':';
+}
 
 static void _db_compile_regex(db_query_t *query, db_term_t *term) {
     if (term->length == 0) {
@@ -186,7 +193,9 @@ static void _db_cut_text(db_term_t *term, u32 front, u32 back) {
     term->text[term->length] = 0;
 }
 
-static bool _db_starts_with_star(const db_term_t *term) { return term->length != 0 && term->text[0] == '*'; }
+static bool _db_starts_with_star(const db_term_t *term) {
+    return term->length != 0 && term->text[0] == '*';
+}
 static bool _db_ends_with_star(const db_term_t *term) {
     return term->length != 0 && term->text[term->length - 1] == '*';
 }
@@ -240,7 +249,8 @@ void db_term_compile(db_query_t *query, db_term_t *term) {
     _db_prepare_path(term);
     u32 flags = term->flags;
     const char *text = term->text;
-    if (count == 0 && flags & TERM_PATH && !(flags & (TERM_WHOLE_WORD | TERM_WHOLE_NAME)) && _db_is_absolute(term)) {
+    if (count == 0 && flags & TERM_PATH && !(flags & (TERM_WHOLE_WORD | TERM_WHOLE_NAME)) &&
+        _db_is_absolute(term)) {
         _db_emit_family(query, term, family_starts_with, text, term->length);
     } else if (count == 1 && flags & TERM_WHOLE_NAME_WILDCARDS && _db_starts_with_star(term)) {
         _db_emit_family(query, term, family_ends_with, text + 1, term->length - 1);
@@ -254,7 +264,8 @@ void db_term_compile(db_query_t *query, db_term_t *term) {
         // Every name holds the empty text, and no name is it.
         _db_emit_constant(query, term, !(flags & TERM_WHOLE_NAME) == !(flags & TERM_NOT));
     } else {
-        _db_emit_family(query, term, flags & TERM_WHOLE_NAME ? family_equal : family_find, text, term->length);
+        _db_emit_family(query, term, flags & TERM_WHOLE_NAME ? family_equal : family_find, text,
+                        term->length);
     }
 }
 

@@ -49,16 +49,26 @@ struct _db_modifier_effect_t {
     u32 clear;
 };
 static constexpr _db_modifier_effect_t modifier_effects[] = {
-    {TERM_WHOLE_NAME | TERM_WHOLE_NAME_WILDCARDS, 0}, {0, TERM_WHOLE_NAME | TERM_WHOLE_NAME_WILDCARDS},
-    {TERM_FILE_ONLY, 0},   {TERM_FOLDER_ONLY, 0},
-    {0, TERM_FILE_ONLY},   {0, TERM_FOLDER_ONLY},
-    {TERM_PATH, 0},        {0, TERM_PATH},
-    {TERM_CASE, 0},        {0, TERM_CASE},
-    {TERM_REGEX, 0},       {0, TERM_REGEX},
-    {TERM_DIACRITICS, 0},  {0, TERM_DIACRITICS},
-    {TERM_WHOLE_WORD, 0},  {0, TERM_WHOLE_WORD},
-    {TERM_FAST_ASCII, 0},  {0, TERM_FAST_ASCII},
-    {TERM_WILDCARDS | TERM_WILDCARDS_EXPLICIT, 0}, {0, TERM_WILDCARDS | TERM_WILDCARDS_EXPLICIT},
+    {TERM_WHOLE_NAME | TERM_WHOLE_NAME_WILDCARDS, 0},
+    {0, TERM_WHOLE_NAME | TERM_WHOLE_NAME_WILDCARDS},
+    {TERM_FILE_ONLY, 0},
+    {TERM_FOLDER_ONLY, 0},
+    {0, TERM_FILE_ONLY},
+    {0, TERM_FOLDER_ONLY},
+    {TERM_PATH, 0},
+    {0, TERM_PATH},
+    {TERM_CASE, 0},
+    {0, TERM_CASE},
+    {TERM_REGEX, 0},
+    {0, TERM_REGEX},
+    {TERM_DIACRITICS, 0},
+    {0, TERM_DIACRITICS},
+    {TERM_WHOLE_WORD, 0},
+    {0, TERM_WHOLE_WORD},
+    {TERM_FAST_ASCII, 0},
+    {0, TERM_FAST_ASCII},
+    {TERM_WILDCARDS | TERM_WILDCARDS_EXPLICIT, 0},
+    {0, TERM_WILDCARDS | TERM_WILDCARDS_EXPLICIT},
 };
 static_assert(std::size(modifier_effects) == FRAME_MODIFIER_LAST - FRAME_MODIFIER_FIRST + 1);
 
@@ -67,25 +77,31 @@ struct _db_modifier_t {
     u32 kind;
 };
 static constexpr _db_modifier_t modifiers[] = {
-    {"wholefilename:", 2}, {"wfn:", 2},          {"exact:", 2},         {"nowholefilename:", 3}, {"nowfn:", 3},
-    {"noexact:", 3},       {"file:", 4},         {"folder:", 5},        {"nofileonly:", 6},      {"nofolderonly:", 7},
-    {"path:", 8},          {"nopath:", 9},       {"case:", 10},         {"nocase:", 11},         {"regex:", 12},
-    {"noregex:", 13},      {"diacritics:", 14},  {"nodiacritics:", 15}, {"wholeword:", 16},      {"ww:", 16},
-    {"wholewords:", 16},   {"nowholeword:", 17}, {"noww:", 17},         {"nowholewords:", 17},   {"ascii:", 18},
-    {"utf8:", 19},         {"noascii:", 19},     {"wildcards:", 20},    {"nowildcards:", 21},
+    {"wholefilename:", 2}, {"wfn:", 2},           {"exact:", 2},      {"nowholefilename:", 3},
+    {"nowfn:", 3},         {"noexact:", 3},       {"file:", 4},       {"folder:", 5},
+    {"nofileonly:", 6},    {"nofolderonly:", 7},  {"path:", 8},       {"nopath:", 9},
+    {"case:", 10},         {"nocase:", 11},       {"regex:", 12},     {"noregex:", 13},
+    {"diacritics:", 14},   {"nodiacritics:", 15}, {"wholeword:", 16}, {"ww:", 16},
+    {"wholewords:", 16},   {"nowholeword:", 17},  {"noww:", 17},      {"nowholewords:", 17},
+    {"ascii:", 18},        {"utf8:", 19},         {"noascii:", 19},   {"wildcards:", 20},
+    {"nowildcards:", 21},
 };
 
 // Functions without an argument: the term ends with the name.
 static constexpr const char *bare_functions[] = {
-    "root:",   "empty:",   "dupe:",    "sizedupe:",         "dupesize:", "datecreateddupe:", "dcdupe:",
-    "dupedc:", "datemodifieddupe:",    "dmdupe:",           "dupedm:",   "dateaccesseddupe:", "dadupe:",
-    "dupeda:", "attributesdupe:",      "attribdupe:",       "dupeattrib:", "namepartdupe:",  "dupenamepart:",
+    "root:",         "empty:",      "dupe:",
+    "sizedupe:",     "dupesize:",   "datecreateddupe:",
+    "dcdupe:",       "dupedc:",     "datemodifieddupe:",
+    "dmdupe:",       "dupedm:",     "dateaccesseddupe:",
+    "dadupe:",       "dupeda:",     "attributesdupe:",
+    "attribdupe:",   "dupeattrib:", "namepartdupe:",
+    "dupenamepart:",
 };
 
 // Functions whose argument may begin with `<` or `>`, which elsewhere would be a group.
 static constexpr const char *comparing_functions[] = {
-    "dateaccessed", "datecreated", "datemodified", "daterun", "da", "dc", "dm", "dr", "fsi",
-    "len",          "parents",     "rc",           "recentchange", "runcount", "size",
+    "dateaccessed", "datecreated", "datemodified", "daterun", "da",           "dc",       "dm",   "dr",
+    "fsi",          "len",         "parents",      "rc",      "recentchange", "runcount", "size",
 };
 
 static bool _db_text_begins(const char *text, const char *prefix) {
@@ -242,8 +258,8 @@ static void _db_push_frame(_db_parser_t *parser, u32 kind, u32 level) {
     parser->level = level;
 }
 
-// Turns the terms from `current` on into their negation: by De Morgan's law the swapped links give the opposite
-// truth table. The last term keeps its pair, the ways out of the expression.
+// Turns the terms from `current` on into their negation: by De Morgan's law the swapped links give the
+// opposite truth table. The last term keeps its pair, the ways out of the expression.
 static void _db_negate(_db_parser_t *parser) {
     for (db_term_t *term = parser->current; term; term = term->link) {
         term->flags ^= TERM_NOT;
@@ -318,7 +334,8 @@ static void _db_parse_prefixes(_db_parser_t *parser) {
     }
 }
 
-// Looks for an operator behind a finished operand, and pushes it. False when the operand ends its frame instead.
+// Looks for an operator behind a finished operand, and pushes it. False when the operand ends its frame
+// instead.
 static bool _db_parse_operator(_db_parser_t *parser) {
     if (parser->group_depth != 0 && _db_is_group_end(parser))
         return false;
@@ -343,8 +360,17 @@ static bool _db_parse_operator(_db_parser_t *parser) {
 
 db_term_t *_db_query_term_parse_all(u32 default_flags, const char *text, bool is_filter) {
     bool and_first = operator_precedence == 1;
-    _db_parser_t parser = {_db_skip_white_space(text), nullptr, nullptr, default_flags, is_filter, 0, nullptr, 0,
-                           nullptr, and_first ? 1u : 2u, and_first ? 2u : 1u};
+    _db_parser_t parser = {_db_skip_white_space(text),
+                           nullptr,
+                           nullptr,
+                           default_flags,
+                           is_filter,
+                           0,
+                           nullptr,
+                           0,
+                           nullptr,
+                           and_first ? 1u : 2u,
+                           and_first ? 2u : 1u};
     if (default_flags & TERM_REGEX) {
         _db_append_term(&parser, default_flags, parser.text, utf8_length(parser.text));
         return parser.first_term;

@@ -8,7 +8,8 @@
 namespace findwright {
 
 static constexpr u32 MATCH_SLOTS = 10;
-// Backtracking steps on one name; a name has some hundred bytes, so that only a runaway expression gets there.
+// Backtracking steps on one name; a name has some hundred bytes, so that only a runaway expression gets
+// there.
 static constexpr u32 MATCH_LIMIT = 1000000;
 
 struct _db_regex_match_t {
@@ -16,7 +17,9 @@ struct _db_regex_match_t {
     pcre2_match_context *context;
 };
 
-static void *_db_regex_alloc(PCRE2_SIZE size, void *) { return mem_alloc(size); }
+static void *_db_regex_alloc(PCRE2_SIZE size, void *) {
+    return mem_alloc(size);
+}
 static void _db_regex_free_block(void *block, void *) {
     if (block)
         mem_free(block);
@@ -33,7 +36,8 @@ void *db_regex_compile(const char *text, u32 length, bool ignore_case) {
     int error;
     PCRE2_SIZE offset;
     u32 options = PCRE2_UTF | PCRE2_MATCH_INVALID_UTF | (ignore_case ? PCRE2_CASELESS : 0u);
-    pcre2_code *code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(text), length, options, &error, &offset, context);
+    pcre2_code *code =
+        pcre2_compile(reinterpret_cast<PCRE2_SPTR>(text), length, options, &error, &offset, context);
     if (code)
         pcre2_jit_compile(code, PCRE2_JIT_COMPLETE); // without it the interpreter runs
     pcre2_compile_context_free(context);
@@ -41,7 +45,9 @@ void *db_regex_compile(const char *text, u32 length, bool ignore_case) {
     return code;
 }
 
-void db_regex_free(void *regex) { pcre2_code_free(static_cast<pcre2_code *>(regex)); }
+void db_regex_free(void *regex) {
+    pcre2_code_free(static_cast<pcre2_code *>(regex));
+}
 
 void *db_regex_match_create() {
     pcre2_general_context *general = _db_regex_context_create();
@@ -62,8 +68,8 @@ void db_regex_match_free(void *pointer) {
 
 bool db_regex_match(const void *regex, void *pointer, const char *text, u32 length) {
     _db_regex_match_t *match = static_cast<_db_regex_match_t *>(pointer);
-    return pcre2_match(static_cast<const pcre2_code *>(regex), reinterpret_cast<PCRE2_SPTR>(text), length, 0, 0,
-                       match->data, match->context) >= 0;
+    return pcre2_match(static_cast<const pcre2_code *>(regex), reinterpret_cast<PCRE2_SPTR>(text), length, 0,
+                       0, match->data, match->context) >= 0;
 }
 
 } // namespace findwright

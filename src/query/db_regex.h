@@ -1,5 +1,5 @@
-// Regular expressions over names that need not be valid UTF-8, compiled to machine code where the platform allows,
-// under a match limit, so that no expression can hold up a scan on one name.
+// Regular expressions over names that need not be valid UTF-8, compiled to machine code where the platform
+// allows, under a match limit, so that no expression can hold up a scan on one name.
 //
 // A compiled expression is read-only and may be used by any number of threads, each with its own match block.
 #pragma once

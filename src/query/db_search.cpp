@@ -7,8 +7,8 @@
 
 namespace findwright {
 
-static constexpr u32 PAGE_SHIFT = 12;        // bytes of a page, as a power of two
-static constexpr u32 THREAD_BYTES = 65536;   // a thread is worth its start for 16 pages or more
+static constexpr u32 PAGE_SHIFT = 12;      // bytes of a page, as a power of two
+static constexpr u32 THREAD_BYTES = 65536; // a thread is worth its start for 16 pages or more
 
 // A pass: one array, one list of terms.
 struct _db_pass_t {
@@ -31,8 +31,8 @@ static bool _db_run_chain(db_scan_t *scan, const db_exec_term_t *term, const db_
     }
 }
 
-// A page of a search with several terms. Where the first term must match, its own scan picks those that the rest is
-// run on.
+// A page of a search with several terms. Where the first term must match, its own scan picks those that the
+// rest is run on.
 static u32 _db_scan_chain(db_scan_t *scan, const u32 *values, u32 count, u32 *out) {
     const db_exec_term_t *first = scan->first_term;
     const db_exec_term_t *term = first;

@@ -1,8 +1,9 @@
-// The scan: runs a query's executable terms over an array of the database, page by page, on one thread or several.
+// The scan: runs a query's executable terms over an array of the database, page by page, on one thread or
+// several.
 //
-// Threads: each worker owns its db_scan_t (path buffer, regular expression state, result array); the terms, the
-// records and the scan array are read only. Nothing in a scan locks or logs, and nothing allocates but a new result
-// page and a longer path.
+// Threads: each worker owns its db_scan_t (path buffer, regular expression state, result array); the terms,
+// the records and the scan array are read only. Nothing in a scan locks or logs, and nothing allocates but a
+// new result page and a longer path.
 #pragma once
 
 #include "base/utf8_buf.h"
@@ -25,14 +26,14 @@ struct db_scan_t {
     void *regex_match; // made when the pass has a regular expression
 };
 
-// The scans of a plain substring over the names of one page, by mode and instruction set: the reason why a search
-// takes milliseconds. A scan's `term->needle` is set. Results as of db_page_scan_t, not negated.
-// They read beyond a name's end, 64 bytes and the term's length: that stays inside the arena and the slack behind its
-// blocks.
+// The scans of a plain substring over the names of one page, by mode and instruction set: the reason why a
+// search takes milliseconds. A scan's `term->needle` is set. Results as of db_page_scan_t, not negated. They
+// read beyond a name's end, 64 bytes and the term's length: that stays inside the arena and the slack behind
+// its blocks.
 inline constexpr u32 DB_FIND_MAX = 256; // bytes of a term that is searched by vectors
 static_assert(64 + DB_FIND_MAX <= MEM_ARENA_SLACK);
-// References that stand behind the `count` values of a page when it is scanned: the first ones of the next page, so that
-// the memory can be asked for their records early.
+// References that stand behind the `count` values of a page when it is scanned: the first ones of the next
+// page, so that the memory can be asked for their records early.
 inline constexpr u32 DB_SCAN_AHEAD = 40;
 struct db_find_scans_t {
     db_page_scan_t *scans[5][2]; // by utf8_mode_t, whole word

@@ -1,19 +1,22 @@
 // The vector scan for a plain substring, included once per instruction set with
 //   FIND_TARGET   the function attribute that allows its instructions
 //   find_vector_t, find_load, find_or, find_equal, find_and, find_set, find_mask (one bit a byte)
-// Bytes are compared FIND_WIDTH positions at a time: a position is a candidate when the byte there equals the term's
-// first one and the byte at the term's other end the last one, each with the case bit set first where case does
-// not matter. Reading past a name's end is harmless: what follows in the arena is masked away.
+// Bytes are compared FIND_WIDTH positions at a time: a position is a candidate when the byte there equals the
+// term's first one and the byte at the term's other end the last one, each with the case bit set first where
+// case does not matter. Reading past a name's end is harmless: what follows in the arena is masked away.
 //
-// A name with a byte above 127 in which no candidate holds goes the general way, unless the mode compares bytes.
+// A name with a byte above 127 in which no candidate holds goes the general way, unless the mode compares
+// bytes.
 
 // What a look at a name's bytes tells.
 enum _find_result_t : u32 { FIND_NO, FIND_YES, FIND_GENERAL };
 
-static constexpr bool _find_is_bytewise(utf8_mode_t mode) { return utf8_mode_is_bytewise(mode); }
+static constexpr bool _find_is_bytewise(utf8_mode_t mode) {
+    return utf8_mode_is_bytewise(mode);
+}
 
-// Names up to this long are looked at with one mask of all their positions, without a loop whose end the processor would
-// have to guess.
+// Names up to this long are looked at with one mask of all their positions, without a loop whose end the
+// processor would have to guess.
 static constexpr u32 FIND_SHORT_NAME = 64;
 
 FIND_TARGET static inline u64 _find_low_bits(u64 mask, u32 count) {
@@ -28,7 +31,8 @@ struct _find_needle_t {
 
 // The candidates among the 64 positions from `text` on, and the bytes above 127 there.
 template<utf8_mode_t mode>
-FIND_TARGET FIND_NO_SANITIZE static inline u64 _find_candidates(const char *text, const _find_needle_t &needle, u64 *high) {
+FIND_TARGET FIND_NO_SANITIZE static inline u64 _find_candidates(const char *text,
+                                                                const _find_needle_t &needle, u64 *high) {
     u64 hits = 0;
     for (u32 i = 0; i < 64; i += FIND_WIDTH) {
         find_vector_t x = find_load(text + i), y = find_load(text + i + needle.distance);
@@ -67,7 +71,9 @@ FIND_TARGET static u32 _find_in_long_name(const char *text, u32 length, const db
         if (positions != 0)
             hits = _find_low_bits(_find_candidates<mode>(text + start, needle, &high_here), positions);
         else
-            _find_candidates<mode>(text + start, {needle.first, needle.first_case, needle.last, needle.last_case, 0}, &high_here);
+            _find_candidates<mode>(text + start,
+                                   {needle.first, needle.first_case, needle.last, needle.last_case, 0},
+                                   &high_here);
         if (_find_verify<mode>(text + start, hits, term))
             return FIND_YES;
         high |= _find_low_bits(high_here, length - start);
@@ -93,7 +99,8 @@ static bool _find_general(const char *text, u32 length, const db_exec_term_t *te
 
 // `pair`: the term has no byte between its first and its last one, so that a candidate is a hit.
 template<utf8_mode_t mode, bool whole_word, bool pair>
-FIND_TARGET FIND_NO_SANITIZE static u32 _find_scan_needle(const db_exec_term_t *term, const u32 *values, u32 count, u32 *out) {
+FIND_TARGET FIND_NO_SANITIZE static u32 _find_scan_needle(const db_exec_term_t *term, const u32 *values,
+                                                          u32 count, u32 *out) {
     const char *base = mem_arena_base;
     const _find_needle_t needle = {find_set(term->needle.first), find_set(term->needle.first_case),
                                    find_set(term->needle.last), find_set(term->needle.last_case),
@@ -128,7 +135,8 @@ FIND_TARGET FIND_NO_SANITIZE static u32 _find_scan_needle(const db_exec_term_t *
 
 // The same for a term that is not ASCII, where the mode folds.
 template<utf8_mode_t mode, bool whole_word>
-FIND_TARGET FIND_NO_SANITIZE static u32 _find_scan_general(const db_exec_term_t *term, const u32 *values, u32 count, u32 *out) {
+FIND_TARGET FIND_NO_SANITIZE static u32 _find_scan_general(const db_exec_term_t *term, const u32 *values,
+                                                           u32 count, u32 *out) {
     u32 found = 0;
     for (u32 i = 0; i < count; i++) {
         __builtin_prefetch(mem_ptr<char>(values[i + DB_SCAN_AHEAD]) + 32);
@@ -159,7 +167,8 @@ static u32 _find_scan_long(const db_exec_term_t *term, const u32 *values, u32 co
 
 template<utf8_mode_t mode, bool whole_word>
 static u32 _find_scan(db_scan_t *, const db_exec_term_t *term, const u32 *values, u32 count, u32 *out) {
-    if (term->needle.length > DB_FIND_MAX) // it would be looked for beyond the memory that is there to be read
+    if (term->needle.length >
+        DB_FIND_MAX) // it would be looked for beyond the memory that is there to be read
         return _find_scan_long<mode, whole_word>(term, values, count, out);
     if (!_find_is_bytewise(mode) && !term->needle.ascii)
         return _find_scan_general<mode, whole_word>(term, values, count, out);

@@ -1,5 +1,5 @@
-// The vector scan with AVX2, for processors that have it. Only the functions of this file use its instructions: what
-// it takes from headers stays for every processor.
+// The vector scan with AVX2, for processors that have it. Only the functions of this file use its
+// instructions: what it takes from headers stays for every processor.
 #include "base/utf8_match.h"
 #include "query/db_search.h"
 
@@ -19,13 +19,21 @@ FIND_TARGET FIND_NO_SANITIZE static inline find_vector_t find_load(const char *p
     __asm__("vmovdqu %1, %0" : "=x"(value) : "m"(*reinterpret_cast<const char(*)[32]>(p)));
     return value;
 }
-FIND_TARGET static inline find_vector_t find_or(find_vector_t a, find_vector_t b) { return _mm256_or_si256(a, b); }
-FIND_TARGET static inline find_vector_t find_and(find_vector_t a, find_vector_t b) { return _mm256_and_si256(a, b); }
+FIND_TARGET static inline find_vector_t find_or(find_vector_t a, find_vector_t b) {
+    return _mm256_or_si256(a, b);
+}
+FIND_TARGET static inline find_vector_t find_and(find_vector_t a, find_vector_t b) {
+    return _mm256_and_si256(a, b);
+}
 FIND_TARGET static inline find_vector_t find_equal(find_vector_t a, find_vector_t b) {
     return _mm256_cmpeq_epi8(a, b);
 }
-FIND_TARGET static inline find_vector_t find_set(u8 byte) { return _mm256_set1_epi8(static_cast<char>(byte)); }
-FIND_TARGET static inline u32 find_mask(find_vector_t a) { return static_cast<u32>(_mm256_movemask_epi8(a)); }
+FIND_TARGET static inline find_vector_t find_set(u8 byte) {
+    return _mm256_set1_epi8(static_cast<char>(byte));
+}
+FIND_TARGET static inline u32 find_mask(find_vector_t a) {
+    return static_cast<u32>(_mm256_movemask_epi8(a));
+}
 
 #include "query/db_search_find.inl"
 

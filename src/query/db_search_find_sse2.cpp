@@ -18,11 +18,21 @@ FIND_NO_SANITIZE static inline find_vector_t find_load(const char *p) {
     __asm__("movdqu %1, %0" : "=x"(value) : "m"(*reinterpret_cast<const char(*)[16]>(p)));
     return value;
 }
-static inline find_vector_t find_or(find_vector_t a, find_vector_t b) { return _mm_or_si128(a, b); }
-static inline find_vector_t find_and(find_vector_t a, find_vector_t b) { return _mm_and_si128(a, b); }
-static inline find_vector_t find_equal(find_vector_t a, find_vector_t b) { return _mm_cmpeq_epi8(a, b); }
-static inline find_vector_t find_set(u8 byte) { return _mm_set1_epi8(static_cast<char>(byte)); }
-static inline u32 find_mask(find_vector_t a) { return static_cast<u32>(_mm_movemask_epi8(a)); }
+static inline find_vector_t find_or(find_vector_t a, find_vector_t b) {
+    return _mm_or_si128(a, b);
+}
+static inline find_vector_t find_and(find_vector_t a, find_vector_t b) {
+    return _mm_and_si128(a, b);
+}
+static inline find_vector_t find_equal(find_vector_t a, find_vector_t b) {
+    return _mm_cmpeq_epi8(a, b);
+}
+static inline find_vector_t find_set(u8 byte) {
+    return _mm_set1_epi8(static_cast<char>(byte));
+}
+static inline u32 find_mask(find_vector_t a) {
+    return static_cast<u32>(_mm_movemask_epi8(a));
+}
 
 #include "query/db_search_find.inl"
 

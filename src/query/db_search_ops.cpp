@@ -1,5 +1,5 @@
-// The table of ops: what each op code tests, and how it scans a page. One function per op is instantiated from
-// the op's number, so that what the number has settled is tested by none of them.
+// The table of ops: what each op code tests, and how it scans a page. One function per op is instantiated
+// from the op's number, so that what the number has settled is tested by none of them.
 #include "base/utf8_match.h"
 #include "query/db_regex.h"
 #include "query/db_search.h"
@@ -57,7 +57,8 @@ static constexpr _db_op_parts_t _db_op_decode(u32 op) {
     if (op == DB_OP_FALSE)
         return {FAMILY_FALSE, UTF8_MODE_EXACT, false, false, false};
     if (op >= DB_OP_REGEX && op < DB_OP_REGEX_END)
-        return {FAMILY_REGEX, UTF8_MODE_EXACT, false, ((op - DB_OP_REGEX) & 1) != 0, ((op - DB_OP_REGEX) & 2) != 0};
+        return {FAMILY_REGEX, UTF8_MODE_EXACT, false, ((op - DB_OP_REGEX) & 1) != 0,
+                ((op - DB_OP_REGEX) & 2) != 0};
     for (const _db_op_range_t &range : op_ranges) {
         if (op < range.first || op >= range.end)
             continue;
@@ -117,7 +118,8 @@ static bool _db_test(db_scan_t *scan, const db_exec_term_t *term, const db_item_
         return false;
     } else if constexpr (parts.path) {
         db_item_get_full_path_name(&scan->path, item);
-        return _db_test_text<parts>(scan, term, scan->path.data, static_cast<u32>(scan->path.length)) != parts.negated;
+        return _db_test_text<parts>(scan, term, scan->path.data, static_cast<u32>(scan->path.length)) !=
+               parts.negated;
     } else {
         u32 length;
         const char *name = db_item_get_name(item, &length);
@@ -162,29 +164,37 @@ static u32 _db_scan(db_scan_t *scan, const db_exec_term_t *term, const u32 *valu
 // --- The tables --------------------------------------------------------------------------------------------
 
 template<u32... ops>
-static constexpr std::array<db_item_test_t *, sizeof...(ops)> _db_make_tests(std::integer_sequence<u32, ops...>) {
+static constexpr std::array<db_item_test_t *, sizeof...(ops)>
+_db_make_tests(std::integer_sequence<u32, ops...>) {
     return {(_db_op_decode(ops).family == FAMILY_NONE ? &_db_test<DB_OP_FALSE> : &_db_test<ops>)...};
 }
 template<u32... ops>
-static constexpr std::array<db_page_scan_t *, sizeof...(ops)> _db_make_scans(std::integer_sequence<u32, ops...>) {
+static constexpr std::array<db_page_scan_t *, sizeof...(ops)>
+_db_make_scans(std::integer_sequence<u32, ops...>) {
     return {(_db_op_decode(ops).family == FAMILY_NONE ? &_db_scan<DB_OP_FALSE> : &_db_scan<ops>)...};
 }
 
 static constexpr auto op_tests = _db_make_tests(std::make_integer_sequence<u32, DB_OP_REGEX_END>());
 static constexpr auto op_scans = _db_make_scans(std::make_integer_sequence<u32, DB_OP_REGEX_END>());
 
-db_item_test_t *db_op_get_test(u32 op) { return op < op_tests.size() ? op_tests[op] : op_tests[DB_OP_FALSE]; }
-db_page_scan_t *db_op_get_scan(u32 op) { return op < op_scans.size() ? op_scans[op] : op_scans[DB_OP_FALSE]; }
+db_item_test_t *db_op_get_test(u32 op) {
+    return op < op_tests.size() ? op_tests[op] : op_tests[DB_OP_FALSE];
+}
+db_page_scan_t *db_op_get_scan(u32 op) {
+    return op < op_scans.size() ? op_scans[op] : op_scans[DB_OP_FALSE];
+}
 
 static const db_find_scans_t *_db_find_scans;
 
 const db_find_scans_t *db_find_scans_get() {
-    static const db_find_scans_t *const best = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2")
-                                                   ? &db_find_scans_avx2
-                                                   : &db_find_scans_sse2;
+    static const db_find_scans_t *const best =
+        __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2") ? &db_find_scans_avx2
+                                                                         : &db_find_scans_sse2;
     return _db_find_scans ? _db_find_scans : best;
 }
 
-void db_find_scans_set(const db_find_scans_t *scans) { _db_find_scans = scans; }
+void db_find_scans_set(const db_find_scans_t *scans) {
+    _db_find_scans = scans;
+}
 
 } // namespace findwright

@@ -1,5 +1,5 @@
-// Brings results to an order without comparing two items: by reversal, or by walking an array of the database that
-// is in that order and picking the results out of it.
+// Brings results to an order without comparing two items: by reversal, or by walking an array of the database
+// that is in that order and picking the results out of it.
 #include "base/mem.h"
 #include "os/debug.h"
 #include "os/os.h"

@@ -25,10 +25,12 @@ struct items_t {
     ~items_t() { db_destroy(db); }
 
     db_folder_t *folder(const db_item_t *parent, const std::string &name) {
-        return db_folder_alloc(db, index, parent ? mem_ref(parent) : 0, name.data(), static_cast<u32>(name.size()));
+        return db_folder_alloc(db, index, parent ? mem_ref(parent) : 0, name.data(),
+                               static_cast<u32>(name.size()));
     }
     db_file_t *file(const db_item_t *parent, const std::string &name) {
-        return db_file_alloc(db, index, parent ? mem_ref(parent) : 0, name.data(), static_cast<u32>(name.size()));
+        return db_file_alloc(db, index, parent ? mem_ref(parent) : 0, name.data(),
+                             static_cast<u32>(name.size()));
     }
     // A folder by its whole path, each component made anew.
     db_folder_t *path(const std::string &text) {
@@ -51,14 +53,17 @@ std::string full_path(const db_item_t *item) {
     return result;
 }
 
-int sign(int value) { return value < 0 ? -1 : value > 0; }
+int sign(int value) {
+    return value < 0 ? -1 : value > 0;
+}
 
 TEST(DbItem, NamesOfEveryLengthReadBack) {
     items_t items;
     db_folder_t *root = items.folder(nullptr, "C:");
     for (u32 length : {0u, 1u, 254u, 255u, 256u, 1000u, 70000u}) {
         std::string name(length, 'n');
-        for (db_item_t *item : {static_cast<db_item_t *>(items.file(root, name)), static_cast<db_item_t *>(items.file(nullptr, name)),
+        for (db_item_t *item : {static_cast<db_item_t *>(items.file(root, name)),
+                                static_cast<db_item_t *>(items.file(nullptr, name)),
                                 static_cast<db_item_t *>(items.folder(root, name))}) {
             u32 read_length;
             const char *read = db_item_get_name(item, &read_length);
@@ -75,7 +80,8 @@ TEST(DbItem, FreedRecordsAreReusedWhole) {
     size_t used = db_mem_used(&items.db->mem);
     for (u32 length : {3u, 250u, 255u, 400u}) {
         std::string name(length, 'n');
-        for (const db_item_t *parent : {static_cast<const db_item_t *>(root), static_cast<const db_item_t *>(nullptr)}) {
+        for (const db_item_t *parent :
+             {static_cast<const db_item_t *>(root), static_cast<const db_item_t *>(nullptr)}) {
             db_file_free(items.db, items.file(parent, name));
             db_folder_free(items.db, items.folder(parent, name));
             EXPECT_EQ(used, db_mem_used(&items.db->mem)) << length;
@@ -86,7 +92,8 @@ TEST(DbItem, FreedRecordsAreReusedWhole) {
 TEST(DbItem, PathsCompareAsIfWrittenOut) {
     // In the order of the folded paths: a blank sorts before `\`, a letter behind it.
     const char *const ordered[] = {
-        "C:", "C:\\a", "C:\\a b", "C:\\a b\\x", "C:\\a\\c", "C:\\a\\c\\d", "C:\\ab", "C:\\b", "C:\\z\\z", "D:", "D:\\a",
+        "C:",     "C:\\a", "C:\\a b",  "C:\\a b\\x", "C:\\a\\c", "C:\\a\\c\\d",
+        "C:\\ab", "C:\\b", "C:\\z\\z", "D:",         "D:\\a",
     };
     items_t items;
     std::vector<db_folder_t *> folders;
@@ -96,8 +103,10 @@ TEST(DbItem, PathsCompareAsIfWrittenOut) {
         EXPECT_EQ(ordered[i], full_path(folders[i]));
         for (size_t j = 0; j < folders.size(); j++) {
             int expected = i < j ? -1 : i > j;
-            EXPECT_EQ(expected, sign(db_folder_compare_path_fold(folders[i], folders[j]))) << ordered[i] << ordered[j];
-            EXPECT_EQ(expected, sign(db_folder_compare_path_bytes(folders[i], folders[j]))) << ordered[i] << ordered[j];
+            EXPECT_EQ(expected, sign(db_folder_compare_path_fold(folders[i], folders[j])))
+                << ordered[i] << ordered[j];
+            EXPECT_EQ(expected, sign(db_folder_compare_path_bytes(folders[i], folders[j])))
+                << ordered[i] << ordered[j];
         }
     }
 }
@@ -117,15 +126,15 @@ TEST(DbItem, NameOrderTakesNameBeforePathAtEachLevel) {
     db_folder_t *a = items.path("C:\\a"), *b = items.path("C:\\b");
     // Each item sorts before the next one.
     const db_item_t *ordered[] = {
-        items.file(b, "aaa"),
-        items.file(a, "NAME"),               // folded names equal: the path decides,
-        items.file(a, "name"),               // then, in one folder, bytes
-        items.file(a, "n\xC3\xA3me"),        // after the accents
+        items.file(b, "aaa"),         items.file(a, "NAME"), // folded names equal: the path decides,
+        items.file(a, "name"),                               // then, in one folder, bytes
+        items.file(a, "n\xC3\xA3me"),                        // after the accents
         items.file(b, "name"),
     };
     for (size_t i = 0; i < std::size(ordered); i++) {
         for (size_t j = 0; j < std::size(ordered); j++)
-            EXPECT_EQ(i < j ? -1 : i > j, sign(db_item_compare_name(ordered[i], ordered[j]))) << i << " " << j;
+            EXPECT_EQ(i < j ? -1 : i > j, sign(db_item_compare_name(ordered[i], ordered[j])))
+                << i << " " << j;
     }
     db_item_key_t key = {0, mem_ref(b), "name", 4};
     EXPECT_EQ(0, db_item_compare_key(mem_ref(ordered[4]), &key));
@@ -148,7 +157,8 @@ TEST(DbItem, ChainsBeyondTheStackTable) {
 TEST(DbItem, Extensions) {
     const struct {
         const char *name, *extension;
-    } cases[] = {{".profile", "profile"}, {"archive.", ""}, {"none", ""}, {"a.tar.gz", "gz"}, {"", ""}, {".", ""}};
+    } cases[] = {{".profile", "profile"}, {"archive.", ""}, {"none", ""},
+                 {"a.tar.gz", "gz"},      {"", ""},         {".", ""}};
     for (auto c : cases) {
         u32 length;
         const char *text = db_name_get_extension(c.name, static_cast<u32>(std::strlen(c.name)), &length);
@@ -159,8 +169,8 @@ TEST(DbItem, Extensions) {
 TEST(DbItem, AttributesOrderByTheirLetters) {
     EXPECT_EQ(0, db_attributes_compare(0x20, 0x20));
     EXPECT_LT(db_attributes_compare(0, 1), 0);
-    EXPECT_LT(db_attributes_compare(0x20, 1), 0);     // A before R, though its bit is higher
-    EXPECT_LT(db_attributes_compare(1, 1 | 2), 0);    // R before RH
+    EXPECT_LT(db_attributes_compare(0x20, 1), 0);       // A before R, though its bit is higher
+    EXPECT_LT(db_attributes_compare(1, 1 | 2), 0);      // R before RH
     EXPECT_EQ(0, db_attributes_compare(0x10000000, 0)); // a bit without a letter
 }
 

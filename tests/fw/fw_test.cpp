@@ -22,7 +22,8 @@ std::string unpack(const std::string &name) {
     std::string packed{std::istreambuf_iterator<char>(file), {}};
     std::string bytes(32u << 20, 0);
     unsigned size = static_cast<unsigned>(bytes.size());
-    EXPECT_EQ(BZ_OK, BZ2_bzBuffToBuffDecompress(bytes.data(), &size, packed.data(), static_cast<unsigned>(packed.size()), 0, 0));
+    EXPECT_EQ(BZ_OK, BZ2_bzBuffToBuffDecompress(bytes.data(), &size, packed.data(),
+                                                static_cast<unsigned>(packed.size()), 0, 0));
     bytes.resize(size);
     return bytes;
 }
@@ -55,15 +56,16 @@ run_t run(std::vector<std::string> arguments, size_t room = ~static_cast<size_t>
         run_t run;
         size_t room;
     } state = {{}, room};
-    fw_io_t io = {&state,
-                  [](void *user_data, int descriptor, const void *bytes, u32 size) {
-                      state_t *s = static_cast<state_t *>(user_data);
-                      if (descriptor == 1 && s->run.output.size() > s->room)
-                          return false;
-                      (descriptor == 1 ? s->run.output : s->run.error).append(static_cast<const char *>(bytes), size);
-                      return true;
-                  },
-                  terminal, terminal};
+    fw_io_t io = {
+        &state,
+        [](void *user_data, int descriptor, const void *bytes, u32 size) {
+            state_t *s = static_cast<state_t *>(user_data);
+            if (descriptor == 1 && s->run.output.size() > s->room)
+                return false;
+            (descriptor == 1 ? s->run.output : s->run.error).append(static_cast<const char *>(bytes), size);
+            return true;
+        },
+        terminal, terminal};
     arguments.insert(arguments.begin(), "fw");
     std::vector<const char *> list;
     for (const std::string &argument : arguments)
@@ -98,8 +100,8 @@ TEST(Fw, ListsWhatTheMountedVolumeShows) {
             std::replace(row[0].begin(), row[0].end(), '/', '\\');
             std::string quoted = "\"C:\\" + row[0] + "\"";
             // A folder's size is not indexed.
-            expected.push_back(quoted + "," + (row[1] == "f" ? row[2] : "") + "," + row[3] + "," + row[4] + "," + row[5] + "," +
-                               (row[1] == "f" ? "file" : "folder"));
+            expected.push_back(quoted + "," + (row[1] == "f" ? row[2] : "") + "," + row[3] + "," + row[4] +
+                               "," + row[5] + "," + (row[1] == "f" ? "file" : "folder"));
         }
         run_t found = run({"--ntfs", image.name, "--csv", "--columns", "full,size,dm,dc,da"});
         EXPECT_EQ(FW_FOUND, found.status);
@@ -160,19 +162,26 @@ TEST(Fw, WindowsOfTheResults) {
     EXPECT_EQ(all.output, first + rest);
     EXPECT_EQ("", run_sample({"--offset", "100000"}).output);
     EXPECT_EQ(run_sample({"--folders", "--count"}).output,
-              std::to_string(std::stoi(run_sample({"--count"}).output) - std::stoi(run_sample({"--files", "--count"}).output)) + "\n");
+              std::to_string(std::stoi(run_sample({"--count"}).output) -
+                             std::stoi(run_sample({"--files", "--count"}).output)) +
+                  "\n");
 }
 
 TEST(Fw, NamesOfRoots) {
     std::string file = sample().name;
     EXPECT_EQ("X:\n", run({"--ntfs", file + "=X:", "wfn:X:"}).output);
     EXPECT_EQ("C:\nD:\n", run({"--ntfs", file, "--ntfs", file, "wfn:?:"}).output);
-    EXPECT_EQ("C:\nout here\n", run({"--ntfs", file, "--ntfs", file + "=out here", "root|wfn:C:|wfn:<out here>|\"out here\""}).output);
+    EXPECT_EQ("C:\nout here\n",
+              run({"--ntfs", file, "--ntfs", file + "=out here", "root|wfn:C:|wfn:<out here>|\"out here\""})
+                  .output);
 }
 
 TEST(Fw, MachineForms) {
-    EXPECT_EQ("[\n{\"name\":\"sparse disk.vhd\",\"size\":3221225472,\"attributes\":\"AP\",\"type\":\"file\"}\n]\n",
-              run_sample({"--json", "--columns", "name,size,attributes", "wfn:<sparse disk.vhd>|\"sparse disk.vhd\""}).output);
+    EXPECT_EQ(
+        "[\n{\"name\":\"sparse disk.vhd\",\"size\":3221225472,\"attributes\":\"AP\",\"type\":\"file\"}\n]\n",
+        run_sample(
+            {"--json", "--columns", "name,size,attributes", "wfn:<sparse disk.vhd>|\"sparse disk.vhd\""})
+            .output);
     EXPECT_EQ("[]\n", run_sample({"--json", "no such name"}).output);
     std::string null = run_sample({"-0", "--columns", "name", "sparse disk"}).output;
     EXPECT_EQ(std::string("sparse disk.vhd", 16), null);
@@ -187,7 +196,7 @@ TEST(Fw, JsonIsValidWhateverTheName) {
         {"q\"b\\", "\"q\\\"b\\\\\""},
         {"\x01\n\x7F", "\"\\u0001\\u000a\\u007f\""},
         {"\xC3\xA9\xF0\x9F\x98\x80", "\"\xC3\xA9\xF0\x9F\x98\x80\""},
-        {"\xED\xA0\x80x", "\"\\ud800x\""},                // a lone surrogate
+        {"\xED\xA0\x80x", "\"\\ud800x\""},                          // a lone surrogate
         {"\xFF\xC3(\xC0\x80", "\"\\ufffd\\ufffd(\\ufffd\\ufffd\""}, // no UTF-8
         {"\xF4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""},
     };
@@ -199,7 +208,8 @@ TEST(Fw, JsonIsValidWhateverTheName) {
 }
 
 TEST(Fw, TextColumnsAreAligned) {
-    std::string text = run_sample({"--columns", "size,dm,name", "--sort", "size-descending", "--files", "-n", "20"}).output;
+    std::string text =
+        run_sample({"--columns", "size,dm,name", "--sort", "size-descending", "--files", "-n", "20"}).output;
     std::istringstream stream(text);
     std::vector<size_t> colons;
     for (std::string line; std::getline(stream, line);)
@@ -221,7 +231,8 @@ TEST(Fw, ATerminalIsNotDrivenByNames) {
 
 TEST(Fw, StatsTellItemsAndTimes) {
     run_t result = run_sample({"--stats", "--count", "--threads", "1"});
-    EXPECT_NE(std::string::npos, result.error.find("items " + result.output.substr(0, result.output.size() - 1) + " ("));
+    EXPECT_NE(std::string::npos,
+              result.error.find("items " + result.output.substr(0, result.output.size() - 1) + " ("));
     for (const char *word : {"bytes per item ", "read 0.", "sort 0.", "search 0."})
         EXPECT_NE(std::string::npos, result.error.find(word)) << result.error;
 }

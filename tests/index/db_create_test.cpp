@@ -27,9 +27,15 @@ int by_attributes(const db_t *db, const db_item_t *a, const db_item_t *b) {
     int result = db_attributes_compare(get(db, a), get(db, b));
     return result ? result : db_item_compare_name(a, b);
 }
-int by_name(const db_t *, const db_item_t *a, const db_item_t *b) { return db_item_compare_name(a, b); }
-int by_file_path(const db_t *, const db_item_t *a, const db_item_t *b) { return db_file_compare_path(a, b); }
-int by_folder_path(const db_t *, const db_item_t *a, const db_item_t *b) { return db_folder_compare_path(a, b); }
+int by_name(const db_t *, const db_item_t *a, const db_item_t *b) {
+    return db_item_compare_name(a, b);
+}
+int by_file_path(const db_t *, const db_item_t *a, const db_item_t *b) {
+    return db_file_compare_path(a, b);
+}
+int by_folder_path(const db_t *, const db_item_t *a, const db_item_t *b) {
+    return db_folder_compare_path(a, b);
+}
 int by_extension(const db_t *, const db_item_t *a, const db_item_t *b) {
     int result = db_extension_compare(a, b);
     return result ? result : db_item_compare_name(a, b);
@@ -77,9 +83,17 @@ void check_orders(db_t *db) {
 
 // Names that tie at one level or another, begin one another, or hold what folds to nothing special.
 std::u16string nasty_name(std::mt19937 &random) {
-    static const std::u16string parts[] = {u"a", u"A", u"\u00E1", u" ", u"b", u"B", u"[", u"~", u".", u"abcdefgh", u"ABCDEFGH",
-                                           u"\u0416", u"\u4E2D", u"\xD83D\xDE00", u"\xD800", u"\x01", u"\x7F", u"\\", u"\u00DF",
-                                           u"longer than one piece of a key", u"."};
+    static const std::u16string parts[] = {u"a",        u"A",
+                                           u"\u00E1",   u" ",
+                                           u"b",        u"B",
+                                           u"[",        u"~",
+                                           u".",        u"abcdefgh",
+                                           u"ABCDEFGH", u"\u0416",
+                                           u"\u4E2D",   u"\xD83D\xDE00",
+                                           u"\xD800",   u"\x01",
+                                           u"\x7F",     u"\\",
+                                           u"\u00DF",   u"longer than one piece of a key",
+                                           u"."};
     std::u16string name;
     for (u32 i = 0, n = 1 + random() % 4; i < n; i++)
         name += parts[random() % std::size(parts)];
@@ -96,8 +110,9 @@ test_volume_t nasty_volume(u32 seed, u32 folders, u32 files) {
         u64 parent = numbers[random() % 3 == 0 ? numbers.size() - 1 : random() % numbers.size()];
         u64 frn = (100 + i) | static_cast<u64>(1 + random() % 3) << 48;
         u64 values[] = {0, 1, 5, 1000, VALUE_UNKNOWN, u64(1) << 40, random()};
-        volume.records.push_back({frn, parent, nasty_name(random), i < folders, values[random() % std::size(values)],
-                                  values[random() % std::size(values)], static_cast<u32>(random() & 0x7FE7)});
+        volume.records.push_back({frn, parent, nasty_name(random), i < folders,
+                                  values[random() % std::size(values)], values[random() % std::size(values)],
+                                  static_cast<u32>(random() & 0x7FE7)});
         if (i < folders)
             numbers.push_back(frn);
     }
@@ -127,8 +142,8 @@ TEST(DbCreate, TwoVolumesOfOneNameKeepTheirItemsApart) {
     db_t *db = test_db_create({volume, volume}, TEST_FLAGS_ALL);
     check_orders(db);
     std::vector<std::string> paths = test_array_paths(&db->file_path_array);
-    EXPECT_EQ((std::vector<std::string>{"C:\\b", "C:\\b", "C:\\a\\x", "C:\\a\\x", "C:\\a\\y", "C:\\a\\y", "C:\\a b\\c",
-                                        "C:\\a b\\c"}),
+    EXPECT_EQ((std::vector<std::string>{"C:\\b", "C:\\b", "C:\\a\\x", "C:\\a\\x", "C:\\a\\y", "C:\\a\\y",
+                                        "C:\\a b\\c", "C:\\a b\\c"}),
               paths);
     db_index_t *second = db_index_get(db, 1);
     u64 frn = volume.records[0].frn;
@@ -187,13 +202,17 @@ TEST(DbCreate, HiddenFoldersTakeWhatIsBelowAlong) {
 TEST(DbCreate, FolderSizesAreTheSumsBelow) {
     test_volume_t volume = test_volume_from_paths({"a\\b\\x", "a\\y", "z", "e\\"});
     for (test_record_t &record : volume.records)
-        record.size = record.name == u"x" ? 10 : record.name == u"y" ? 100 : record.name == u"z" ? VALUE_UNKNOWN : 5000;
+        record.size = record.name == u"x"   ? 10
+                      : record.name == u"y" ? 100
+                      : record.name == u"z" ? VALUE_UNKNOWN
+                                            : 5000;
     db_t *db = test_db_create({volume}, TEST_FLAGS_ALL);
     std::vector<u64> sizes;
     u32 page;
     i32 position;
     for (u32 i = 0; i < db->folder_path_array.count; i++)
-        sizes.push_back(db_folder_get_size(db, db_item(array_get(&db->folder_path_array, i, &page, &position))));
+        sizes.push_back(
+            db_folder_get_size(db, db_item(array_get(&db->folder_path_array, i, &page, &position))));
     EXPECT_EQ((std::vector<u64>{110, 110, 10, 0}), sizes); // C:, a, a\b, e
     db_destroy(db);
 }
@@ -202,7 +221,9 @@ TEST(DbCreate, ABackslashInANameIsNoSeparator) {
     test_volume_t volume;
     volume.records.push_back({40, NTFS_FRN_ROOT, u"a\\b", false});
     db_t *db = test_db_create({volume}, 0);
-    EXPECT_EQ((std::vector<std::string>{"C:\\a\xEF\x81\x9C" "b"}), test_array_paths(&db->file_name_array));
+    EXPECT_EQ((std::vector<std::string>{"C:\\a\xEF\x81\x9C"
+                                        "b"}),
+              test_array_paths(&db->file_name_array));
     db_destroy(db);
 }
 

@@ -9,8 +9,8 @@
 namespace findwright {
 namespace {
 
-// The truth table of an expression over the letters a, b, c: bit i is the answer for the item that holds the letters
-// whose bits are set in i (a 1, b 2, c 4). Runs the links as the scan does.
+// The truth table of an expression over the letters a, b, c: bit i is the answer for the item that holds the
+// letters whose bits are set in i (a 1, b 2, c 4). Runs the links as the scan does.
 u32 truth_table(const char *text) {
     db_term_t *terms = _db_query_term_parse_all(db_term_default_flags(0), text, false);
     u32 table = 0;
@@ -91,7 +91,8 @@ TEST(DbQueryParse, Expressions) {
         operator_precedence = c.precedence;
         allow_literal_operators = c.literal;
         allow_round_bracket_parenthesis = c.brackets;
-        EXPECT_EQ(expected_table(c.predicate), truth_table(c.text)) << c.text << " precedence " << c.precedence;
+        EXPECT_EQ(expected_table(c.predicate), truth_table(c.text))
+            << c.text << " precedence " << c.precedence;
     }
 }
 
@@ -170,7 +171,8 @@ TEST(DbQueryParse, FunctionSyntaxIsDecidedByTheRawText) {
     const struct {
         const char *text;
         bool function;
-    } cases[] = {{"size:5", true}, {"\"size:5\"", false}, {"abc", true}, {"Abc:x", false}, {"a.b", false}, {":x", true}};
+    } cases[] = {{"size:5", true}, {"\"size:5\"", false}, {"abc", true},
+                 {"Abc:x", false}, {"a.b", false},        {":x", true}};
     for (auto c : cases) {
         db_term_t *terms = _db_query_term_parse_all(0, c.text, false);
         EXPECT_EQ(c.function, (terms->flags & TERM_FUNCTION_SYNTAX) != 0) << c.text;

@@ -13,7 +13,9 @@ namespace {
 
 struct owner_t {
     std::vector<u32> codes;
-    static void callback(void *user_data, u32 code) { static_cast<owner_t *>(user_data)->codes.push_back(code); }
+    static void callback(void *user_data, u32 code) {
+        static_cast<owner_t *>(user_data)->codes.push_back(code);
+    }
     u32 count(u32 code) const { return static_cast<u32>(std::count(codes.begin(), codes.end(), code)); }
 };
 
@@ -39,7 +41,8 @@ void wait_idle(db_t *db) {
 std::vector<std::string> many_paths() {
     std::vector<std::string> paths;
     for (u32 i = 0; i < 40000; i++)
-        paths.push_back("dir" + std::to_string(i % 97) + "\\file" + std::to_string(i * 31 % 40000) + (i % 3 ? ".txt" : ".c"));
+        paths.push_back("dir" + std::to_string(i % 97) + "\\file" + std::to_string(i * 31 % 40000) +
+                        (i % 3 ? ".txt" : ".c"));
     return paths;
 }
 
@@ -114,13 +117,14 @@ TEST(DbQuery, BadIndexesAndEmptySearches) {
 
 TEST(DbQuery, EveryOrderAndItsOpposite) {
     const array_t db_t::*const files[] = {
-        &db_t::file_name_array, &db_t::file_path_array, &db_t::file_size_array, &db_t::file_extension_array,
-        &db_t::file_date_created_array, &db_t::file_date_modified_array, &db_t::file_attributes_array,
-        &db_t::file_date_accessed_array,
+        &db_t::file_name_array,       &db_t::file_path_array,          &db_t::file_size_array,
+        &db_t::file_extension_array,  &db_t::file_date_created_array,  &db_t::file_date_modified_array,
+        &db_t::file_attributes_array, &db_t::file_date_accessed_array,
     };
-    const u32 codes[] = {DB_SORT_NAME_ASCENDING, DB_SORT_PATH_ASCENDING, DB_SORT_SIZE_ASCENDING, DB_SORT_EXTENSION_ASCENDING,
-                         DB_SORT_DATE_CREATED_ASCENDING, DB_SORT_DATE_MODIFIED_ASCENDING, DB_SORT_ATTRIBUTES_ASCENDING,
-                         DB_SORT_DATE_ACCESSED_ASCENDING};
+    const u32 codes[] = {DB_SORT_NAME_ASCENDING,         DB_SORT_PATH_ASCENDING,
+                         DB_SORT_SIZE_ASCENDING,         DB_SORT_EXTENSION_ASCENDING,
+                         DB_SORT_DATE_CREATED_ASCENDING, DB_SORT_DATE_MODIFIED_ASCENDING,
+                         DB_SORT_ATTRIBUTES_ASCENDING,   DB_SORT_DATE_ACCESSED_ASCENDING};
     db_t *db = test_db_create({test_volume_from_paths(many_paths())}, TEST_FLAGS_ALL);
     db_query_t *query = db_query_create(db, false, nullptr, nullptr);
     for (const char *text : {"file", "9", "zzz", "*"}) {
@@ -152,7 +156,8 @@ TEST(DbQuery, EveryOrderAndItsOpposite) {
         }
     }
     // The walk borrowed words of the records and gave them back.
-    EXPECT_EQ(40000u + 98, test_array_paths(&db->folder_name_array).size() + test_array_paths(&db->file_name_array).size());
+    EXPECT_EQ(40000u + 98, test_array_paths(&db->folder_name_array).size() +
+                               test_array_paths(&db->file_name_array).size());
     db_destroy_query(query);
     db_destroy(db);
 }

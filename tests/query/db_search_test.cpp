@@ -18,7 +18,8 @@ struct search_t {
     db_query_t *query;
 
     explicit search_t(const std::vector<std::string> &paths)
-        : db(test_db_create({test_volume_from_paths(paths)}, 0)), query(db_query_create(db, false, nullptr, nullptr)) {}
+        : db(test_db_create({test_volume_from_paths(paths)}, 0)),
+          query(db_query_create(db, false, nullptr, nullptr)) {}
     ~search_t() {
         db_destroy_query(query);
         db_destroy(db);
@@ -52,12 +53,15 @@ struct search_t {
 using names_t = std::vector<std::string>;
 
 TEST(DbSearch, WhatTermsMean) {
-    search_t search({"abc.txt", "ABC_d", "x abc y", "abcabc", "r\xC3\xA9sum\xC3\xA9", "Resume.doc", "c++x", "a.b.c",
-                                  "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82", "stra\xC3\x9F" "e", "dir\\inner.txt"});
+    search_t search({"abc.txt", "ABC_d", "x abc y", "abcabc", "r\xC3\xA9sum\xC3\xA9", "Resume.doc", "c++x",
+                     "a.b.c", "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82",
+                     "stra\xC3\x9F"
+                     "e",
+                     "dir\\inner.txt"});
     const names_t all = search.names("*");
     EXPECT_EQ(13u, all.size());
-    constexpr u32 CASE = DB_MATCH_CASE, WORD = DB_MATCH_WHOLE_WORD, PATH = DB_MATCH_PATH, DIA = DB_MATCH_DIACRITICS,
-                  REGEX = DB_MATCH_REGEX;
+    constexpr u32 CASE = DB_MATCH_CASE, WORD = DB_MATCH_WHOLE_WORD, PATH = DB_MATCH_PATH,
+                  DIA = DB_MATCH_DIACRITICS, REGEX = DB_MATCH_REGEX;
     const struct {
         const char *text;
         u32 options;
@@ -76,7 +80,10 @@ TEST(DbSearch, WhatTermsMean) {
         {"resume", CASE, {"r\xC3\xA9sum\xC3\xA9"}},
         {"r\xC3\xA9", CASE | DIA, {"r\xC3\xA9sum\xC3\xA9"}},
         {"\xD0\x9F\xD0\xA0\xD0\x98", 0, {"\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"}},
-        {"stra\xC3\x9F", 0, {"stra\xC3\x9F" "e"}},
+        {"stra\xC3\x9F",
+         0,
+         {"stra\xC3\x9F"
+          "e"}},
         {"*.txt", 0, {"abc.txt", "inner.txt"}},
         {"abc*", 0, {"abc.txt", "ABC_d", "abcabc"}},
         {"a*c", 0, {"a.b.c", "abcabc"}},
@@ -124,8 +131,25 @@ TEST(DbSearch, AFilterIsAnAndOverTheWholeSearch) {
 }
 
 std::string random_name(std::mt19937 &random) {
-    static const char *const pieces[] = {"a", "b", "A", "B", "_", ".", "ab", "ba", "\xC3\xA1", "\xC3\x81", "\xE2\x84\xAA", "k",
-                                         "\xD0\xB6", "\xFF", "\xC3", "\xA9", "\xF0\x9F\x98\x80", " ", "z"};
+    static const char *const pieces[] = {"a",
+                                         "b",
+                                         "A",
+                                         "B",
+                                         "_",
+                                         ".",
+                                         "ab",
+                                         "ba",
+                                         "\xC3\xA1",
+                                         "\xC3\x81",
+                                         "\xE2\x84\xAA",
+                                         "k",
+                                         "\xD0\xB6",
+                                         "\xFF",
+                                         "\xC3",
+                                         "\xA9",
+                                         "\xF0\x9F\x98\x80",
+                                         " ",
+                                         "z"};
     std::string name;
     for (u64 i = 0, n = 1 + random() % (random() % 8 == 0 ? 80 : 12); i < n; i++)
         name += pieces[random() % std::size(pieces)];
@@ -143,8 +167,8 @@ struct hand_made_t {
     void add(const std::string &name) {
         db_item_t *file = mem_ptr<db_item_t>(
             mem_ref(db_mem_alloc(&db->mem, 16 + name.size()))); // room for the prefixes of any name
-        refs.push_back(mem_ref(db_item_write_head(reinterpret_cast<char *>(file), 0, true, mem_ref(index), name.data(),
-                                                  static_cast<u32>(name.size()))));
+        refs.push_back(mem_ref(db_item_write_head(reinterpret_cast<char *>(file), 0, true, mem_ref(index),
+                                                  name.data(), static_cast<u32>(name.size()))));
     }
 };
 
@@ -173,7 +197,8 @@ void compare_scans(hand_made_t &names, const std::string &pattern) {
         std::vector<u32> found(names.refs.size() + 1);
         found.resize(scans->scans[mode][whole_word](nullptr, term, values.data(),
                                                     static_cast<u32>(names.refs.size()), found.data()));
-        EXPECT_EQ(expected, found) << "mode " << mode << " word " << whole_word << " pattern '" << pattern << "'";
+        EXPECT_EQ(expected, found) << "mode " << mode << " word " << whole_word << " pattern '" << pattern
+                                   << "'";
     }
     utf8_buf_kill(&folded);
 }

@@ -49,8 +49,8 @@ static void _test_read(void *param, void *user_data, ntfs_record_proc_t *sink, n
             bytes.push_back(static_cast<u8>(unit >> 8));
         }
         u32 attributes = (from.attributes & ~0x10u) | (from.is_folder ? 0x10u : 0u);
-        ntfs_record_t record = {frn,       parent,    from.size,  from.date,
-                                from.date, from.date, attributes, static_cast<u32>(name.size()),
+        ntfs_record_t record = {frn,         parent,    from.size,  from.date,
+                                from.date,   from.date, attributes, static_cast<u32>(name.size()),
                                 bytes.data()};
         sink(user_data, &record);
     };
@@ -68,7 +68,8 @@ db_t *test_db_start(const std::vector<test_volume_t> &volumes, u32 flags, bool e
                            const_cast<void *>(static_cast<const void *>(&volume))});
     }
     db_t *db = db_create();
-    db_rebuild_params_t params = {sources.data(), static_cast<u32>(sources.size()), flags, exclude_hidden, false, stats};
+    db_rebuild_params_t params = {
+        sources.data(), static_cast<u32>(sources.size()), flags, exclude_hidden, false, stats};
     db_rebuild_start(db, &params);
     return db;
 }

@@ -27,8 +27,8 @@ struct test_volume_t {
     std::vector<test_record_t> records;
 };
 
-// A volume from paths below the root, `\` between components; one that ends with `\` is a folder. Folders on the way
-// are made. Sizes and dates are those of the paths' places in the list.
+// A volume from paths below the root, `\` between components; one that ends with `\` is a folder. Folders on
+// the way are made. Sizes and dates are those of the paths' places in the list.
 test_volume_t test_volume_from_paths(const std::vector<std::string> &paths);
 
 // Fills a new database from volumes and waits until it is ready.
