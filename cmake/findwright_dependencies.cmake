@@ -1,5 +1,5 @@
 # The libraries that are not the program's own, as the targets findwright_bz2, findwright_pcre2 (8-bit, with JIT),
-# findwright_cli11, findwright_gtest and findwright_benchmark.
+# findwright_cli11 and findwright_gtest.
 #
 # A Linux build takes all of them from the system. A Windows build has no system to take them from: bzip2 and
 # PCRE2 are compiled here, static, from the distribution's source packages (fetch_sources.sh puts them into
@@ -35,11 +35,6 @@ if(NOT WIN32)
   if(FINDWRIGHT_TESTS)
     find_package(GTest CONFIG REQUIRED)
     target_link_libraries(findwright_gtest INTERFACE GTest::gmock GTest::gtest)
-  endif()
-  if(FINDWRIGHT_BENCH)
-    find_package(benchmark CONFIG REQUIRED)
-    add_library(findwright_benchmark INTERFACE)
-    target_link_libraries(findwright_benchmark INTERFACE benchmark::benchmark)
   endif()
   return()
 endif()

@@ -148,13 +148,13 @@ void _mem_commit_run(u32 page, u32 count, bool grows) {
         arena.unit_end = end;
 }
 
-// Gives the memory of a free run back if it is long and much is free; all that lies behind the top is one
-// run. The slack of the block in front stays.
-void _mem_decommit_run(u32 page, u32 end_page) {
+// Gives the memory of a free run back if it is long and more than `keep` bytes are free; all that lies behind the
+// top is one run. The slack of the block in front stays.
+void _mem_decommit_run(u32 page, u32 end_page, size_t keep) {
     bool at_top = end_page >= arena.top;
     u32 end = at_top ? arena.unit_end : end_page / MEM_UNIT_PAGES;
     u32 unit = page / MEM_UNIT_PAGES + 1;
-    if (end < unit + MEM_DECOMMIT_UNITS || arena.committed - arena.run_bytes <= MEM_ARENA_KEEP)
+    if (end < unit + MEM_DECOMMIT_UNITS || arena.committed - arena.run_bytes <= keep)
         return;
     _mem_set_units(unit, end, false);
     if (at_top)
@@ -279,7 +279,7 @@ void _mem_run_free(u32 page, u32 count) {
         arena.top = page;
     else
         _mem_run_link(page, end - page);
-    _mem_decommit_run(page, end);
+    _mem_decommit_run(page, end, MEM_ARENA_KEEP);
 }
 
 // --- Slots -------------------------------------------------------------------------------------------------
@@ -464,6 +464,17 @@ void mem_arena_free(void *block, size_t size) {
         else
             _mem_run_free(static_cast<u32>(static_cast<size_t>(address - mem_arena_base) / MEM_ARENA_PAGE),
                           _mem_run_pages(size));
+    }
+}
+
+void mem_arena_trim() {
+    if constexpr (MEM_REF_SHIFT != 0) {
+        std::lock_guard guard(arena.lock);
+        for (u32 bin : arena.bins) {
+            for (u32 page = bin; page; page = arena.pages[page].next)
+                _mem_decommit_run(page, page + arena.pages[page].run, 0);
+        }
+        _mem_decommit_run(arena.top, arena.top, 0);
     }
 }
 

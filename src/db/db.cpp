@@ -24,6 +24,7 @@ static array_t db_t::*const _db_arrays[] = {
     &db_t::folder_date_accessed_array, &db_t::file_date_accessed_array,
     &db_t::folder_attributes_array,    &db_t::file_attributes_array,
     &db_t::file_extension_array,       &db_t::folder_frn_array,
+    &db_t::folder_frn128_array,
 };
 
 db_t *db_create() {

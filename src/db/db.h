@@ -63,7 +63,8 @@ struct db_t {
     array_t folder_date_accessed_array, file_date_accessed_array;
     array_t folder_attributes_array, file_attributes_array;
     array_t file_extension_array;
-    array_t folder_frn_array;
+    array_t folder_frn_array;    // folders of NTFS indexes, by their number
+    array_t folder_frn128_array; // folders of ReFS indexes
 
     db_mem_t mem; // the records
 

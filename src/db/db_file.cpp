@@ -17,4 +17,25 @@ void db_file_free(db_t *db, db_file_t *file) {
                 prefix + DB_ITEM_HEAD + length + db->layout.file_data_size);
 }
 
+int db_file_compare_size(const db_t *db, const db_item_t *a, const db_item_t *b) {
+    return db_value_compare(db_file_get_size(db, a), db_file_get_size(db, b), a, b);
+}
+int db_file_compare_date_created(const db_t *db, const db_item_t *a, const db_item_t *b) {
+    return db_value_compare(db_file_get_date_created(db, a), db_file_get_date_created(db, b), a, b);
+}
+int db_file_compare_date_modified(const db_t *db, const db_item_t *a, const db_item_t *b) {
+    return db_value_compare(db_file_get_date_modified(db, a), db_file_get_date_modified(db, b), a, b);
+}
+int db_file_compare_date_accessed(const db_t *db, const db_item_t *a, const db_item_t *b) {
+    return db_value_compare(db_file_get_date_accessed(db, a), db_file_get_date_accessed(db, b), a, b);
+}
+int db_file_compare_attributes(const db_t *db, const db_item_t *a, const db_item_t *b) {
+    int result = db_attributes_compare(db_file_get_attributes(db, a), db_file_get_attributes(db, b));
+    return result ? result : db_item_compare_name(a, b);
+}
+int db_file_compare_extension(const db_t *, const db_item_t *a, const db_item_t *b) {
+    int result = db_extension_compare(a, b);
+    return result ? result : db_item_compare_name(a, b);
+}
+
 } // namespace findwright

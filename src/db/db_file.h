@@ -34,4 +34,12 @@ inline u32 db_file_get_attributes(const db_t *db, const db_item_t *file) {
                : 0;
 }
 
+// The orders of the columns: unknown values first, equal ones by name.
+int db_file_compare_size(const db_t *db, const db_item_t *a, const db_item_t *b);
+int db_file_compare_date_created(const db_t *db, const db_item_t *a, const db_item_t *b);
+int db_file_compare_date_modified(const db_t *db, const db_item_t *a, const db_item_t *b);
+int db_file_compare_date_accessed(const db_t *db, const db_item_t *a, const db_item_t *b);
+int db_file_compare_attributes(const db_t *db, const db_item_t *a, const db_item_t *b);
+int db_file_compare_extension(const db_t *db, const db_item_t *a, const db_item_t *b);
+
 } // namespace findwright

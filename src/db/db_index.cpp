@@ -8,11 +8,26 @@
 
 namespace findwright {
 
-db_index_t *db_index_alloc(db_index_type_t type, u32 size) {
+static u32 _db_index_size(db_index_type_t type) {
+    switch (type) {
+    case DB_INDEX_TYPE_FILE_LIST: return sizeof(db_index_file_list_t);
+    case DB_INDEX_TYPE_FOLDER: return sizeof(db_index_folder_t);
+    default: return sizeof(db_index_volume_t);
+    }
+}
+
+db_index_t *db_index_alloc(db_index_type_t type) {
+    u32 size = _db_index_size(type);
     db_index_t *index = static_cast<db_index_t *>(mem_arena_alloc(size));
-    std::memset(index, 0, size);
+    std::memset(static_cast<void *>(index), 0, size);
     index->type = type;
-    index->size = size;
+    if (type == DB_INDEX_TYPE_FOLDER) {
+        db_index_folder_t *folder = static_cast<db_index_folder_t *>(index);
+        folder->monitor = 1;
+        folder->buffer_size = DB_INDEX_FOLDER_BUFFER_SIZE;
+        folder->update_type = DB_INDEX_FOLDER_UPDATE_TYPE;
+        folder->update_value = DB_INDEX_FOLDER_UPDATE_VALUE;
+    }
     return index;
 }
 
@@ -34,20 +49,82 @@ db_index_t *db_index_get(const db_t *db, u32 ordinal) {
     return index;
 }
 
+// --- Looking up --------------------------------------------------------------------------------------------
+
+static bool _db_index_is_text(const char *text, const char *other) {
+    return std::strcmp(text ? text : "", other ? other : "") == 0;
+}
+
+static db_index_volume_t *_db_index_find_volume(const db_t *db, db_index_type_t type, const char *guid,
+                                                const char *path, const char *root,
+                                                const char *include_only) {
+    db_index_volume_t *found = nullptr;
+    for (db_index_t *index = db->index_first; index; index = index->next) {
+        db_index_volume_t *volume = static_cast<db_index_volume_t *>(index);
+        if (index->type != type || !_db_index_is_text(volume->guid, guid) ||
+            !_db_index_is_text(volume->path, path) || !_db_index_is_text(volume->root, root) ||
+            !_db_index_is_text(volume->include_only, include_only))
+            continue;
+        if (!index->out_of_date)
+            return volume;
+        if (!found)
+            found = volume;
+    }
+    return found;
+}
+
+db_index_volume_t *db_index_find_ntfs(const db_t *db, const char *guid, const char *path, const char *root,
+                                      const char *include_only) {
+    return _db_index_find_volume(db, DB_INDEX_TYPE_NTFS, guid, path, root, include_only);
+}
+
+db_index_volume_t *db_index_find_refs(const db_t *db, const char *guid, const char *path, const char *root,
+                                      const char *include_only) {
+    return _db_index_find_volume(db, DB_INDEX_TYPE_REFS, guid, path, root, include_only);
+}
+
+db_index_file_list_t *db_index_find_file_list(const db_t *db, const char *filename, bool monitor) {
+    for (db_index_t *index = db->index_first; index; index = index->next) {
+        db_index_file_list_t *list = static_cast<db_index_file_list_t *>(index);
+        if (index->type == DB_INDEX_TYPE_FILE_LIST && _db_index_is_text(list->filename, filename) &&
+            (list->monitor != 0) == monitor)
+            return list;
+    }
+    return nullptr;
+}
+
+db_index_folder_t *db_index_find_folder(const db_t *db, const db_index_folder_t *like) {
+    for (db_index_t *index = db->index_first; index; index = index->next) {
+        db_index_folder_t *folder = static_cast<db_index_folder_t *>(index);
+        if (index->type == DB_INDEX_TYPE_FOLDER && _db_index_is_text(folder->path, like->path) &&
+            folder->monitor == like->monitor && folder->buffer_size == like->buffer_size &&
+            folder->rescan_if_full == like->rescan_if_full && folder->update_type == like->update_type &&
+            folder->update_value == like->update_value)
+            return folder;
+    }
+    return nullptr;
+}
+
+// --- The end -----------------------------------------------------------------------------------------------
+
 static void _db_index_free_text(char *text) {
     if (text)
         mem_free(text);
 }
 
 void db_index_destroy(db_index_t *index) {
-    if (index->type == DB_INDEX_TYPE_NTFS || index->type == DB_INDEX_TYPE_REFS) {
+    switch (index->type) {
+    case DB_INDEX_TYPE_FILE_LIST:
+        _db_index_free_text(static_cast<db_index_file_list_t *>(index)->filename);
+        break;
+    case DB_INDEX_TYPE_FOLDER: _db_index_free_text(static_cast<db_index_folder_t *>(index)->path); break;
+    default: {
         db_index_volume_t *volume = static_cast<db_index_volume_t *>(index);
-        _db_index_free_text(volume->guid);
-        _db_index_free_text(volume->path);
-        _db_index_free_text(volume->root);
-        _db_index_free_text(volume->include_only);
+        for (char *text : {volume->guid, volume->path, volume->root, volume->include_only})
+            _db_index_free_text(text);
     }
-    mem_arena_free(index, index->size);
+    }
+    mem_arena_free(index, _db_index_size(index->type));
 }
 
 void db_index_destroy_all(db_t *db) {

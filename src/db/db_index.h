@@ -25,7 +25,6 @@ struct db_index_t {
     db_index_type_t type;
     db_t *db;
     u32 out_of_date; // the source must be read again on the next rebuild
-    u32 size;        // bytes of this record with what its type adds
 };
 
 // An NTFS or ReFS volume.
@@ -40,16 +39,49 @@ struct db_index_volume_t : db_index_t {
     u32 load_recent_changes;
 };
 
+// A file list.
+struct db_index_file_list_t : db_index_t {
+    u32 monitor;
+    char *filename;
+    u64 date_modified; // of the list file when it was read
+};
+
+// A folder and what is below it.
+struct db_index_folder_t : db_index_t {
+    char *path;
+    u32 monitor;
+    u32 buffer_size;    // bytes for change notifications
+    u32 rescan_if_full; // when they overflow
+    u32 update_type;    // the schedule of its scans
+    u32 update_value;
+    u64 next_update; // file time
+};
+inline constexpr u32 DB_INDEX_FOLDER_BUFFER_SIZE = 0x10000;
+inline constexpr u32 DB_INDEX_FOLDER_UPDATE_TYPE = 2;
+inline constexpr u32 DB_INDEX_FOLDER_UPDATE_VALUE = 3;
+
 // Bytes of the reference number behind the columns of a folder of that type.
 inline u32 db_index_type_frn_size(db_index_type_t type) {
     return type == DB_INDEX_TYPE_NTFS ? 8 : type == DB_INDEX_TYPE_REFS ? 16 : 0;
 }
 
-// A record of `size` bytes that is not in any list yet, all zero but for its type.
-db_index_t *db_index_alloc(db_index_type_t type, u32 size);
+// A record of the type's size that is not in any list yet: all zero, but a folder's has the defaults of its
+// schedule.
+db_index_t *db_index_alloc(db_index_type_t type);
 // Appends it to the database's list, and gives it its place.
 void _db_index_add(db_t *db, db_index_t *index, u32 out_of_date);
 db_index_t *db_index_get(const db_t *db, u32 ordinal);
+
+// The source that equals what is asked for, texts byte by byte; 0 for none. Of several volumes the first that
+// is not out of date, or else the first.
+db_index_volume_t *db_index_find_ntfs(const db_t *db, const char *guid, const char *path, const char *root,
+                                      const char *include_only);
+db_index_volume_t *db_index_find_refs(const db_t *db, const char *guid, const char *path, const char *root,
+                                      const char *include_only);
+db_index_file_list_t *db_index_find_file_list(const db_t *db, const char *filename, bool monitor);
+// Compares the path and the five values of the schedule with those of `like`, which need be in no list.
+db_index_folder_t *db_index_find_folder(const db_t *db, const db_index_folder_t *like);
+
 // Frees the record and the texts that it owns. It must be in no list.
 void db_index_destroy(db_index_t *index);
 void db_index_destroy_all(db_t *db);

@@ -249,6 +249,11 @@ int db_folder_compare_path(const db_item_t *a, const db_item_t *b) {
     return _db_item_compare_last(a, b);
 }
 
+int db_value_compare(u64 a_value, u64 b_value, const db_item_t *a, const db_item_t *b) {
+    u64 p = a_value + 1, q = b_value + 1; // unknown becomes 0
+    return p != q ? (p < q ? -1 : 1) : db_item_compare_name(a, b);
+}
+
 int db_attributes_compare(u32 a, u32 b) {
     if (a == b)
         return 0;

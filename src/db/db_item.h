@@ -149,6 +149,8 @@ int db_item_compare_name(const db_item_t *a, const db_item_t *b);
 int db_file_compare_path(const db_item_t *a, const db_item_t *b);
 int db_folder_compare_path(const db_item_t *a, const db_item_t *b);
 
+// The order of a column's values, unknown first; equal ones fall back on the name order.
+int db_value_compare(u64 a_value, u64 b_value, const db_item_t *a, const db_item_t *b);
 // The text order of the attribute letters of two attribute words.
 int db_attributes_compare(u32 a, u32 b);
 int db_extension_compare(const db_item_t *a, const db_item_t *b);

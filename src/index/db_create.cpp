@@ -122,6 +122,7 @@ static void _db_rebuild_thread_proc(void *param) {
     rebuild->stats->read_time = read_end - start;
     rebuild->stats->sort_time = os_get_tick_count() - read_end;
     _db_create_free(rebuild);
+    mem_arena_trim();
     debug_printf("create db time taken: %f seconds\n", os_get_tick_count() - start);
     event_post(_db_load_complete_proc, db);
     db->local = 1;
@@ -138,7 +139,7 @@ static db_rebuild_source_t *_db_create_add_source(db_rebuild_t *rebuild, const d
     (rebuild->source_last ? rebuild->source_last->next : rebuild->source_first) = source;
     rebuild->source_last = source;
     db_index_volume_t *index =
-        static_cast<db_index_volume_t *>(db_index_alloc(DB_INDEX_TYPE_NTFS, sizeof(db_index_volume_t)));
+        static_cast<db_index_volume_t *>(db_index_alloc(DB_INDEX_TYPE_NTFS));
     index->ordinal = ordinal;
     index->guid = utf8_alloc_copy(volume->guid);
     index->path = utf8_alloc_copy(volume->path);

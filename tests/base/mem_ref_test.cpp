@@ -159,6 +159,23 @@ u32 read_behind(const char *end) {
     return sum;
 }
 
+TEST_F(mem_arena_test, trimming_gives_back_all_that_is_free) {
+    size_t before = mem_arena_committed();
+    void *in_front = mem_arena_alloc(MIB), *middle = mem_arena_alloc(20 * MIB), *behind = mem_arena_alloc(MIB);
+    memset(in_front, 1, MIB);
+    memset(behind, 2, MIB);
+    mem_arena_free(middle, 20 * MIB);
+    mem_arena_trim();
+    EXPECT_LT(mem_arena_committed(), before + 8 * MIB);
+    EXPECT_EQ(1, static_cast<char *>(in_front)[MIB - 1]);
+    EXPECT_EQ(2, static_cast<char *>(behind)[0]);
+    middle = mem_arena_alloc(20 * MIB); // and it can be had again
+    memset(middle, 3, 20 * MIB);
+    mem_arena_free(middle, 20 * MIB);
+    mem_arena_free(in_front, MIB);
+    mem_arena_free(behind, MIB);
+}
+
 TEST_F(mem_arena_test, slack_behind_every_block_can_be_read) {
     // Blocks that end where a commit unit ends, at the top and in front of a run that is given back.
     for (size_t size : {MIB / 16 - 4096, MIB - 4096, 2 * MIB - 4096}) {

@@ -1,6 +1,7 @@
 // Item records and their orders.
 #include "db/db_item.h"
 
+#include "base/utf8.h"
 #include "db/db_file.h"
 #include "db/db_folder.h"
 
@@ -19,7 +20,7 @@ struct items_t {
 
     items_t() {
         db_layout_set_flags(&db->layout, DB_FLAG_SIZE);
-        index = db_index_alloc(DB_INDEX_TYPE_NTFS, sizeof(db_index_volume_t));
+        index = db_index_alloc(DB_INDEX_TYPE_NTFS);
         _db_index_add(db, index, 0);
     }
     ~items_t() { db_destroy(db); }
@@ -172,6 +173,91 @@ TEST(DbItem, AttributesOrderByTheirLetters) {
     EXPECT_LT(db_attributes_compare(0x20, 1), 0);       // A before R, though its bit is higher
     EXPECT_LT(db_attributes_compare(1, 1 | 2), 0);      // R before RH
     EXPECT_EQ(0, db_attributes_compare(0x10000000, 0)); // a bit without a letter
+}
+
+TEST(DbItem, UnknownValuesSortFirst) {
+    items_t items;
+    db_folder_t *root = items.folder(nullptr, "C:");
+    const u64 ordered[] = {VALUE_UNKNOWN, 0, 1, VALUE_UNKNOWN - 1};
+    std::vector<db_file_t *> files;
+    for (u64 size : ordered) {
+        files.push_back(items.file(root, "same"));
+        db_store_u64(db_item_columns(files.back()), size);
+    }
+    for (size_t i = 0; i < files.size(); i++) {
+        for (size_t j = 0; j < files.size(); j++)
+            EXPECT_EQ(i < j ? -1 : i > j, sign(db_file_compare_size(items.db, files[i], files[j])))
+                << i << " " << j;
+    }
+}
+
+TEST(DbItem, WhatLiesBelowFolders) {
+    items_t items;
+    db_folder_t *a = items.folder(nullptr, "C:"), *b = items.folder(a, "b"), *c = items.folder(b, "c"),
+                *other = items.folder(a, "other");
+    const mem_ref_t folders[] = {std::min(mem_ref(b), mem_ref(other)), std::max(mem_ref(b), mem_ref(other))};
+    EXPECT_TRUE(db_item_is_below(items.file(c, "x"), folders, 2));
+    EXPECT_TRUE(db_item_is_below(c, folders, 2));
+    EXPECT_FALSE(db_item_is_below(b, folders, 2));
+    EXPECT_FALSE(db_item_is_below(items.file(a, "x"), folders, 2));
+    EXPECT_FALSE(db_item_is_below(items.file(nullptr, "x"), folders, 2));
+}
+
+TEST(DbIndex, WideNumbersAreFoundPerIndex) {
+    items_t items;
+    db_index_t *indexes[2];
+    for (db_index_t *&index : indexes)
+        _db_index_add(items.db, index = db_index_alloc(DB_INDEX_TYPE_REFS), 0);
+    const db_frn128_t numbers[] = {{5, 0}, {1, 1}, {2, 1}, {0, ~u64(0)}}; // in their order
+    std::vector<u32> refs;
+    for (db_frn128_t number : numbers) {
+        for (db_index_t *index : indexes)
+            refs.push_back(mem_ref(db_folder_alloc_refs(items.db, index, number, 0, "f", 1)));
+    }
+    for (size_t i = 1; i < refs.size(); i++)
+        EXPECT_LT(db_folder_compare_frn128(items.db, db_item(refs[i - 1]), db_item(refs[i])), 0) << i;
+    array_set_from_memory(&items.db->folder_frn128_array, refs.data(), static_cast<u32>(refs.size()));
+    for (size_t i = 0; i < refs.size(); i++)
+        EXPECT_EQ(refs[i], mem_ref(db_folder_find_by_frn128(items.db, indexes[i % 2], numbers[i / 2]))) << i;
+    EXPECT_FALSE(db_folder_find_by_frn128(items.db, indexes[0], {5, 1}));
+}
+
+TEST(DbIndex, SourcesAreFoundByAllThatTheyAre) {
+    items_t items;
+    auto add_volume = [&](db_index_type_t type, const char *path, u32 out_of_date) {
+        db_index_volume_t *volume = static_cast<db_index_volume_t *>(db_index_alloc(type));
+        volume->guid = utf8_alloc_copy("guid");
+        volume->path = utf8_alloc_copy(path);
+        volume->root = utf8_alloc_copy("");
+        volume->include_only = utf8_alloc_copy("");
+        _db_index_add(items.db, volume, out_of_date);
+        return volume;
+    };
+    db_index_volume_t *old = add_volume(DB_INDEX_TYPE_NTFS, "D:", 1),
+                      *fresh = add_volume(DB_INDEX_TYPE_NTFS, "D:", 0),
+                      *stale = add_volume(DB_INDEX_TYPE_NTFS, "E:", 1);
+    add_volume(DB_INDEX_TYPE_NTFS, "E:", 1);
+    db_index_volume_t *refs = add_volume(DB_INDEX_TYPE_REFS, "D:", 0);
+    EXPECT_EQ(fresh, db_index_find_ntfs(items.db, "guid", "D:", "", ""));
+    EXPECT_NE(old, fresh);
+    EXPECT_EQ(stale, db_index_find_ntfs(items.db, "guid", "E:", "", ""));
+    EXPECT_EQ(refs, db_index_find_refs(items.db, "guid", "D:", "", ""));
+    EXPECT_FALSE(db_index_find_ntfs(items.db, "guid", "D:", "folder", ""));
+
+    db_index_file_list_t *list = static_cast<db_index_file_list_t *>(db_index_alloc(DB_INDEX_TYPE_FILE_LIST));
+    list->filename = utf8_alloc_copy("list");
+    _db_index_add(items.db, list, 0);
+    EXPECT_EQ(list, db_index_find_file_list(items.db, "list", false));
+    EXPECT_FALSE(db_index_find_file_list(items.db, "list", true));
+
+    db_index_folder_t *folder = static_cast<db_index_folder_t *>(db_index_alloc(DB_INDEX_TYPE_FOLDER));
+    folder->path = utf8_alloc_copy("x:\\y");
+    _db_index_add(items.db, folder, 0);
+    db_index_folder_t like = *folder;
+    EXPECT_EQ(folder, db_index_find_folder(items.db, &like));
+    like.update_value++;
+    EXPECT_FALSE(db_index_find_folder(items.db, &like));
+    EXPECT_EQ(folder, db_index_get(items.db, folder->ordinal));
 }
 
 TEST(DbLayout, OffsetsDifferBetweenTheKinds) {

@@ -13,20 +13,6 @@ namespace {
 
 using compare_t = int(const db_t *db, const db_item_t *a, const db_item_t *b);
 
-int compare_u64(u64 a, u64 b) { // unknown first
-    return a + 1 < b + 1 ? -1 : a + 1 > b + 1;
-}
-
-template<u64 (*get)(const db_t *, const db_item_t *)>
-int by_value(const db_t *db, const db_item_t *a, const db_item_t *b) {
-    int result = compare_u64(get(db, a), get(db, b));
-    return result ? result : db_item_compare_name(a, b);
-}
-template<u32 (*get)(const db_t *, const db_item_t *)>
-int by_attributes(const db_t *db, const db_item_t *a, const db_item_t *b) {
-    int result = db_attributes_compare(get(db, a), get(db, b));
-    return result ? result : db_item_compare_name(a, b);
-}
 int by_name(const db_t *, const db_item_t *a, const db_item_t *b) {
     return db_item_compare_name(a, b);
 }
@@ -36,11 +22,6 @@ int by_file_path(const db_t *, const db_item_t *a, const db_item_t *b) {
 int by_folder_path(const db_t *, const db_item_t *a, const db_item_t *b) {
     return db_folder_compare_path(a, b);
 }
-int by_extension(const db_t *, const db_item_t *a, const db_item_t *b) {
-    int result = db_extension_compare(a, b);
-    return result ? result : db_item_compare_name(a, b);
-}
-
 const struct {
     const char *name;
     array_t db_t::*array;
@@ -51,17 +32,17 @@ const struct {
     {"file name", &db_t::file_name_array, false, by_name},
     {"folder path", &db_t::folder_path_array, true, by_folder_path},
     {"file path", &db_t::file_path_array, false, by_file_path},
-    {"folder size", &db_t::folder_size_array, true, by_value<db_folder_get_size>},
-    {"file size", &db_t::file_size_array, false, by_value<db_file_get_size>},
-    {"folder created", &db_t::folder_date_created_array, true, by_value<db_folder_get_date_created>},
-    {"file created", &db_t::file_date_created_array, false, by_value<db_file_get_date_created>},
-    {"folder modified", &db_t::folder_date_modified_array, true, by_value<db_folder_get_date_modified>},
-    {"file modified", &db_t::file_date_modified_array, false, by_value<db_file_get_date_modified>},
-    {"folder accessed", &db_t::folder_date_accessed_array, true, by_value<db_folder_get_date_accessed>},
-    {"file accessed", &db_t::file_date_accessed_array, false, by_value<db_file_get_date_accessed>},
-    {"folder attributes", &db_t::folder_attributes_array, true, by_attributes<db_folder_get_attributes>},
-    {"file attributes", &db_t::file_attributes_array, false, by_attributes<db_file_get_attributes>},
-    {"file extension", &db_t::file_extension_array, false, by_extension},
+    {"folder size", &db_t::folder_size_array, true, db_folder_compare_size},
+    {"file size", &db_t::file_size_array, false, db_file_compare_size},
+    {"folder created", &db_t::folder_date_created_array, true, db_folder_compare_date_created},
+    {"file created", &db_t::file_date_created_array, false, db_file_compare_date_created},
+    {"folder modified", &db_t::folder_date_modified_array, true, db_folder_compare_date_modified},
+    {"file modified", &db_t::file_date_modified_array, false, db_file_compare_date_modified},
+    {"folder accessed", &db_t::folder_date_accessed_array, true, db_folder_compare_date_accessed},
+    {"file accessed", &db_t::file_date_accessed_array, false, db_file_compare_date_accessed},
+    {"folder attributes", &db_t::folder_attributes_array, true, db_folder_compare_attributes},
+    {"file attributes", &db_t::file_attributes_array, false, db_file_compare_attributes},
+    {"file extension", &db_t::file_extension_array, false, db_file_compare_extension},
     {"folder number", &db_t::folder_frn_array, true, db_folder_compare_frn},
 };
 

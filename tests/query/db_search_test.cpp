@@ -159,7 +159,7 @@ std::string random_name(std::mt19937 &random) {
 // Files in a database that a test fills by hand, with names that no volume could hold.
 struct hand_made_t {
     db_t *db = db_create();
-    db_index_t *index = db_index_alloc(DB_INDEX_TYPE_NTFS, sizeof(db_index_volume_t));
+    db_index_t *index = db_index_alloc(DB_INDEX_TYPE_NTFS);
     std::vector<u32> refs;
 
     hand_made_t() { _db_index_add(db, index, 0); }
@@ -240,8 +240,8 @@ TEST(DbSearch, TheVectorScanAnswersAsTheGeneralOneDoes) {
 
 TEST(DbSearch, SeveralThreadsKeepTheScanOrder) {
     std::vector<std::string> paths;
-    for (u32 i = 0; i < 60000; i++)
-        paths.push_back("name" + std::to_string(i * 7919 % 60000));
+    for (u32 i = 0; i < 70000; i++)
+        paths.push_back("name" + std::to_string(static_cast<u64>(i) * 7919 % 70000));
     search_t search(paths);
     for (const char *text : {"7", "name1*9", "!7", "name 1|2 !33", "regex:[13]{3}", "path:e5"}) {
         max_threads = 1;

@@ -1,0 +1,67 @@
+#!/bin/bash
+# Runs the benchmark: this program beside its peers, on the same real names, in the same run.
+#
+#   bench/run.sh [ROW...]     rows: search index memory read; all of them without an argument
+#
+# Prints one table of ratios. The first run fetches the names and makes the volumes, which takes a few minutes;
+# what it made stays in build/bench. docs/BENCHMARKS.md tells what each row means. RUNS and PEER_RUNS in the
+# environment set how often each thing is measured, and how often a peer that takes long.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+rows=("$@")
+[ $# -gt 0 ] || rows=(search index memory read)
+for row in "${rows[@]}"; do
+  case $row in
+    search | index | memory | read) ;;
+    *) echo "usage: bench/run.sh [search | index | memory | read]..." >&2; exit 2 ;;
+  esac
+done
+
+data=build/bench
+arguments=(--data "$data" --runs "${RUNS:-9}" --peer-runs "${PEER_RUNS:-3}")
+mkdir -p "$data"
+
+tools/install_packages.sh build bench
+log=$data/build.log
+if ! { cmake --preset release -B "$data/release" -DFINDWRIGHT_TESTS=OFF &&
+       cmake --build "$data/release" --target fw_bench make_volume; } >"$log" 2>&1; then
+  cat "$log" >&2
+  exit 1
+fi
+
+bench/fetch_names.sh "$data"
+
+# A million paths, spread evenly.
+if [ ! "$data/paths-1m.txt" -nt "$data/paths.txt" ]; then
+  awk -v lines="$(wc -l <"$data/paths.txt")" '
+    BEGIN { step = lines > 1000000 ? lines / 1000000 : 1 }
+    NR > wanted { print; wanted += step }' "$data/paths.txt" >"$data/paths-1m.part"
+  mv "$data/paths-1m.part" "$data/paths-1m.txt"
+fi
+
+# The two volumes: one by this project's own writer, and a smaller one through the system's driver.
+if [[ " ${rows[*]} " == *" read "* ]]; then
+  volume=$data/volume-1m.ntfs
+  if [ ! "$volume" -nt "$data/paths-1m.txt" ]; then
+    "$data/release/make_volume" "$volume.part" <"$data/paths-1m.txt" >&2
+    mv "$volume.part" "$volume"
+  fi
+  arguments+=(--volume "volume-1m=$volume")
+
+  volume=$data/volume-driver.ntfs
+  if [ ! "$volume" -nt "$data/paths.txt" ]; then
+    if tools/make_ntfs_big.sh "$data/paths.txt" "$volume.part" 250000 >&2; then
+      mv "$volume.part" "$volume"
+    else
+      rm -f "$volume.part"
+    fi
+  fi
+  if [ -e "$volume" ]; then
+    arguments+=(--volume "volume-driver=$volume")
+  else
+    arguments+=(--note "LEFT OUT: the volume filled through the driver, which needs a mount and its rights")
+  fi
+fi
+
+"$data/release/bench/fw_bench" "${arguments[@]}" "${rows[@]}"
