@@ -76,7 +76,7 @@ static const char *_utf8_expand_variable(const utf8_expand_t *variables, char na
     }
 }
 
-// Expands the part behind an opening brace, and steps over the closing one.
+// Expands what stands behind an opening brace, and steps over the closing one.
 static bool _utf8_expand_braces(utf8_expand_state_t *state, bool is_written) {
     if (state->depth == EXPAND_DEPTH_MAX) {
         return false;

@@ -7,7 +7,6 @@
 #include "os/event.h"
 
 #include <cstdarg>
-#include <cstring>
 #include <new>
 
 namespace findwright {
@@ -28,8 +27,7 @@ static array_t db_t::*const _db_arrays[] = {
 };
 
 db_t *db_create() {
-    db_t *db = static_cast<db_t *>(mem_alloc(sizeof(db_t)));
-    std::memset(static_cast<void *>(db), 0, sizeof *db);
+    db_t *db = new (mem_alloc(sizeof(db_t))) db_t();
     db->status_cs = new (mem_alloc(sizeof(std::mutex))) std::mutex;
     for (auto array : _db_arrays)
         array_init(&(db->*array));
@@ -49,6 +47,7 @@ void db_destroy(db_t *db) {
     }
     db->status_cs->~mutex();
     mem_free(db->status_cs);
+    db->~db_t();
     mem_free(db);
 }
 

@@ -18,6 +18,7 @@
 #include "db/db_mem.h"
 #include "os/os.h"
 
+#include <atomic>
 #include <mutex>
 
 namespace findwright {
@@ -31,10 +32,9 @@ struct db_query_hooks_t {
     void (*status_changed)(db_query_link_t *query);
     void (*rebuild_started)(db_query_link_t *query); // all results are gone
     void (*load_complete)(db_query_link_t *query);   // content is in place
-    bool (*is_cancelled)(const db_query_link_t *query);
 };
 
-// The part of a query that its database knows.
+// What a database knows of a query.
 struct db_query_link_t {
     db_query_link_t *next;
     db_query_link_t *prev;
@@ -47,7 +47,8 @@ struct db_t {
     os_thread_t *thread; // the worker that owns the index, or 0
     db_query_link_t *worker_query;
     db_worker_kind_t worker_kind;
-    i32 busy_count; // operations in flight
+    i32 busy_count;                  // operations in flight
+    std::atomic<u32> cancel_rebuild; // asks a rebuild that runs to end early
 
     db_index_t *index_first, *index_last;
     u32 index_count;

@@ -12,12 +12,6 @@
 
 namespace findwright {
 
-static std::atomic<bool> _db_create_cancelled;
-
-bool _db_create_is_cancelled() {
-    return _db_create_cancelled.load(std::memory_order_relaxed);
-}
-
 // --- Orphans -----------------------------------------------------------------------------------------------
 
 // What is known of a folder's chain, in its slot.
@@ -138,8 +132,7 @@ static db_rebuild_source_t *_db_create_add_source(db_rebuild_t *rebuild, const d
     std::memset(source, 0, sizeof *source);
     (rebuild->source_last ? rebuild->source_last->next : rebuild->source_first) = source;
     rebuild->source_last = source;
-    db_index_volume_t *index =
-        static_cast<db_index_volume_t *>(db_index_alloc(DB_INDEX_TYPE_NTFS));
+    db_index_volume_t *index = static_cast<db_index_volume_t *>(db_index_alloc(DB_INDEX_TYPE_NTFS));
     index->ordinal = ordinal;
     index->guid = utf8_alloc_copy(volume->guid);
     index->path = utf8_alloc_copy(volume->path);
@@ -162,7 +155,7 @@ void db_rebuild_start(db_t *db, const db_rebuild_params_t *params) {
     event_remove(_db_load_complete_proc, db);
     db->busy_count = 0;
     db->loaded = db->local = 0;
-    _db_create_cancelled = false;
+    db->cancel_rebuild = 0;
 
     db_rebuild_t *rebuild = static_cast<db_rebuild_t *>(mem_alloc(sizeof *rebuild));
     std::memset(static_cast<void *>(rebuild), 0, sizeof *rebuild);
@@ -183,7 +176,7 @@ void db_rebuild_start(db_t *db, const db_rebuild_params_t *params) {
 
 void db_rebuild_cancel(db_t *db) {
     if (!db->loaded)
-        _db_create_cancelled = true;
+        db->cancel_rebuild = 1;
 }
 
 } // namespace findwright

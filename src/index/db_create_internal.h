@@ -5,8 +5,6 @@
 #include "base/pointer_pool.h"
 #include "index/db_create.h"
 
-#include <atomic>
-
 namespace findwright {
 
 // Marks in `parent` of temporary records.
@@ -67,8 +65,5 @@ void _db_create_read_ntfs(db_rebuild_t *rebuild, db_rebuild_source_t *source);
 void _db_create_drop_orphans(db_rebuild_t *rebuild);
 // Sorts the items, lays out the final records and fills every array.
 void _db_create_lay_out(db_rebuild_t *rebuild);
-
-// True once db_rebuild_cancel was called.
-bool _db_create_is_cancelled();
 
 } // namespace findwright

@@ -148,7 +148,7 @@ static bool _db_create_progress_proc(void *user_data, u64 done, u64 total) {
                       static_cast<u32>(done >= total ? 100 : done * 100 / total));
         db_set_status_detail(sink->rebuild->db, percent);
     }
-    return !_db_create_is_cancelled();
+    return !sink->rebuild->db->cancel_rebuild;
 }
 
 // --- Parents -----------------------------------------------------------------------------------------------

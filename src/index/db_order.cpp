@@ -316,7 +316,7 @@ static bool _db_order_visit_less(const _db_order_level_t *level, const _db_order
     }
 }
 
-// The part of a folder's name from `start` on.
+// A folder's name from `start` on, up to its next separator.
 static _db_order_part_t _db_order_make_part(mem_ref_t folder, u32 start) {
     u32 length;
     const char *name = db_item_get_name(db_item(folder), &length);

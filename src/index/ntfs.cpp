@@ -435,7 +435,7 @@ static bool _ntfs_read_run(ntfs_pass_t *pass, u64 lcn, u64 clusters) {
     return !pass->stop;
 }
 
-// Reads the runs of one part of the table. A damaged pair ends the part: where the next run would begin
+// Reads the runs of one piece of the table. A damaged pair ends the piece: where the next run would begin
 // cannot be told. False when the pass cannot go on.
 static bool _ntfs_read_element(ntfs_pass_t *pass, const ntfs_element_t *element) {
     ntfs_pairs_t pairs = {element->bytes, element->bytes + element->size, 0};

@@ -67,7 +67,7 @@ static const os_volume_ops_t _os_part_ops = {_os_part_read, _os_part_close, _os_
                                              nullptr};
 
 os_volume_t *os_volume_open_part(os_volume_t *parent, u64 offset, u64 size) {
-    u64 room = ~offset; // so that no offset in the part overflows
+    u64 room = ~offset; // so that no offset inside overflows
     if (parent->is_size_known)
         room = offset < parent->size ? parent->size - offset : 0;
     os_volume_t *volume = os_volume_new(&_os_part_ops);

@@ -28,7 +28,7 @@ struct os_volume_t {
     std::intptr_t handle;
     const char *memory;
     os_volume_t *parent;
-    u64 offset; // of the part in its parent
+    u64 offset; // in the parent
 };
 
 inline constexpr u32 OS_DEFAULT_SECTOR_SIZE = 512;

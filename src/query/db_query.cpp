@@ -133,13 +133,9 @@ static void _db_query_load_complete(db_query_link_t *link) {
     mem_free(filter_search);
 }
 
-static bool _db_query_is_cancelled(const db_query_link_t *link) {
-    return static_cast<const db_query_t *>(link)->cancel_search != 0;
-}
-
 static const db_query_hooks_t _db_query_hooks = {
     _db_query_wait_ended,      _db_query_ready,         _db_query_status_changed,
-    _db_query_rebuild_started, _db_query_load_complete, _db_query_is_cancelled,
+    _db_query_rebuild_started, _db_query_load_complete,
 };
 
 // --- Creation and end --------------------------------------------------------------------------------------

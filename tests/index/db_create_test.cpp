@@ -1,10 +1,12 @@
 // The rebuild: what it keeps, and that every array stands in the order that the comparisons define.
 #include "db/db_file.h"
 #include "db/db_folder.h"
+#include "os/event.h"
 #include "support/test_db.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <random>
 #include <set>
 
@@ -177,6 +179,48 @@ TEST(DbCreate, HiddenFoldersTakeWhatIsBelowAlong) {
     }
     db_t *db = test_db_create({volume}, TEST_FLAGS_ALL, true);
     EXPECT_EQ((std::vector<std::string>{"C:\\shown\\a"}), test_array_paths(&db->file_name_array));
+    db_destroy(db);
+}
+
+// A volume that never ends: it is read until it is told to stop.
+void read_for_ever(void *param, void *user_data, ntfs_record_proc_t *sink, ntfs_progress_proc_t *progress) {
+    const u8 name[] = {'a', 0};
+    ntfs_record_t record = {NTFS_FRN_ROOT, NTFS_FRN_ROOT, 0, 0, 0, 0, 0x10, 1, name};
+    sink(user_data, &record);
+    record.attributes = 0;
+    record.frn = 100;
+    for (u64 done = 1; progress(user_data, done, ~u64(0)); done++) {
+        sink(user_data, &record);
+        *static_cast<std::atomic<bool> *>(param) = true;
+    }
+}
+
+TEST(DbCreate, ACancelledRebuildKeepsWhatItReadAndCanBeMadeAgain) {
+    std::atomic<bool> reading = false;
+    db_rebuild_volume_t endless = {"endless", "C:", nullptr, read_for_ever, &reading};
+    db_rebuild_params_t params = {&endless, 1, 0, false, false, nullptr};
+    db_t *db = db_create();
+    u32 rebuilt = 0;
+    db_query_t *query = db_query_create(
+        db, false, [](void *count, u32 code) { *static_cast<u32 *>(count) += code == DB_QUERY_REBUILT; },
+        &rebuilt);
+    db_rebuild_start(db, &params);
+    while (!reading)
+        event_wait_and_dispatch(1);
+    db_rebuild_cancel(db);
+    test_db_wait(db);
+    EXPECT_GE(db->file_name_array.count, 1u);
+    EXPECT_EQ(1u, rebuilt);
+
+    reading = false;
+    db_rebuild_start(db, &params); // over the content that is there
+    while (!reading)
+        event_wait_and_dispatch(1);
+    EXPECT_EQ(0u, db_get_result_count(query));
+    db_rebuild_cancel(db);
+    test_db_wait(db);
+    EXPECT_EQ(2u, rebuilt);
+    db_destroy_query(query);
     db_destroy(db);
 }
 
