@@ -137,6 +137,18 @@ TEST(DbCreate, TwoVolumesOfOneNameKeepTheirItemsApart) {
     db_destroy(db);
 }
 
+TEST(DbCreate, RootsWithSeveralComponentsStandAmongTheFolders) {
+    test_volume_t whole = test_volume_from_paths({"a\\x", "a\\b\\y", "a b\\c", "A\\z", "ab\\c"});
+    test_volume_t inner = test_volume_from_paths({"b\\x", "w", "b c\\d"}), deep = inner, share = inner;
+    inner.path = "C:\\a";
+    deep.path = "c:\\A\\b";
+    share.path = "\\\\server\\share";
+    db_t *db = test_db_create({whole, inner, deep, share, inner}, TEST_FLAGS_ALL);
+    EXPECT_EQ(5u + 4 * 2 + 5, db->folder_name_array.count); // those below the roots, and the roots
+    check_orders(db);
+    db_destroy(db);
+}
+
 TEST(DbCreate, WhatHasNoWayToARootIsDropped) {
     test_volume_t volume = test_volume_from_paths({"kept\\file"});
     auto add = [&](u64 frn, u64 parent, const char16_t *name, bool is_folder) {
