@@ -19,7 +19,5 @@ if [ $# -eq 0 ]; then
   [ "$volume" -nt "$SAMPLE" ] || { bzip2 -dc "$SAMPLE" >"$volume.part" && mv "$volume.part" "$volume"; }
   set -- --ntfs "$volume" --columns full,size,dm --stats "letter | *.txt"
 fi
-printf '%s' "\$ build/run/fw" >&2
-printf ' %q' "$@" >&2
-echo >&2
+echo "\$ build/run/fw ${*@Q}" >&2
 exec build/run/fw "$@"

@@ -159,10 +159,27 @@ static void _fw_cat_csv_row(std::string *out, const fw_options_t *options, const
 
 // --- Text --------------------------------------------------------------------------------------------------
 
+// Ranges of characters that terminals draw over two cells, or over none.
+static constexpr struct {
+    u32 first, last, cells;
+} char_widths[] = {
+    {0x300, 0x36F, 0},   {0x1100, 0x115F, 2}, {0x200B, 0x200F, 0},   {0x2E80, 0xA4CF, 2},
+    {0xAC00, 0xD7A3, 2}, {0xF900, 0xFAFF, 2}, {0xFE00, 0xFE0F, 0},   {0xFE30, 0xFE6F, 2},
+    {0xFF00, 0xFF60, 2}, {0xFFE0, 0xFFE6, 2}, {0x1F300, 0x1FAFF, 2}, {0x20000, 0x3FFFD, 2},
+};
+
 static u32 _fw_display_width(const char *text, u32 length) {
     u32 width = 0;
-    for (u32 i = 0; i < length; i++)
-        width += (text[i] & 0xC0) != 0x80;
+    for (const char *end = text + length; text != end;) {
+        u32 value;
+        text += utf8_decode(text, end, &value);
+        u32 cells = 1;
+        for (auto range : char_widths) {
+            if (value >= range.first && value <= range.last)
+                cells = range.cells;
+        }
+        width += cells;
+    }
     return width;
 }
 
