@@ -146,6 +146,11 @@ template<db_level_t level>
 static int _db_folder_compare(const db_item_t *a, const db_item_t *b) {
     if (a == b)
         return 0;
+    if (a->parent == b->parent) { // siblings, or both at the top
+        u32 n, m;
+        const char *a_name = db_item_get_name(a, &n), *b_name = db_item_get_name(b, &m);
+        return db_name_compare_level(level, a_name, n, b_name, m);
+    }
     // What lies above the nearest common ancestor is equal in both and need not be read.
     u32 a_depth = _db_chain_depth(a), b_depth = _db_chain_depth(b);
     const db_item_t *x = a, *y = b;
@@ -203,7 +208,8 @@ int db_parent_compare_path(db_level_t level, mem_ref_t a, mem_ref_t b) {
 
 // The last two keys of every order: the index, then the record's place in the arena.
 static int _db_item_compare_last(const db_item_t *a, const db_item_t *b) {
-    u32 p = db_get_index(a)->ordinal, q = db_get_index(b)->ordinal;
+    bool siblings = a->parent == b->parent && !db_item_is_top(a); // of one index
+    u32 p = siblings ? 0 : db_get_index(a)->ordinal, q = siblings ? 0 : db_get_index(b)->ordinal;
     if (p != q)
         return p < q ? -1 : 1;
     return a < b ? -1 : a > b;

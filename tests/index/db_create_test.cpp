@@ -278,5 +278,25 @@ TEST(DbCreate, AChainOfTenThousandFolders) {
     db_destroy(db);
 }
 
+TEST(DbCreate, ManyEqualNamesDeepDown) {
+    test_volume_t volume;
+    u64 parent = NTFS_FRN_ROOT;
+    for (u64 i = 0; i < 1000; i++) {
+        volume.records.push_back({100 + i, parent, u"d", true});
+        parent = 100 + i;
+    }
+    for (u64 i = 0; i < 40000; i++) // what no file system has, but a damaged one may tell
+        volume.records.push_back({2000 + i, parent, u"same", i % 2 == 0});
+    db_t *db = test_db_create({volume}, DB_FLAG_FAST_PATH);
+    EXPECT_EQ(1001u + 20000, db->folder_path_array.count);
+    EXPECT_EQ(20000u, db->file_path_array.count);
+    u32 page;
+    i32 position;
+    for (u32 i = 1; i < 20000; i++)
+        ASSERT_LT(array_get(&db->file_name_array, i - 1, &page, &position),
+                  array_get(&db->file_name_array, i, &page, &position));
+    db_destroy(db);
+}
+
 } // namespace
 } // namespace findwright
