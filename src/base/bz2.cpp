@@ -17,6 +17,7 @@ struct bz2_library_t {
     // What the library last answered: BZ_OK while it can go on; once it cannot, its state is gone.
     int result;
     bool file_failed; // reading: the file ended, or failed, inside the compressed data
+    u64 file_left;    // reading: bytes of the file that may still be the stream's
 };
 
 static void *_bz2_alloc(void *, int items, int size) {
@@ -34,6 +35,7 @@ static bz2_library_t *_bz2_library_create(bool is_reader) {
     bz->state.bzalloc = _bz2_alloc;
     bz->state.bzfree = _bz2_free;
     bz->is_reader = is_reader;
+    bz->file_left = ~u64{0};
     const int result = is_reader ? BZ2_bzDecompressInit(&bz->state, 0, 0)
                                  : BZ2_bzCompressInit(&bz->state, BZ2_BLOCK_SIZE_100K, 0, BZ2_WORK_FACTOR);
     if (result == BZ_OK)
@@ -106,10 +108,25 @@ bz2_stream_t *bz2_read_open_plain(const char *name) {
     return _bz2_open(platform.file_open_read(name, true), true, true);
 }
 
-// The next piece of the file in `buffer`: its size, or 0 at the end and on a failure.
-static u32 _bz2_read_file(bz2_stream_t *stream) {
-    const i64 size = platform.file_read(stream->file, stream->buffer, BZ2_BUFFER_SIZE);
+// The next piece of the file in `buffer`, of at most `limit` bytes: its size, or 0 at the end and on a
+// failure.
+static u32 _bz2_read_file(bz2_stream_t *stream, u64 limit) {
+    const u32 wanted = static_cast<u32>(std::min<u64>(limit, BZ2_BUFFER_SIZE));
+    const i64 size = wanted ? platform.file_read(stream->file, stream->buffer, wanted) : 0;
     return size > 0 ? static_cast<u32>(size) : 0;
+}
+
+bz2_stream_t *bz2_read_open_part(const char *name, u64 offset, u64 size) {
+    bz2_stream_t *stream = bz2_read_open(name);
+    if (!stream)
+        return nullptr;
+    while (offset != 0 && !stream->bz->file_failed) {
+        const u32 read = _bz2_read_file(stream, offset);
+        stream->bz->file_failed = read == 0;
+        offset -= read;
+    }
+    stream->bz->file_left = size;
+    return stream;
 }
 
 // Decompresses ahead until `data` is full or the library is done. Returns the bytes in `data`; when there are
@@ -121,7 +138,8 @@ static u32 _bz2_decompress(bz2_stream_t *stream) {
     while (bz->result == BZ_OK && !bz->file_failed && bz->state.avail_out != 0) {
         if (bz->state.avail_in == 0) {
             bz->state.next_in = stream->buffer;
-            bz->state.avail_in = _bz2_read_file(stream);
+            bz->state.avail_in = _bz2_read_file(stream, bz->file_left);
+            bz->file_left -= bz->state.avail_in;
             if (bz->state.avail_in == 0) {
                 bz->file_failed = true;
                 break;
@@ -135,7 +153,7 @@ static u32 _bz2_decompress(bz2_stream_t *stream) {
 }
 
 static bool _bz2_fill(bz2_stream_t *stream) {
-    const u32 size = stream->plain ? _bz2_read_file(stream) : _bz2_decompress(stream);
+    const u32 size = stream->plain ? _bz2_read_file(stream, BZ2_BUFFER_SIZE) : _bz2_decompress(stream);
     stream->cursor = stream->data;
     stream->end = stream->data + size;
     return size != 0;
@@ -169,6 +187,16 @@ void bz2_read_more(bz2_stream_t *stream, void *out, u32 size) {
     }
     if (stream->error)
         std::memset(out, 0, size);
+}
+
+bool bz2_read_is_at_end(bz2_stream_t *stream) {
+    if (stream->error || stream->cursor != stream->end || _bz2_fill(stream))
+        return false;
+    if (stream->plain)
+        return true;
+    const bz2_library_t *bz = stream->bz;
+    return bz->result == BZ_STREAM_END && bz->state.avail_in == 0 &&
+           _bz2_read_file(stream, BZ2_BUFFER_SIZE) == 0;
 }
 
 // A block is checked behind its last byte, and the stream behind its last block, which is where a caller who

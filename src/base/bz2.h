@@ -39,6 +39,9 @@ struct bz2_stream_t {
 // 0 when the file cannot be opened. The name is UTF-8.
 bz2_stream_t *bz2_read_open(const char *name);
 bz2_stream_t *bz2_read_open_plain(const char *name);
+// A compressed stream that is a part of a file: it begins `offset` bytes into it and has at most `size` bytes
+// there. A part that lies outside the file is an error of the first read.
+bz2_stream_t *bz2_read_open_part(const char *name, u64 offset, u64 size);
 // True when no error occurred. When all of the compressed data has been read, that includes the checks at its
 // end.
 bool bz2_read_close(bz2_stream_t *stream);
@@ -84,6 +87,9 @@ u32 bz2_read_vint(bz2_stream_t *stream);
 // A new terminated string, freed with mem_free; empty after an error. Memory is taken as the bytes come,
 // never more than twice what the stream has delivered, so a wrong length costs nothing.
 char *bz2_read_string(bz2_stream_t *stream);
+// True when nothing is left to be read: no data, and in a compressed file no byte behind it either. After an
+// error false.
+bool bz2_read_is_at_end(bz2_stream_t *stream);
 // Reads `size` bytes and drops them.
 void bz2_skip(bz2_stream_t *stream, u64 size);
 

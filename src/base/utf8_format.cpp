@@ -185,6 +185,31 @@ u32 utf8_format(char *out, const char *format, va_list args) {
     return sink.length;
 }
 
+// What the next conversion of a format takes: 'n' and 'N' are numbers of 32 and 64 bits, other letters stand
+// for themselves; 0 at the format's end. Moves the format behind that conversion.
+static char _utf8_next_argument(const char **format) {
+    while (const char *percent = std::strchr(*format, '%')) {
+        utf8_conversion_t conversion;
+        *format = _utf8_parse_conversion(percent + 1, &conversion);
+        const char letter = conversion.letter;
+        if (letter && std::strchr("duxX", letter))
+            return conversion.is_64_bit ? 'N' : 'n';
+        if (letter && std::strchr("pPfsStTc", letter))
+            return letter == 'P' ? 'p' : letter;
+    }
+    return 0;
+}
+
+bool utf8_format_takes_same(const char *a, const char *b) {
+    for (;;) {
+        const char argument = _utf8_next_argument(&a);
+        if (_utf8_next_argument(&b) != argument)
+            return false;
+        if (argument == 0)
+            return true;
+    }
+}
+
 char *utf8_alloc_vformat(const char *format, va_list args) {
     char *text = static_cast<char *>(mem_alloc(static_cast<size_t>(utf8_format(0, format, args)) + 1));
     utf8_format(text, format, args);

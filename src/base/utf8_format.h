@@ -24,6 +24,9 @@ namespace findwright {
 // Writes the text and a terminator to `out`, or with `out` 0 only counts. Returns the bytes of the text,
 // without the terminator. `args` stays where it is, so that one list can be counted and then written.
 u32 utf8_format(char *out, const char *format, va_list args);
+// True when both formats take the same arguments, in the same order: one may stand in for the other. Widths
+// and kinds of digits do not count.
+bool utf8_format_takes_same(const char *a, const char *b);
 // A formatted copy on the heap, freed with mem_free.
 char *utf8_alloc_format(const char *format, ...);
 char *utf8_alloc_vformat(const char *format, va_list args);

@@ -32,6 +32,7 @@ db_t *db_create() {
     for (auto array : _db_arrays)
         array_init(&(db->*array));
     db_mem_init(&db->mem);
+    db_exclude_init(&db->exclude);
     return db;
 }
 
@@ -57,6 +58,8 @@ void db_clear_content(db_t *db) {
     db_mem_kill(&db->mem);
     db_mem_init(&db->mem);
     db_index_destroy_all(db);
+    db_exclude_kill(&db->exclude);
+    db_exclude_init(&db->exclude);
 }
 
 u64 db_memory_size(const db_t *db) {

@@ -12,6 +12,7 @@
 
 #include "base/array.h"
 #include "base/types.h"
+#include "db/db_exclude.h"
 #include "db/db_index.h"
 #include "db/db_item.h"
 #include "db/db_layout.h"
@@ -68,6 +69,7 @@ struct db_t {
     array_t folder_frn128_array; // folders of ReFS indexes
 
     db_mem_t mem; // the records
+    db_exclude_set_t exclude; // what the content was built without
 
     db_query_link_t *query_first, *query_last;
     u32 loaded; // content is in place

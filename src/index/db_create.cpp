@@ -109,6 +109,8 @@ static void _db_rebuild_thread_proc(void *param) {
         _db_create_read_ntfs(rebuild, source);
     }
     db_clear_content(db);
+    db->exclude.exclude_hidden = rebuild->exclude_hidden;
+    db->exclude.exclude_system = rebuild->exclude_system;
     _db_create_drop_orphans(rebuild);
     u32 read_end = os_get_tick_count();
     db->layout = rebuild->layout;
