@@ -177,7 +177,7 @@ u64 bench_count_lines(bench_file_t file) {
 
 static db_t *_bench_rebuild(const db_rebuild_volume_t *volume, db_rebuild_stats_t *stats) {
     db_t *db = db_create();
-    db_rebuild_params_t params = {volume, 1, BENCH_INDEX_FLAGS, false, false, stats};
+    db_rebuild_params_t params = {volume, 1, BENCH_INDEX_FLAGS, nullptr, stats};
     db_rebuild_start(db, &params);
     while (!db_is_ready(db))
         event_wait_and_dispatch(OS_INFINITE);

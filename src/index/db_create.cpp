@@ -64,12 +64,55 @@ static mem_ref_t *_db_create_collect(const pointer_pool_t *pool, u32 *count) {
     return items;
 }
 
-void _db_create_drop_orphans(db_rebuild_t *rebuild) {
+static void _db_create_settle_all(db_rebuild_t *rebuild) {
     u32 folder_total = pointer_pool_count(&rebuild->folder_pool);
     for (u32 i = 0; i < folder_total; i++)
         _db_create_set_slot(rebuild, db_item(pointer_pool_get(&rebuild->folder_pool, i)), CHAIN_UNKNOWN);
     for (u32 i = 0; i < folder_total; i++)
         _db_create_settle_chain(rebuild, pointer_pool_get(&rebuild->folder_pool, i));
+}
+
+// --- Exclusions --------------------------------------------------------------------------------------------
+
+using _db_create_included_t = bool(const db_exclude_set_t *set, mem_ref_t parent, const char *name,
+                                   u32 length);
+
+// Makes orphans of the items of a pool that are left out. Chains must be settled: a path is built by walking
+// one.
+static void _db_create_exclude(const db_rebuild_t *rebuild, const pointer_pool_t *pool,
+                               _db_create_included_t *included, const char *log_format) {
+    u32 total = pointer_pool_count(pool);
+    for (u32 i = 0; i < total; i++) {
+        db_item_t *item = mem_ptr<db_item_t>(pointer_pool_get(pool, i));
+        if (!_db_create_is_in_tree(item))
+            continue;
+        u32 length;
+        const char *name = db_item_get_name(item, &length);
+        if (included(&rebuild->db->exclude, item->parent, name, length))
+            continue;
+        if (debug_verbose)
+            debug_verbose_printf(log_format, name, length);
+        item->parent = DB_CREATE_ORPHAN;
+    }
+}
+
+static void _db_create_apply_exclusions(db_rebuild_t *rebuild) {
+    const db_exclude_set_t *exclude = &rebuild->db->exclude;
+    if (exclude->exclude_folders.first) {
+        db_set_status(rebuild->db, "Finding excluded folders...");
+        _db_create_exclude(rebuild, &rebuild->folder_pool, db_folder_is_included, "excluded folder: %t\n");
+        _db_create_settle_all(rebuild); // what is below them goes along
+    }
+    if (exclude->include_only_files.first || exclude->exclude_files.first) {
+        db_set_status(rebuild->db, "Finding excluded files...");
+        _db_create_exclude(rebuild, &rebuild->file_pool, db_file_is_included, "excluded file: %t\n");
+    }
+}
+
+void _db_create_drop_orphans(db_rebuild_t *rebuild) {
+    u32 folder_total = pointer_pool_count(&rebuild->folder_pool);
+    _db_create_settle_all(rebuild);
+    _db_create_apply_exclusions(rebuild);
 
     u32 start = os_get_tick_count();
     rebuild->files = _db_create_collect(&rebuild->file_pool, &rebuild->file_count);
@@ -96,6 +139,7 @@ static void _db_create_free(db_rebuild_t *rebuild) {
     pointer_pool_kill(&rebuild->folder_pool);
     pointer_pool_kill(&rebuild->file_pool);
     mem_free(rebuild->folders);
+    db_exclude_kill(&rebuild->exclude);
     mem_free(rebuild);
 }
 
@@ -109,8 +153,8 @@ static void _db_rebuild_thread_proc(void *param) {
         _db_create_read_ntfs(rebuild, source);
     }
     db_clear_content(db);
-    db->exclude.exclude_hidden = rebuild->exclude_hidden;
-    db->exclude.exclude_system = rebuild->exclude_system;
+    db->exclude = rebuild->exclude; // the database's from now on
+    db_exclude_init(&rebuild->exclude);
     _db_create_drop_orphans(rebuild);
     u32 read_end = os_get_tick_count();
     db->layout = rebuild->layout;
@@ -162,8 +206,9 @@ void db_rebuild_start(db_t *db, const db_rebuild_params_t *params) {
     db_rebuild_t *rebuild = static_cast<db_rebuild_t *>(mem_alloc(sizeof *rebuild));
     std::memset(static_cast<void *>(rebuild), 0, sizeof *rebuild);
     rebuild->db = db;
-    rebuild->exclude_hidden = params->exclude_hidden;
-    rebuild->exclude_system = params->exclude_system;
+    db_exclude_init(&rebuild->exclude);
+    if (params->exclude)
+        db_exclude_copy(&rebuild->exclude, params->exclude);
     rebuild->stats = params->stats ? params->stats : &unasked;
     *rebuild->stats = {};
     db_layout_set_flags(&rebuild->layout, db_layout_normalize_flags(params->index_flags));

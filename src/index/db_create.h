@@ -45,10 +45,9 @@ struct db_rebuild_stats_t {
 struct db_rebuild_params_t {
     const db_rebuild_volume_t *volumes;
     u32 volume_count;
-    u32 index_flags; // DB_FLAG_...
-    bool exclude_hidden;
-    bool exclude_system;
-    db_rebuild_stats_t *stats; // 0, or filled before the load is complete
+    u32 index_flags;                 // DB_FLAG_...
+    const db_exclude_set_t *exclude; // what is left out, copied; 0 for nothing
+    db_rebuild_stats_t *stats;       // 0, or filled before the load is complete
 };
 
 // Starts the rebuild. The database is not ready until _db_load_complete_proc has run on the main thread.

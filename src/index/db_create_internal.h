@@ -25,7 +25,7 @@ struct db_rebuild_source_t {
 struct db_rebuild_t {
     db_t *db;
     db_rebuild_source_t *source_first, *source_last;
-    bool exclude_hidden, exclude_system;
+    db_exclude_set_t exclude;
     db_rebuild_stats_t *stats;
     db_layout_t layout;
 

@@ -116,8 +116,8 @@ static void _db_create_ntfs_sink_proc(void *user_data, const ntfs_record_t *reco
     }
     if (record->parent_frn == 0 || record->name_length == 0 || record->name_length > NAME_UNITS_MAX)
         return;
-    if ((rebuild->exclude_hidden && record->attributes & ATTRIBUTE_HIDDEN) ||
-        (rebuild->exclude_system && record->attributes & ATTRIBUTE_SYSTEM))
+    if ((rebuild->exclude.exclude_hidden && record->attributes & ATTRIBUTE_HIDDEN) ||
+        (rebuild->exclude.exclude_system && record->attributes & ATTRIBUTE_SYSTEM))
         return;
     char name[NAME_UNITS_MAX * 3];
     u32 length = _db_create_convert_name(name, record->name, record->name_length);

@@ -167,7 +167,7 @@ TEST(DbCreate, WhatHasNoWayToARootIsDropped) {
         add(600 + parent, parent, u"file", false);
     add(700, 0, u"file of parent zero", false);
     db_rebuild_stats_t stats;
-    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL, false, &stats);
+    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL, nullptr, &stats);
     EXPECT_EQ((std::vector<std::string>{"C:", "C:\\kept"}), test_array_paths(&db->folder_name_array));
     EXPECT_EQ((std::vector<std::string>{"C:\\kept\\file"}), test_array_paths(&db->file_name_array));
     EXPECT_EQ(7u + 8u, stats.orphan_count);
@@ -189,9 +189,49 @@ TEST(DbCreate, HiddenFoldersTakeWhatIsBelowAlong) {
         if (record.name == u"hidden" || record.name == u"c")
             record.attributes |= 2;
     }
-    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL, true);
+    db_exclude_set_t exclude;
+    db_exclude_init(&exclude);
+    exclude.exclude_hidden = true;
+    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL, &exclude);
     EXPECT_EQ((std::vector<std::string>{"C:\\shown\\a"}), test_array_paths(&db->file_name_array));
+    EXPECT_TRUE(db->exclude.exclude_hidden);
     db_destroy(db);
+}
+
+TEST(DbCreate, ExclusionsTakeWhatIsBelowAlong) {
+    test_volume_t volume =
+        test_volume_from_paths({"keep\\a.txt", "keep\\b.tmp", "temp\\c.txt", "temp\\deep\\d.txt",
+                                "Cache\\e.txt", "keep\\cache\\f.txt", "g.log"});
+    volume.records.push_back({800, 801, u"circle", true});
+    volume.records.push_back({801, 800, u"circle", true});
+    const struct {
+        const char *folder, *include_only, *files;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {"C:\\Temp",
+         "",
+         "",
+         {"C:\\g.log", "C:\\Cache\\e.txt", "C:\\keep\\a.txt", "C:\\keep\\b.tmp", "C:\\keep\\cache\\f.txt"}},
+        {"cache", "", "*.tmp", {"C:\\g.log", "C:\\keep\\a.txt", "C:\\temp\\c.txt", "C:\\temp\\deep\\d.txt"}},
+        {"", "*.tmp;*.log", "", {"C:\\g.log", "C:\\keep\\b.tmp"}},
+        {"", "*.txt", "C:\\temp\\*", {"C:\\Cache\\e.txt", "C:\\keep\\a.txt", "C:\\keep\\cache\\f.txt"}},
+        {"*", "", "", {}},
+    };
+    for (auto c : cases) {
+        db_exclude_set_t exclude;
+        db_exclude_init(&exclude);
+        db_exclude_parse(&exclude.exclude_folders, c.folder);
+        db_exclude_parse(&exclude.include_only_files, c.include_only);
+        db_exclude_parse(&exclude.exclude_files, c.files);
+        db_exclude_update_needs(&exclude);
+        db_t *db = test_db_create({volume}, TEST_FLAGS_ALL, &exclude);
+        EXPECT_EQ(c.expected, test_array_paths(&db->file_path_array))
+            << c.folder << "|" << c.include_only << "|" << c.files;
+        EXPECT_FALSE(db_exclude_differs(&exclude, &db->exclude));
+        check_orders(db);
+        db_destroy(db);
+        db_exclude_kill(&exclude);
+    }
 }
 
 // A volume that never ends: it is read until it is told to stop.
@@ -210,7 +250,7 @@ void read_for_ever(void *param, void *user_data, ntfs_record_proc_t *sink, ntfs_
 TEST(DbCreate, ACancelledRebuildKeepsWhatItReadAndCanBeMadeAgain) {
     std::atomic<bool> reading = false;
     db_rebuild_volume_t endless = {"endless", "C:", nullptr, read_for_ever, &reading};
-    db_rebuild_params_t params = {&endless, 1, 0, false, false, nullptr};
+    db_rebuild_params_t params = {&endless, 1, 0, nullptr, nullptr};
     db_t *db = db_create();
     u32 rebuilt = 0;
     db_query_t *query = db_query_create(

@@ -60,7 +60,7 @@ static void _test_read(void *param, void *user_data, ntfs_record_proc_t *sink, n
         give(record.frn, record.parent_frn, record.name, record);
 }
 
-db_t *test_db_start(const std::vector<test_volume_t> &volumes, u32 flags, bool exclude_hidden,
+db_t *test_db_start(const std::vector<test_volume_t> &volumes, u32 flags, const db_exclude_set_t *exclude,
                     db_rebuild_stats_t *stats) {
     std::vector<db_rebuild_volume_t> sources;
     for (const test_volume_t &volume : volumes) {
@@ -68,8 +68,7 @@ db_t *test_db_start(const std::vector<test_volume_t> &volumes, u32 flags, bool e
                            const_cast<void *>(static_cast<const void *>(&volume))});
     }
     db_t *db = db_create();
-    db_rebuild_params_t params = {
-        sources.data(), static_cast<u32>(sources.size()), flags, exclude_hidden, false, stats};
+    db_rebuild_params_t params = {sources.data(), static_cast<u32>(sources.size()), flags, exclude, stats};
     db_rebuild_start(db, &params);
     return db;
 }
@@ -80,9 +79,9 @@ void test_db_wait(db_t *db) {
     event_dispatch();
 }
 
-db_t *test_db_create(const std::vector<test_volume_t> &volumes, u32 flags, bool exclude_hidden,
+db_t *test_db_create(const std::vector<test_volume_t> &volumes, u32 flags, const db_exclude_set_t *exclude,
                      db_rebuild_stats_t *stats) {
-    db_t *db = test_db_start(volumes, flags, exclude_hidden, stats);
+    db_t *db = test_db_start(volumes, flags, exclude, stats);
     test_db_wait(db);
     return db;
 }

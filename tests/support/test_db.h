@@ -32,11 +32,11 @@ struct test_volume_t {
 test_volume_t test_volume_from_paths(const std::vector<std::string> &paths);
 
 // Fills a new database from volumes and waits until it is ready.
-db_t *test_db_create(const std::vector<test_volume_t> &volumes, u32 flags, bool exclude_hidden = false,
-                     db_rebuild_stats_t *stats = nullptr);
+db_t *test_db_create(const std::vector<test_volume_t> &volumes, u32 flags,
+                     const db_exclude_set_t *exclude = nullptr, db_rebuild_stats_t *stats = nullptr);
 // Starts the rebuild only; `volumes` must live until it is ready.
-db_t *test_db_start(const std::vector<test_volume_t> &volumes, u32 flags, bool exclude_hidden = false,
-                    db_rebuild_stats_t *stats = nullptr);
+db_t *test_db_start(const std::vector<test_volume_t> &volumes, u32 flags,
+                    const db_exclude_set_t *exclude = nullptr, db_rebuild_stats_t *stats = nullptr);
 void test_db_wait(db_t *db);
 
 // All full paths of an array, in its order.
