@@ -1,0 +1,82 @@
+// Where settings and data files lie, and how paths are written in files for users.
+#include "app/config_internal.h"
+#include "base/mem.h"
+#include "base/utf8.h"
+#include "os/os.h"
+
+#include <cstring>
+#include <initializer_list>
+
+namespace findwright {
+
+static char *_instance;
+static char *_filename;
+
+void config_set_place(const char *instance, const char *filename) {
+    _instance = utf8_replace_string(_instance, instance ? instance : "");
+    _filename = utf8_replace_string(_filename, filename ? filename : "");
+}
+
+const char *config_get_filename() {
+    return _filename ? _filename : "";
+}
+
+void config_kill_place() {
+    for (char **text : {&_instance, &_filename}) {
+        if (*text)
+            mem_free(*text);
+        *text = nullptr;
+    }
+}
+
+// The same set on every platform, so that an instance's files can be carried over.
+static bool _is_filename_byte(char c) {
+    return c >= ' ' && !std::strchr("\"*/:<>?\\|", c);
+}
+
+bool config_get_data_filename(config_folder_kind_t kind, const char *base, const char *extension,
+                              utf8_buf_t *out) {
+    if (!config_get_folder(kind, out))
+        return false;
+    utf8_buf_cat_printf(out, "\\%s", base);
+    const char *instance = _instance ? _instance : "";
+    if (*instance)
+        utf8_buf_cat_byte(out, '-');
+    for (; *instance; instance++) {
+        if (_is_filename_byte(*instance))
+            utf8_buf_cat_byte(out, *instance);
+        else
+            utf8_buf_cat_printf(out, "%%%02x", static_cast<u32>(*instance));
+    }
+    utf8_buf_cat_printf(out, ".%s", extension);
+    return true;
+}
+
+bool config_get_path(bool program_folder, utf8_buf_t *out) {
+    if (!program_folder && *config_get_filename()) {
+        utf8_buf_copy_string(out, config_get_filename());
+        return true;
+    }
+    return config_get_data_filename(program_folder ? CONFIG_FOLDER_PROGRAM : CONFIG_FOLDER_SETTINGS,
+                                    "Findwright", "ini", out);
+}
+
+void config_path_from_text(utf8_buf_t *out, const char *text) {
+    if (os_path_separator != '/' || *text != '/') {
+        utf8_buf_copy_string(out, text);
+        return;
+    }
+    // Two in front would read as a server's name inside.
+    while (text[1] == '/')
+        text++;
+    os_path_from_system(text, utf8_length(text), out);
+}
+
+void config_path_to_text(utf8_buf_t *out, const char *path) {
+    if (os_path_separator == '/' && path[0] == '\\' && path[1] != '\\')
+        os_path_to_system(path, utf8_length(path), out);
+    else
+        utf8_buf_copy_string(out, path);
+}
+
+} // namespace findwright
