@@ -148,8 +148,8 @@ void _mem_commit_run(u32 page, u32 count, bool grows) {
         arena.unit_end = end;
 }
 
-// Gives the memory of a free run back if it is long and more than `keep` bytes are free; all that lies behind the
-// top is one run. The slack of the block in front stays.
+// Gives the memory of a free run back if it is long and more than `keep` bytes are free; all that lies behind
+// the top is one run. The slack of the block in front stays.
 void _mem_decommit_run(u32 page, u32 end_page, size_t keep) {
     bool at_top = end_page >= arena.top;
     u32 end = at_top ? arena.unit_end : end_page / MEM_UNIT_PAGES;

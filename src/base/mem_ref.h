@@ -81,8 +81,8 @@ void mem_arena_kill();
 void *mem_arena_alloc(size_t size);
 void mem_arena_free(void *block, size_t size);
 
-// Gives back what the arena keeps committed for blocks to come: for the end of a large piece of work, when what it
-// needed for a while will not be needed again soon.
+// Gives back what the arena keeps committed for blocks to come: for the end of a large piece of work, when
+// what it needed for a while will not be needed again soon.
 void mem_arena_trim();
 
 // Bytes handed out, and bytes committed.

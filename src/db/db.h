@@ -68,7 +68,7 @@ struct db_t {
     array_t folder_frn_array;    // folders of NTFS indexes, by their number
     array_t folder_frn128_array; // folders of ReFS indexes
 
-    db_mem_t mem; // the records
+    db_mem_t mem;             // the records
     db_exclude_set_t exclude; // what the content was built without
 
     db_query_link_t *query_first, *query_last;

@@ -45,9 +45,9 @@ struct _db_image_words_t {
 };
 
 struct _db_image_reader_t {
-    db_t *db;
-    bz2_stream_t *stream;
-    u32 folder_count, file_count;
+    db_t *db = nullptr;
+    bz2_stream_t *stream = nullptr;
+    u32 folder_count = 0, file_count = 0;
     _db_image_words_t parents;        // of folders, as in the file
     _db_image_words_t roots;          // the index number at the top of each folder's chain
     _db_image_words_t folders, files; // references, by ordinal

@@ -169,8 +169,8 @@ static int _fw_search(const fw_options_t *options, const std::vector<_fw_volume_
     for (const _fw_volume_t &volume : volumes)
         sources.push_back({volume.file.c_str(), volume.root.c_str(), volume.volume, nullptr, nullptr});
     db_rebuild_stats_t stats;
-    db_rebuild_params_t rebuild = {
-        sources.data(), static_cast<u32>(sources.size()), _fw_index_flags(options), nullptr, &stats};
+    db_rebuild_params_t rebuild = {sources.data(), static_cast<u32>(sources.size()), _fw_index_flags(options),
+                                   nullptr, &stats};
     _fw_client_t client = {io, db_create(), nullptr, false, false};
     client.query = db_query_create(client.db, false, _fw_callback, &client);
     db_rebuild_start(client.db, &rebuild);

@@ -161,7 +161,8 @@ u32 read_behind(const char *end) {
 
 TEST_F(mem_arena_test, trimming_gives_back_all_that_is_free) {
     size_t before = mem_arena_committed();
-    void *in_front = mem_arena_alloc(MIB), *middle = mem_arena_alloc(20 * MIB), *behind = mem_arena_alloc(MIB);
+    void *in_front = mem_arena_alloc(MIB), *middle = mem_arena_alloc(20 * MIB),
+         *behind = mem_arena_alloc(MIB);
     memset(in_front, 1, MIB);
     memset(behind, 2, MIB);
     mem_arena_free(middle, 20 * MIB);
