@@ -172,21 +172,6 @@ static void _db_compile_regex(db_query_t *query, db_term_t *term) {
 
 // --- Plain texts and wildcards -----------------------------------------------------------------------------
 
-// Collapses runs of `*`, and returns the number of wildcards left.
-static u32 _db_squeeze_wildcards(db_term_t *term) {
-    u32 count = 0, length = 0;
-    for (u32 i = 0; i < term->length; i++) {
-        char c = term->text[i];
-        if (c == '*' && length != 0 && term->text[length - 1] == '*')
-            continue;
-        count += c == '*' || c == '?';
-        term->text[length++] = c;
-    }
-    term->text[length] = 0;
-    term->length = length;
-    return count;
-}
-
 static void _db_cut_text(db_term_t *term, u32 front, u32 back) {
     term->length -= front + back;
     std::memmove(term->text, term->text + front, term->length);
@@ -204,7 +189,8 @@ static bool _db_ends_with_star(const db_term_t *term) {
 static u32 _db_simplify_wildcards(db_term_t *term) {
     if (!(term->flags & TERM_WILDCARDS))
         return 0;
-    u32 count = _db_squeeze_wildcards(term);
+    u32 count = utf8_wildcard_squeeze(term->text, &term->length);
+    term->text[term->length] = 0;
     if (count == 1 && term->length == 1 && _db_starts_with_star(term)) {
         _db_cut_text(term, 1, 0);
         term->flags &= ~(TERM_WHOLE_WORD | TERM_WHOLE_NAME);
@@ -216,8 +202,8 @@ static u32 _db_simplify_wildcards(db_term_t *term) {
         _db_cut_text(term, front ? 1 : 0, front ? 0 : 1);
         return 0;
     }
-    if (count == 2 && term->length > 2 && _db_starts_with_star(term) && _db_ends_with_star(term)) {
-        _db_cut_text(term, 1, 1);
+    if (utf8_wildcard_strip_stars(term->text, &term->length)) {
+        term->text[term->length] = 0;
         term->flags &= ~(TERM_WHOLE_WORD | TERM_WHOLE_NAME);
         return 0;
     }

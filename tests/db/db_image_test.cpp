@@ -105,6 +105,28 @@ TEST(DbImage, OfNothing) {
     db_destroy(db);
 }
 
+TEST(DbImage, TablesThatNameAnItemTwiceAndCirclesOfParentsFail) {
+    db_t *db = test_db_create({test_volume_from_paths({"a\\b\\x", "y", "z"})}, TEST_FLAGS_ALL);
+    const std::string bytes = write_image(db, true);
+    const u32 folders = db->folder_name_array.count;
+    db_destroy(db);
+
+    std::string twice = bytes; // the last table ends the file: its last entry becomes the one before
+    twice.replace(twice.size() - 4, 4, twice, twice.size() - 8, 4);
+    EXPECT_FALSE(read_image(twice, true));
+
+    // In name order the folders are a, b, C:, with the parents C: (2), a (0) and none (3).
+    const std::string parents("\2\0\0\0\0\0\0\0\3\0\0\0", 12);
+    const size_t at = bytes.find(parents);
+    ASSERT_EQ(3u, folders);
+    ASSERT_NE(std::string::npos, at);
+    std::string circle = bytes;
+    circle[at] = 1; // a below b, which is below a
+    EXPECT_FALSE(read_image(circle, true));
+    circle[at] = 0; // a below itself
+    EXPECT_FALSE(read_image(circle, true));
+}
+
 // Uses a database that was loaded from damaged bytes as its owner would.
 void use(db_t *db) {
     db_query_t *query = db_query_create(db, false, nullptr, nullptr);

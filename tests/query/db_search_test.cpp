@@ -122,6 +122,46 @@ TEST(DbSearch, WhatTermsMean) {
     EXPECT_EQ(13u, search.names("**").size());
 }
 
+// Which op a term becomes: a slower one would find the same and be seen in no result.
+TEST(DbSearch, TermsTakeTheFastestOpThatServes) {
+    search_t search({"abc.txt"});
+    const struct {
+        const char *text;
+        u32 op;
+    } cases[] = {
+        {"abc", DB_OP_FIND},
+        {"*abc*", DB_OP_FIND},
+        {"wfn:*abc*", DB_OP_FIND},
+        {"ww:*abc*", DB_OP_FIND},
+        {"ww:abc", DB_OP_FIND + 1},
+        {"case:abc", DB_OP_FIND + 2},
+        {"path:abc", DB_OP_FIND + 8},
+        {"!abc", DB_OP_FIND + 16},
+        {"diacritics:abc", DB_OP_FIND_ASCII},
+        {"diacritics:\xC3\xA9", DB_OP_FIND + 4},
+        {"*.txt", DB_OP_ENDS_WITH},
+        {"**.txt", DB_OP_ENDS_WITH},
+        {"abc*", DB_OP_STARTS_WITH},
+        {"c:\\abc", DB_OP_STARTS_WITH + 4},
+        {"a*c", DB_OP_WILDCARD},
+        {"nowfn:a*c", DB_OP_WILDCARD_FIND},
+        {"nowfn:*abc", DB_OP_FIND},
+        {"nowfn:abc*", DB_OP_FIND},
+        {"nowildcards:a*c", DB_OP_FIND},
+        {"wfn:abc", DB_OP_EQUAL},
+        {"**", DB_OP_TRUE},
+        {"!*", DB_OP_FALSE},
+        {"folder:abc", DB_OP_FALSE},
+        {"regex:abc", DB_OP_FIND + 4},
+        {"regex:a.c", DB_OP_REGEX},
+        {"!regex:<(>", DB_OP_TRUE},
+    };
+    for (auto c : cases) {
+        search.run(c.text);
+        EXPECT_EQ(c.op, search.query->file_terms->op) << c.text;
+    }
+}
+
 TEST(DbSearch, AFilterIsAnAndOverTheWholeSearch) {
     search_t search({"a.txt", "b.txt", "a.doc", "b.doc"});
     search.run("a|b", 0, 0, ".txt");
