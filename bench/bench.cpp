@@ -175,10 +175,10 @@ u64 bench_count_lines(bench_file_t file) {
     return static_cast<u64>(std::count(file.bytes, file.bytes + file.size, '\n'));
 }
 
-static db_t *_bench_rebuild(const db_rebuild_volume_t *volume, db_rebuild_stats_t *stats) {
+static db_t *_bench_rebuild(db_wanted_t *wanted, db_rebuild_stats_t *stats) {
     db_t *db = db_create();
-    db_rebuild_params_t params = {volume, 1, BENCH_INDEX_FLAGS, nullptr, stats};
-    db_rebuild_start(db, &params);
+    wanted->index_flags = BENCH_INDEX_FLAGS;
+    db_rebuild_start(db, wanted, stats);
     while (!db_is_ready(db))
         event_wait_and_dispatch(OS_INFINITE);
     return db;
@@ -190,8 +190,10 @@ db_t *bench_index_volume(const char *name, db_rebuild_stats_t *stats) {
         fprintf(stderr, "fw_bench: cannot open %s\n", name);
         return nullptr;
     }
-    db_rebuild_volume_t volume = {name, "V:", image, nullptr, nullptr};
-    return _bench_rebuild(&volume, stats);
+    db_wanted_t wanted;
+    db_wanted_init(&wanted);
+    db_wanted_add_volume(&wanted, name, "V:", "", "")->volume = image;
+    return _bench_rebuild(&wanted, stats);
 }
 
 u64 bench_item_count(const db_t *db) {
@@ -316,8 +318,12 @@ db_t *bench_index_paths(bench_file_t paths, u64 item_limit, db_rebuild_stats_t *
     source.paths = paths;
     source.item_limit = item_limit;
     source.keep_names = names != nullptr;
-    db_rebuild_volume_t volume = {"paths", "V:", nullptr, _bench_read_paths, &source};
-    db_t *db = _bench_rebuild(&volume, stats);
+    db_wanted_t wanted;
+    db_wanted_init(&wanted);
+    db_source_t *volume = db_wanted_add_volume(&wanted, "paths", "V:", "", "");
+    volume->read = _bench_read_paths;
+    volume->read_param = &source;
+    db_t *db = _bench_rebuild(&wanted, stats);
     if (names)
         _bench_write(names, source.names);
     return db;

@@ -176,11 +176,14 @@ enum config_folder_kind_t : u32 {
     CONFIG_FOLDER_SETTINGS,   // of the settings
     CONFIG_FOLDER_DATA,       // of bookmarks, filters and histories
     CONFIG_FOLDER_LOCAL_DATA, // of the database: data that is not carried to other machines
+    CONFIG_FOLDER_STATE,      // of logs, and of what a process leaves while it runs
 };
 
-// Without a trailing separator. On Windows the last three depend on app_data. False, and an empty text, when
+// Without a trailing separator. On Windows all but the first depend on app_data. False, and an empty text, when
 // the system does not say.
 bool config_get_folder(config_folder_kind_t kind, utf8_buf_t *out);
+// Whether settings and data are this user's own, and not those beside the program.
+bool config_is_app_data();
 // FOLDER\BASE.EXTENSION, or FOLDER\BASE-INSTANCE.EXTENSION with an instance (see config_set_place), whose
 // name has `%` and two hexadecimal digits in place of each byte that a file name cannot have.
 bool config_get_data_filename(config_folder_kind_t kind, const char *base, const char *extension,

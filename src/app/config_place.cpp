@@ -52,6 +52,10 @@ bool config_get_data_filename(config_folder_kind_t kind, const char *base, const
     return true;
 }
 
+bool config_is_app_data() {
+    return !config_has_app_data || app_data;
+}
+
 bool config_get_path(bool program_folder, utf8_buf_t *out) {
     if (!program_folder && *config_get_filename()) {
         utf8_buf_copy_string(out, config_get_filename());

@@ -12,6 +12,10 @@
 namespace findwright {
 
 static void _db_status_changed_proc(void *param);
+static void _db_corrupt_proc(void *param);
+
+bool db_read_only;
+bool db_no_db;
 
 // Every array of a database, for the operations that treat all alike.
 static array_t db_t::*const _db_arrays[] = {
@@ -26,23 +30,28 @@ static array_t db_t::*const _db_arrays[] = {
     &db_t::folder_frn128_array,
 };
 
-db_t *db_create() {
+db_t *db_create(const char *file_list_filename) {
     db_t *db = new (mem_alloc(sizeof(db_t))) db_t();
     db->status_cs = new (mem_alloc(sizeof(std::mutex))) std::mutex;
     for (auto array : _db_arrays)
         array_init(&(db->*array));
     db_mem_init(&db->mem);
     db_exclude_init(&db->exclude);
+    if (file_list_filename)
+        db->file_list_filename = utf8_alloc_copy(file_list_filename);
     return db;
 }
 
 void db_destroy(db_t *db) {
     db_wait(db, "db_destroy");
+    if (db->keeper)
+        db->keeper->stop(db);
     db_clear_content(db);
     event_remove(_db_ready_proc, db);
     event_remove(_db_load_complete_proc, db);
     event_remove(_db_status_changed_proc, db);
-    for (char *text : {db->status_text, db->status_detail_text}) {
+    event_remove(_db_corrupt_proc, db);
+    for (char *text : {db->status_text, db->status_detail_text, db->file_list_filename}) {
         if (text)
             mem_free(text);
     }
@@ -60,6 +69,36 @@ void db_clear_content(db_t *db) {
     db_index_destroy_all(db);
     db_exclude_kill(&db->exclude);
     db_exclude_init(&db->exclude);
+}
+
+void db_clear_sorted(db_t *db) {
+    for (auto array : _db_arrays) {
+        if (array != &db_t::folder_name_array && array != &db_t::file_name_array)
+            array_clear(&(db->*array));
+    }
+}
+
+void db_add_query(db_t *db, db_query_link_t *query) {
+    query->next = nullptr;
+    query->prev = db->query_last;
+    (db->query_last ? db->query_last->next : db->query_first) = query;
+    db->query_last = query;
+}
+
+void db_remove_query(db_t *db, db_query_link_t *query) {
+    (query->prev ? query->prev->next : db->query_first) = query->next;
+    (query->next ? query->next->prev : db->query_last) = query->prev;
+}
+
+void db_forget_work(db_t *db) {
+    for (db_query_link_t *query = db->query_first; query; query = query->next)
+        query->hooks->rebuild_started(query);
+    event_remove(_db_ready_proc, db);
+    event_remove(_db_load_complete_proc, db);
+    event_remove(_db_corrupt_proc, db);
+    db->busy_count = 0;
+    db->loaded = db->local = 0;
+    db->check_file_lists_deferred = 0;
 }
 
 u64 db_memory_size(const db_t *db) {
@@ -128,18 +167,36 @@ void _db_ready_proc(void *param) {
         query->hooks->ready(query);
         query = next;
     }
+    if (db->keeper && db_is_ready(db))
+        db->keeper->idle(db);
 }
 
 void _db_load_complete_proc(void *param) {
     db_t *db = static_cast<db_t *>(param);
     db_wait(db, "_db_load_complete_proc");
     db->loaded = 1;
+    if (db->keeper)
+        db->keeper->loaded(db);
     db_set_status(db, "");
+    if (db->keeper && db->keeper->check(db))
+        return; // the rebuild posts this again
     for (db_query_link_t *query = db->query_first; query;) {
         db_query_link_t *next = query->next;
         query->hooks->load_complete(query);
         query = next;
     }
+}
+
+void db_report_corrupt(db_t *db) {
+    debug_printf("CORRUPT\n");
+    event_post(_db_corrupt_proc, db);
+}
+
+static void _db_corrupt_proc(void *param) {
+    db_t *db = static_cast<db_t *>(param);
+    db_wait(db, "_db_corrupt_proc");
+    if (db->keeper)
+        db->keeper->corrupt(db);
 }
 
 // --- Status ------------------------------------------------------------------------------------------------

@@ -44,6 +44,20 @@ struct db_query_link_t {
 
 enum db_worker_kind_t : u32 { DB_WORKER_SEARCH, DB_WORKER_SORT, DB_WORKER_OTHER };
 
+// What the database asks of the code that keeps it true to its sources and settings (index/db_lifecycle.h).
+// Main thread, with no worker at work.
+struct db_keeper_t {
+    void (*loaded)(db_t *db); // content is in place
+    bool (*check)(db_t *db);  // whether a rebuild was started, because the content does not fit the settings
+    void (*idle)(db_t *db);   // no operation is in flight any more
+    void (*corrupt)(db_t *db);
+    void (*stop)(db_t *db); // the database goes
+};
+
+// Process-wide modes, of the command line.
+extern bool db_read_only; // no save, no rebuild, no watching, no comparison with the settings
+extern bool db_no_db;     // no load and no save: each start rebuilds
+
 struct db_t {
     os_thread_t *thread; // the worker that owns the index, or 0
     db_query_link_t *worker_query;
@@ -75,10 +89,18 @@ struct db_t {
     u32 loaded; // content is in place
     u32 local;  // the content is worth saving
 
+    const db_keeper_t *keeper; // 0: nothing keeps it
+    void *keeper_state;        // the keeper's own
+    // Requests that came while the database was busy; the last operation to end runs them.
+    u32 check_file_lists_deferred, save_deferred;
+    char *file_list_filename; // the database is a view of this list; 0: it is not
+    u32 file_list_status;     // file_list_status_t of the list that was read last
+
     db_layout_t layout;
 };
 
-db_t *db_create();
+// `file_list_filename`: a view of that list, or 0.
+db_t *db_create(const char *file_list_filename = nullptr);
 void db_destroy(db_t *db);
 
 // Waits for the worker, under the caller's name for the log. Every public operation that touches content
@@ -92,6 +114,20 @@ void db_start_worker(db_t *db, db_query_link_t *query, db_worker_kind_t kind, os
 // Posted when an operation in flight has ended; param is the db_t.
 void _db_ready_proc(void *param);
 void _db_load_complete_proc(void *param);
+
+// A query that is told of what happens to the database from now on; the owner takes it out before it goes.
+void db_add_query(db_t *db, db_query_link_t *query);
+void db_remove_query(db_t *db, db_query_link_t *query);
+
+// Before the content is replaced: the queries drop what they hold, and nothing that was posted for the old
+// content runs any more. After db_wait.
+void db_forget_work(db_t *db);
+// What sorted arrays there are beside the two in name order is freed; for a rebuild, which reads those two
+// only.
+void db_clear_sorted(db_t *db);
+// A sorted array has turned out not to fit the data: has the keeper put things right, from the main thread.
+// Any thread.
+void db_report_corrupt(db_t *db);
 
 // The status text, shown while the database is busy. Any thread. An empty text clears it.
 void db_set_status(db_t *db, const char *format, ...);

@@ -1,16 +1,20 @@
 #include "fw/fw.h"
 
+#include "app/config.h"
 #include "base/utf8_buf.h"
 #include "db/db.h"
+#include "fw/fw_load.h"
 #include "fw/fw_options.h"
 #include "fw/fw_output.h"
+#include "fw/fw_plan.h"
 #include "index/db_create.h"
-#include "index/ntfs_partition.h"
 #include "os/event.h"
 #include "os/os.h"
 #include "query/db_query.h"
 
 namespace findwright {
+
+static constexpr u32 PIXELS_PER_INCH = 96; // of a screen that nothing is known of
 
 static bool _fw_write_console(void *, int descriptor, const void *bytes, u32 size) {
     return os_console_write(descriptor, bytes, size);
@@ -21,68 +25,8 @@ fw_io_t fw_io_console() {
 }
 
 static void _fw_print(const fw_io_t *io, int descriptor, const std::string &text) {
-    io->write(io->user_data, descriptor, text.data(), static_cast<u32>(text.size()));
-}
-
-// --- Sources -----------------------------------------------------------------------------------------------
-
-struct _fw_volume_t {
-    std::string file;
-    std::string root;
-    os_volume_t *volume;
-};
-
-static std::string _fw_system_error() {
-    char text[256];
-    os_error_text(os_get_last_error(), text, sizeof text);
-    return text;
-}
-
-// The next default name of a root: C:, D: and on to Z:, then numbered ones.
-static std::string _fw_next_root_name(u32 *next) {
-    u32 number = (*next)++;
-    u32 letter = 2 + number % 24;
-    std::string name(1, static_cast<char>('A' + letter));
-    return number < 24 ? name + ":" : name + std::to_string(number / 24) + ":";
-}
-
-// FILE=NAME, where a file of the whole name does not exist.
-static void _fw_split_source(const std::string &text, std::string *file, std::string *name) {
-    *file = text;
-    size_t equals = text.rfind('=');
-    if (equals == std::string::npos || os_file_exists(text.c_str()))
-        return;
-    *file = text.substr(0, equals);
-    *name = text.substr(equals + 1);
-}
-
-// Opens the NTFS volumes of one disk, device or image. The text of an error, or empty.
-static std::string _fw_open_source(const std::string &text, std::vector<_fw_volume_t> *volumes,
-                                   u32 *next_root) {
-    std::string file, name;
-    _fw_split_source(text, &file, &name);
-    if (os_folder_exists(file.c_str()))
-        return "cannot read " + file + ": it is a folder, not a volume or an image";
-    os_volume_t *disk = os_volume_open(file.c_str());
-    if (!disk)
-        return "cannot open " + file + ": " + _fw_system_error();
-    char reason[256] = "";
-    ntfs_partition_t partitions[NTFS_PARTITION_MAX];
-    u32 count = ntfs_find_partitions(disk, partitions, reason);
-    std::string error = count == 0 ? "cannot find an NTFS volume in " + file + ": " + reason : "";
-    for (u32 i = 0; i < count; i++) {
-        os_volume_t *part = os_volume_open_part(disk, partitions[i].offset, partitions[i].size);
-        ntfs_info_t info;
-        if (!ntfs_get_info(part, &info, reason)) {
-            os_volume_close(part);
-            error = "cannot read the NTFS volume in " + file + ": " + reason;
-            continue;
-        }
-        bool named = i == 0 && !name.empty();
-        volumes->push_back({file, named ? name : _fw_next_root_name(next_root), part});
-    }
-    os_volume_close(disk);
-    return volumes->empty() ? error : "";
+    if (!text.empty())
+        io->write(io->user_data, descriptor, text.data(), static_cast<u32>(text.size()));
 }
 
 // --- The index ---------------------------------------------------------------------------------------------
@@ -142,68 +86,119 @@ static void _fw_callback(void *user_data, u32 code) {
         _fw_show_progress(client);
 }
 
-static u64 _fw_count_items(const db_t *db) {
-    return static_cast<u64>(db->folder_name_array.count) + db->file_name_array.count;
-}
-
-static void _fw_print_stats(const _fw_client_t *client, const db_rebuild_stats_t *stats, u32 search_time) {
+static void _fw_print_stats(const _fw_client_t *client, const fw_load_t *load,
+                            const db_rebuild_stats_t *rebuild, u32 search_time) {
+    const db_t *db = client->db;
+    u32 folders = db->folder_name_array.count, files = db->file_name_array.count;
+    u64 items = static_cast<u64>(folders) + files;
+    u64 tenths = items != 0 ? db_memory_size(db) * 10 / items : 0;
     utf8_buf_t text;
     utf8_buf_init(&text);
-    u64 items = _fw_count_items(client->db);
-    u64 tenths = items != 0 ? db_memory_size(client->db) * 10 / items : 0;
-    utf8_buf_printf(
-        &text,
-        "items %I64u (%u folders, %u files, %u without a parent dropped)\nbytes per item %I64u.%I64u\n"
-        "read %f seconds\nsort %f seconds\nsearch %f seconds\n",
-        items, client->db->folder_name_array.count, client->db->file_name_array.count, stats->orphan_count,
-        tenths / 10, tenths % 10, stats->read_time, stats->sort_time, search_time);
+    utf8_buf_printf(&text, "items %I64u (%u folders, %u files", items, folders, files);
+    if (!load)
+        utf8_buf_cat_printf(&text, ", %u left out", rebuild->orphan_count);
+    utf8_buf_cat_printf(&text, ")\nbytes per item %I64u.%I64u\n", tenths / 10, tenths % 10);
+    if (load)
+        utf8_buf_cat_printf(&text, "load %f seconds\n", load->time);
+    else
+        utf8_buf_cat_printf(&text, "read %f seconds\nsort %f seconds\n", rebuild->read_time,
+                            rebuild->sort_time);
+    utf8_buf_cat_printf(&text, "search %f seconds\n", search_time);
     _fw_print(client->io, 2, text.data);
     utf8_buf_kill(&text);
 }
 
-// Reads the volumes, searches, prints. Returns the exit status.
-static int _fw_search(const fw_options_t *options, const std::vector<_fw_volume_t> &volumes,
-                      const fw_io_t *io) {
-    std::vector<db_rebuild_volume_t> sources;
-    sources.reserve(volumes.size());
-    for (const _fw_volume_t &volume : volumes)
-        sources.push_back({volume.file.c_str(), volume.root.c_str(), volume.volume, nullptr, nullptr});
-    db_rebuild_stats_t stats;
-    db_rebuild_params_t rebuild = {sources.data(), static_cast<u32>(sources.size()), _fw_index_flags(options),
-                                   nullptr, &stats};
-    _fw_client_t client = {io, db_create(), nullptr, false, false};
-    client.query = db_query_create(client.db, false, _fw_callback, &client);
-    db_rebuild_start(client.db, &rebuild);
-    while (!db_is_ready(client.db))
+// --- The run -----------------------------------------------------------------------------------------------
+
+static void _fw_wait_until_ready(_fw_client_t *client) {
+    while (!db_is_ready(client->db))
         event_wait_and_dispatch(OS_INFINITE);
     event_dispatch();
-    client.results_ready = false;
+    client->results_ready = false;
+}
 
+// The text of an error, or empty.
+static std::string _fw_load(_fw_client_t *client, fw_load_t *load) {
+    std::string error = fw_load_start(load);
+    if (!error.empty())
+        return error;
+    _fw_wait_until_ready(client);
+    return load->is_loaded ? "" : fw_load_get_error(load);
+}
+
+// The settings' columns are those of a database that is kept; a run needs its own. Sizes of folders are as
+// the settings want them.
+static void _fw_rebuild(_fw_client_t *client, const fw_options_t *options, fw_plan_t *plan,
+                        db_rebuild_stats_t *stats) {
+    plan->wanted.index_flags = _fw_index_flags(options) | (plan->wanted.index_flags & DB_FLAG_FOLDER_SIZE);
+    db_rebuild_start(client->db, &plan->wanted, stats);
+    _fw_wait_until_ready(client);
+}
+
+static void _fw_start_search(const fw_options_t *options, const fw_plan_t *plan, db_query_t *query) {
+    bool more = plan->has_search_settings;
     db_query_params_t search = {};
-    search.match_case = options->match_case;
-    search.match_whole_word = options->match_whole_word;
-    search.match_path = options->match_path;
-    search.match_diacritics = options->match_diacritics;
-    search.match_regex = options->match_regex;
+    search.match_case = options->match_case || (more && match_case);
+    search.match_whole_word = options->match_whole_word || (more && match_whole_word);
+    search.match_path = options->match_path || (more && match_path);
+    search.match_diacritics = options->match_diacritics || (more && match_diacritics);
+    search.match_regex = options->match_regex || (more && match_regex);
     search.search = options->search.c_str();
     search.filter_search = options->files_only ? "file:" : options->folders_only ? "folder:" : "";
     search.sort = options->sort;
-    u32 start = os_get_tick_count();
-    db_query_search(client.query, &search);
-    u32 count = db_get_result_count(client.query);
-    u32 search_time = os_get_tick_count() - start;
-    while (!client.results_ready)
-        event_wait_and_dispatch(OS_INFINITE);
+    db_query_search(query, &search);
+}
 
+// Only a database that was loaded can lack an order.
+static void _fw_warn_of_order(const _fw_client_t *client, const fw_options_t *options) {
+    if (!db_get_sorted_arrays(client->db, db_sort_get_fast_flag(options->sort)).files)
+        _fw_print(client->io, 2,
+                  std::string("fw: the database has no order by ") + fw_sort_get_name(options->sort) +
+                      "; results stand in name order\n");
+}
+
+// Searches what the database holds, and prints. Returns the exit status.
+static int _fw_search(_fw_client_t *client, const fw_options_t *options, const fw_plan_t *plan,
+                      const fw_load_t *load, const db_rebuild_stats_t *rebuild) {
+    u32 start = os_get_tick_count();
+    _fw_start_search(options, plan, client->query);
+    u32 count = db_get_result_count(client->query);
+    u32 search_time = os_get_tick_count() - start;
+    while (!client->results_ready)
+        event_wait_and_dispatch(OS_INFINITE);
+    if (!options->count)
+        _fw_warn_of_order(client, options);
     if (options->stats)
-        _fw_print_stats(&client, &stats, search_time);
+        _fw_print_stats(client, load, rebuild, search_time);
     if (options->count)
-        _fw_print(io, 1, std::to_string(count) + "\n");
+        _fw_print(client->io, 1, std::to_string(count) + "\n");
     else
-        fw_output_results(options, client.query, io); // a closed pipe ends quietly
+        fw_output_results(options, client->query, client->io); // a closed pipe ends quietly
+    return count != 0 ? FW_FOUND : FW_NOT_FOUND;
+}
+
+static int _fw_fail(const fw_io_t *io, const std::string &error) {
+    _fw_print(io, 2, "fw: " + error + "\n");
+    return FW_ERROR;
+}
+
+static int _fw_run_plan(const fw_options_t *options, fw_plan_t *plan, const fw_io_t *io) {
+    _fw_print(io, 2, plan->warnings);
+    _fw_client_t client = {io, db_create(), nullptr, false, false};
+    client.query = db_query_create(client.db, false, _fw_callback, &client);
+    db_rebuild_stats_t rebuild = {};
+    fw_load_t load = {client.db, plan->database, false, false, 0};
+    bool is_loaded = !plan->database.empty();
+    std::string error;
+    if (is_loaded)
+        error = _fw_load(&client, &load);
+    else
+        _fw_rebuild(&client, options, plan, &rebuild);
+    int status = error.empty() ? _fw_search(&client, options, plan, is_loaded ? &load : nullptr, &rebuild)
+                               : _fw_fail(io, error);
     db_destroy_query(client.query);
     db_destroy(client.db);
-    return count != 0 ? FW_FOUND : FW_NOT_FOUND;
+    return status;
 }
 
 int fw_run(u32 count, const char *const *arguments, const fw_io_t *io) {
@@ -214,27 +209,16 @@ int fw_run(u32 count, const char *const *arguments, const fw_io_t *io) {
     case FW_PARSE_ERROR: _fw_print(io, 2, message); return FW_ERROR;
     default: break;
     }
-    if (options.ntfs.empty()) {
-        _fw_print(io, 2,
-                  "fw: no source was given: name a volume or an image with --ntfs FILE. fw --help lists the "
-                  "options.\n");
-        return FW_ERROR;
-    }
-    max_threads = options.threads;
-    std::vector<_fw_volume_t> volumes;
-    u32 next_root = 0;
-    for (const std::string &source : options.ntfs) {
-        std::vector<_fw_volume_t> found;
-        std::string error = _fw_open_source(source, &found, &next_root);
-        volumes.insert(volumes.end(), found.begin(), found.end());
-        if (error.empty())
-            continue;
-        for (_fw_volume_t &volume : volumes)
-            os_volume_close(volume.volume);
-        _fw_print(io, 2, "fw: " + error + "\n");
-        return FW_ERROR;
-    }
-    return _fw_search(&options, volumes, io);
+    config_init(PIXELS_PER_INCH);
+    fw_plan_t plan;
+    fw_plan_init(&plan);
+    std::string error = fw_plan_make(&plan, &options);
+    if (options.threads != 0)
+        max_threads = options.threads;
+    int status = error.empty() ? _fw_run_plan(&options, &plan, io) : _fw_fail(io, error);
+    fw_plan_kill(&plan);
+    config_kill(); // puts back the number of threads, too
+    return status;
 }
 
 } // namespace findwright

@@ -25,6 +25,14 @@ static constexpr struct {
     {"attributes", DB_SORT_ATTRIBUTES_ASCENDING},
 };
 
+const char *fw_sort_get_name(u32 sort) {
+    for (auto entry : sort_names) {
+        if (entry.code == (sort & ~DB_SORT_DESCENDING))
+            return entry.name;
+    }
+    return "";
+}
+
 static bool _fw_cut_suffix(std::string *text, const std::string &suffix) {
     if (text->size() <= suffix.size() ||
         text->compare(text->size() - suffix.size(), suffix.size(), suffix) != 0)
@@ -65,25 +73,61 @@ static std::vector<fw_column_t> _fw_parse_columns(const std::string &text) {
     return columns;
 }
 
+static void _fw_add_source_options(CLI::App *app, fw_options_t *options) {
+    // An empty variable of a script must not turn into the current folder.
+    const CLI::Validator named(
+        [](std::string &text) { return std::string(text.empty() ? "a name is missing" : ""); }, "");
+    auto *ntfs =
+        app->add_option(
+               "--ntfs", options->ntfs,
+               "a raw NTFS volume, device or disk image; NAME is the root's name (default C:, D:, ...)")
+            ->type_name("FILE[=NAME]")
+            ->check(named)
+            ->allow_extra_args(false)
+            ->group("Sources");
+    auto *file_list = app->add_option("--file-list", options->file_lists, "a file list, .fwl or .csv")
+                          ->check(named)
+                          ->type_name("FILE")
+                          ->allow_extra_args(false)
+                          ->group("Sources");
+    auto *folder = app->add_option("--folder", options->folders, "a folder and all that lies below it")
+                       ->type_name("DIR")
+                       ->check(named)
+                       ->allow_extra_args(false)
+                       ->group("Sources");
+    app->add_option("--db", options->db, "a database that findwright saved, in place of sources")
+        ->check(named)
+        ->type_name("FILE")
+        ->excludes(ntfs)
+        ->excludes(file_list)
+        ->excludes(folder)
+        ->group("Sources");
+    app->add_option("--config", options->config,
+                    "a settings file: its database, or with sources its exclusions; its search settings")
+        ->check(named)
+        ->type_name("FILE")
+        ->group("Sources");
+}
+
 fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments,
                             std::string *message) {
-    CLI::App app("Finds files and folders by name, in milliseconds, on raw NTFS volumes.",
-                 "fw --ntfs FILE[=NAME]");
+    CLI::App app("Finds files and folders by name, in milliseconds: in folders, on raw NTFS volumes, in file "
+                 "lists.\nWithout a source it searches the database that findwright keeps.",
+                 "fw");
     app.allow_windows_style_options(false);
     app.set_version_flag("--version", std::string("fw ") + FINDWRIGHT_VERSION);
     app.footer(
         "An empty search text lists everything. Exit status: 0 with results, 1 without, 2 on an error.\n"
-        "Example: fw --ntfs disk.img --sort size-descending -n 20 --columns full,size .iso");
+        "Examples:\n"
+        "  fw report .pdf\n"
+        "  fw --folder ~/Documents --sort date-modified-descending -n 20 --columns dm,full\n"
+        "  fw --ntfs disk.img --file-list server.fwl --sort size-descending --columns full,size .iso");
 
     std::vector<std::string> words;
     std::string sort = "name", columns = "full";
     bool null = false, json = false, csv = false;
     app.add_option("text", words, "the search text: words are joined by blanks");
-    app.add_option("--ntfs", options->ntfs,
-                   "a raw NTFS volume, device or disk image; NAME is the root's name (default C:, D:, ...)")
-        ->type_name("FILE[=NAME]")
-        ->allow_extra_args(false)
-        ->group("Sources");
+    _fw_add_source_options(&app, options);
     app.add_flag("--case", options->match_case, "match case")->group("Matching");
     app.add_flag("--whole-word", options->match_whole_word, "match whole words")->group("Matching");
     app.add_flag("--path", options->match_path, "match the full path, not the name")->group("Matching");

@@ -25,6 +25,10 @@ enum fw_format_t : u32 { FW_FORMAT_TEXT, FW_FORMAT_NULL, FW_FORMAT_JSON, FW_FORM
 
 struct fw_options_t {
     std::vector<std::string> ntfs; // FILE or FILE=NAME
+    std::vector<std::string> file_lists;
+    std::vector<std::string> folders;
+    std::string db;     // a database file; empty: none
+    std::string config; // a settings file; empty: none
     std::string search;
     bool match_case = false, match_whole_word = false, match_path = false, match_diacritics = false,
          match_regex = false;
@@ -40,11 +44,14 @@ struct fw_options_t {
     bool stats = false;
 };
 
+// The name of a sort code's order, without its direction.
+const char *fw_sort_get_name(u32 sort);
+
 enum fw_parse_t { FW_PARSE_RUN, FW_PARSE_DONE, FW_PARSE_ERROR };
 
 // Reads the arguments (UTF-8, program name first). FW_PARSE_DONE: `message` is to be printed to standard
-// output, as for
-// --help; FW_PARSE_ERROR: to standard error.
+// output,
+// as for --help; FW_PARSE_ERROR: to standard error.
 fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments,
                             std::string *message);
 

@@ -4,6 +4,7 @@
 #include "base/utf8_buf.h"
 #include "db/db_file.h"
 #include "db/db_folder.h"
+#include "fw/fw_path.h"
 #include "os/os.h"
 
 #include <algorithm>
@@ -37,6 +38,14 @@ static bool _fw_is_text(fw_column_t column) {
     return column == FW_COLUMN_NAME || column == FW_COLUMN_PATH || column == FW_COLUMN_FULL;
 }
 
+static bool _fw_is_of_system(const db_item_t *item) {
+    u32 length;
+    const char *root = db_item_get_name(db_get_root(item), &length);
+    return fw_path_is_system_root(root, length);
+}
+
+// Paths of this system are given as its users write them. What belongs to one is told by its root item: the
+// name alone of an item below does not show it.
 static void _fw_get_text(utf8_buf_t *out, const db_item_t *item, fw_column_t column) {
     u32 length;
     const char *name = db_item_get_name(item, &length);
@@ -46,6 +55,13 @@ static void _fw_get_text(utf8_buf_t *out, const db_item_t *item, fw_column_t col
         db_item_get_path(out, item);
     else
         db_item_get_full_path_name(out, item);
+    const bool is_top = db_item_is_top(item);
+    if (is_top && column == FW_COLUMN_PATH)
+        return; // nothing holds it
+    if (is_top || column != FW_COLUMN_NAME)
+        fw_path_to_user(out);
+    else if (_fw_is_of_system(item))
+        fw_name_to_user(out);
 }
 
 // --- Machine forms -----------------------------------------------------------------------------------------

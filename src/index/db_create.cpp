@@ -4,6 +4,7 @@
 #include "base/mem.h"
 #include "base/utf8.h"
 #include "index/db_create_internal.h"
+#include "index/db_schedule.h"
 #include "os/debug.h"
 #include "os/event.h"
 #include "os/os.h"
@@ -11,6 +12,17 @@
 #include <cstring>
 
 namespace findwright {
+
+// English until a language pack is loaded.
+db_create_texts_t db_create_texts = {
+    "Creating database...",
+    "Indexing %s...",
+    "Scanning %s (%s)",
+    "Loading %s...",
+    "Scanning %s...",
+    "Finding excluded folders...",
+    "Finding excluded files...",
+};
 
 // --- Orphans -----------------------------------------------------------------------------------------------
 
@@ -65,11 +77,11 @@ static mem_ref_t *_db_create_collect(const pointer_pool_t *pool, u32 *count) {
 }
 
 static void _db_create_settle_all(db_rebuild_t *rebuild) {
-    u32 folder_total = pointer_pool_count(&rebuild->folder_pool);
+    u32 folder_total = pointer_pool_count(&rebuild->store.folders);
     for (u32 i = 0; i < folder_total; i++)
-        _db_create_set_slot(rebuild, db_item(pointer_pool_get(&rebuild->folder_pool, i)), CHAIN_UNKNOWN);
+        _db_create_set_slot(rebuild, db_item(pointer_pool_get(&rebuild->store.folders, i)), CHAIN_UNKNOWN);
     for (u32 i = 0; i < folder_total; i++)
-        _db_create_settle_chain(rebuild, pointer_pool_get(&rebuild->folder_pool, i));
+        _db_create_settle_chain(rebuild, pointer_pool_get(&rebuild->store.folders, i));
 }
 
 // --- Exclusions --------------------------------------------------------------------------------------------
@@ -99,45 +111,137 @@ static void _db_create_exclude(const db_rebuild_t *rebuild, const pointer_pool_t
 static void _db_create_apply_exclusions(db_rebuild_t *rebuild) {
     const db_exclude_set_t *exclude = &rebuild->db->exclude;
     if (exclude->exclude_folders.first) {
-        db_set_status(rebuild->db, "Finding excluded folders...");
-        _db_create_exclude(rebuild, &rebuild->folder_pool, db_folder_is_included, "excluded folder: %t\n");
+        db_set_status(rebuild->db, "%s", db_create_texts.excluding_folders);
+        _db_create_exclude(rebuild, &rebuild->store.folders, db_folder_is_included, "excluded folder: %t\n");
         _db_create_settle_all(rebuild); // what is below them goes along
     }
     if (exclude->include_only_files.first || exclude->exclude_files.first) {
-        db_set_status(rebuild->db, "Finding excluded files...");
-        _db_create_exclude(rebuild, &rebuild->file_pool, db_file_is_included, "excluded file: %t\n");
+        db_set_status(rebuild->db, "%s", db_create_texts.excluding_files);
+        _db_create_exclude(rebuild, &rebuild->store.files, db_file_is_included, "excluded file: %t\n");
     }
 }
 
 void _db_create_drop_orphans(db_rebuild_t *rebuild) {
-    u32 folder_total = pointer_pool_count(&rebuild->folder_pool);
+    u32 folder_total = pointer_pool_count(&rebuild->store.folders);
     _db_create_settle_all(rebuild);
     _db_create_apply_exclusions(rebuild);
 
     u32 start = os_get_tick_count();
-    rebuild->files = _db_create_collect(&rebuild->file_pool, &rebuild->file_count);
-    u32 orphans = pointer_pool_count(&rebuild->file_pool) - rebuild->file_count;
+    rebuild->files = _db_create_collect(&rebuild->store.files, &rebuild->file_count);
+    u32 orphans = pointer_pool_count(&rebuild->store.files) - rebuild->file_count;
     rebuild->stats->orphan_count = orphans;
     debug_printf("removed %d orphaned files in %f seconds\n", orphans, os_get_tick_count() - start);
 
     start = os_get_tick_count();
-    rebuild->folders = _db_create_collect(&rebuild->folder_pool, &rebuild->folder_count);
+    rebuild->folders = _db_create_collect(&rebuild->store.folders, &rebuild->folder_count);
     orphans = folder_total - rebuild->folder_count;
     rebuild->stats->orphan_count += orphans;
     debug_printf("removed %d orphaned folders in %f seconds\n", orphans, os_get_tick_count() - start);
 }
 
+// --- Phase 1: the sources ----------------------------------------------------------------------------------
+
+// The index of the same source in the content that is there.
+static db_index_t *_db_create_find_existing(const db_t *db, const db_index_t *wanted) {
+    switch (wanted->type) {
+    case DB_INDEX_TYPE_FILE_LIST: {
+        const db_index_file_list_t *list = static_cast<const db_index_file_list_t *>(wanted);
+        return db_index_find_file_list(db, list->filename, list->monitor != 0);
+    }
+    case DB_INDEX_TYPE_FOLDER:
+        return db_index_find_folder(db, static_cast<const db_index_folder_t *>(wanted));
+    case DB_INDEX_TYPE_REFS:
+    default: {
+        const db_index_volume_t *volume = static_cast<const db_index_volume_t *>(wanted);
+        return wanted->type == DB_INDEX_TYPE_NTFS
+                   ? db_index_find_ntfs(db, volume->guid, volume->path, volume->root, volume->include_only)
+                   : db_index_find_refs(db, volume->guid, volume->path, volume->root, volume->include_only);
+    }
+    }
+}
+
+// What a user knows the source by.
+static const char *_db_create_source_name(const db_index_t *index) {
+    switch (index->type) {
+    case DB_INDEX_TYPE_FILE_LIST: return static_cast<const db_index_file_list_t *>(index)->filename;
+    case DB_INDEX_TYPE_FOLDER: return static_cast<const db_index_folder_t *>(index)->path;
+    default: return static_cast<const db_index_volume_t *>(index)->path;
+    }
+}
+
+// Marks the source to be copied with the others; what its index knows of the source's state stays true.
+static void _db_create_mark_reused(db_rebuild_t *rebuild, db_create_source_t *source) {
+    static const char *const kinds[] = {"NTFS", "filelist", "folder", "REFS"};
+    const db_index_t *from = source->existing;
+    const char *name = _db_create_source_name(from);
+    debug_printf("using existing %s index %s\n", kinds[from->type], name);
+    db_set_status(rebuild->db, db_create_texts.indexing, name);
+    source->is_reused = true;
+    source->out_of_date = from->out_of_date;
+    switch (from->type) {
+    case DB_INDEX_TYPE_FILE_LIST:
+        static_cast<db_index_file_list_t *>(source->index)->date_modified =
+            static_cast<const db_index_file_list_t *>(from)->date_modified;
+        break;
+    case DB_INDEX_TYPE_FOLDER:
+        static_cast<db_index_folder_t *>(source->index)->next_update =
+            static_cast<const db_index_folder_t *>(from)->next_update;
+        break;
+    default: {
+        db_index_volume_t *to = static_cast<db_index_volume_t *>(source->index);
+        to->journal_id = static_cast<const db_index_volume_t *>(from)->journal_id;
+        to->next_usn = static_cast<const db_index_volume_t *>(from)->next_usn;
+    }
+    }
+}
+
+static bool _db_create_read_source(db_rebuild_t *rebuild, db_create_source_t *source) {
+    switch (source->index->type) {
+    case DB_INDEX_TYPE_NTFS: return _db_create_read_ntfs(rebuild, source);
+    case DB_INDEX_TYPE_FILE_LIST: return _db_create_read_file_list(rebuild, source);
+    case DB_INDEX_TYPE_FOLDER: return _db_create_read_folder(rebuild, source);
+    default: debug_printf("invalid index type %d\n", static_cast<u32>(source->index->type)); return false;
+    }
+}
+
+static void _db_create_take_source(db_rebuild_t *rebuild, db_create_source_t *source) {
+    source->existing = _db_create_find_existing(rebuild->db, source->index);
+    if (source->index->type == DB_INDEX_TYPE_NTFS) {
+        const db_index_volume_t *volume = static_cast<const db_index_volume_t *>(source->index);
+        debug_printf("Indexing %s, %s, %s\n", volume->guid, volume->path, volume->root);
+    }
+    if (source->existing && !source->existing->out_of_date) {
+        _db_create_mark_reused(rebuild, source);
+        return;
+    }
+    source->folder_start = pointer_pool_count(&rebuild->store.folders);
+    source->file_start = pointer_pool_count(&rebuild->store.files);
+    if (_db_create_read_source(rebuild, source)) {
+        rebuild->stats->sources_read++;
+        if (source->index->type == DB_INDEX_TYPE_FOLDER) {
+            db_index_folder_t *folder = static_cast<db_index_folder_t *>(source->index);
+            db_schedule_t schedule = {folder->update_type, folder->update_value};
+            folder->next_update = db_schedule_next(&schedule);
+        }
+        source->out_of_date = _db_create_is_cancelled(rebuild); // then it was not read to its end
+        return;
+    }
+    if (source->existing)
+        _db_create_mark_reused(rebuild, source);
+    else if (source->index->type == DB_INDEX_TYPE_NTFS) // looked for again when the content is checked
+        source->out_of_date = static_cast<const db_index_volume_t *>(source->index)->monitor;
+}
+
 // --- The thread --------------------------------------------------------------------------------------------
 
 static void _db_create_free(db_rebuild_t *rebuild) {
-    for (db_rebuild_source_t *source = rebuild->source_first; source;) {
-        db_rebuild_source_t *next = source->next;
+    for (db_create_source_t *source = rebuild->source_first; source;) {
+        db_create_source_t *next = source->next;
+        db_source_destroy(source->wanted);
         mem_free(source);
         source = next;
     }
-    obstack_bytes_kill(&rebuild->records);
-    pointer_pool_kill(&rebuild->folder_pool);
-    pointer_pool_kill(&rebuild->file_pool);
+    _db_create_free_records(rebuild);
     mem_free(rebuild->folders);
     db_exclude_kill(&rebuild->exclude);
     mem_free(rebuild);
@@ -147,11 +251,9 @@ static void _db_rebuild_thread_proc(void *param) {
     db_rebuild_t *rebuild = static_cast<db_rebuild_t *>(param);
     db_t *db = rebuild->db;
     u32 start = os_get_tick_count();
-    for (db_rebuild_source_t *source = rebuild->source_first; source; source = source->next) {
-        source->folder_start = pointer_pool_count(&rebuild->folder_pool);
-        source->file_start = pointer_pool_count(&rebuild->file_pool);
-        _db_create_read_ntfs(rebuild, source);
-    }
+    for (db_create_source_t *source = rebuild->source_first; source; source = source->next)
+        _db_create_take_source(rebuild, source);
+    _db_create_reuse(rebuild);
     db_clear_content(db);
     db->exclude = rebuild->exclude; // the database's from now on
     db_exclude_init(&rebuild->exclude);
@@ -161,63 +263,56 @@ static void _db_rebuild_thread_proc(void *param) {
     _db_create_lay_out(rebuild);
     rebuild->stats->read_time = read_end - start;
     rebuild->stats->sort_time = os_get_tick_count() - read_end;
+    bool cancelled = _db_create_is_cancelled(rebuild);
     _db_create_free(rebuild);
     mem_arena_trim();
     debug_printf("create db time taken: %f seconds\n", os_get_tick_count() - start);
     event_post(_db_load_complete_proc, db);
-    db->local = 1;
+    db->local = !cancelled;
     debug_printf("success \n");
     event_post(_db_ready_proc, db);
 }
 
 // --- The start ---------------------------------------------------------------------------------------------
 
-static db_rebuild_source_t *_db_create_add_source(db_rebuild_t *rebuild, const db_rebuild_volume_t *volume,
-                                                  u32 ordinal) {
-    db_rebuild_source_t *source = static_cast<db_rebuild_source_t *>(mem_alloc(sizeof *source));
+static void _db_create_add_source(db_rebuild_t *rebuild, db_source_t *wanted) {
+    db_create_source_t *source = static_cast<db_create_source_t *>(mem_alloc(sizeof *source));
     std::memset(source, 0, sizeof *source);
     (rebuild->source_last ? rebuild->source_last->next : rebuild->source_first) = source;
     rebuild->source_last = source;
-    db_index_volume_t *index = static_cast<db_index_volume_t *>(db_index_alloc(DB_INDEX_TYPE_NTFS));
-    index->ordinal = ordinal;
-    index->guid = utf8_alloc_copy(volume->guid);
-    index->path = utf8_alloc_copy(volume->path);
-    index->root = utf8_alloc_copy("");
-    index->include_only = utf8_alloc_copy("");
-    source->index = index;
-    source->volume = volume->volume;
-    source->read = volume->read;
-    source->read_param = volume->read_param;
-    return source;
+    source->wanted = wanted;
+    source->index = wanted->index;
 }
 
-void db_rebuild_start(db_t *db, const db_rebuild_params_t *params) {
+// Everything that the rebuild needs of `wanted`, which is empty afterwards.
+static db_rebuild_t *_db_create_make(db_t *db, db_wanted_t *wanted, db_rebuild_stats_t *stats) {
     static db_rebuild_stats_t unasked;
-    db_wait(db, "db_rebuild");
-    debug_printf("create db...\n");
-    for (db_query_link_t *query = db->query_first; query; query = query->next)
-        query->hooks->rebuild_started(query);
-    event_remove(_db_ready_proc, db);
-    event_remove(_db_load_complete_proc, db);
-    db->busy_count = 0;
-    db->loaded = db->local = 0;
-    db->cancel_rebuild = 0;
-
     db_rebuild_t *rebuild = static_cast<db_rebuild_t *>(mem_alloc(sizeof *rebuild));
     std::memset(static_cast<void *>(rebuild), 0, sizeof *rebuild);
     rebuild->db = db;
-    db_exclude_init(&rebuild->exclude);
-    if (params->exclude)
-        db_exclude_copy(&rebuild->exclude, params->exclude);
-    rebuild->stats = params->stats ? params->stats : &unasked;
+    rebuild->exclude = wanted->exclude;
+    db_exclude_init(&wanted->exclude);
+    rebuild->stats = stats ? stats : &unasked;
     *rebuild->stats = {};
-    db_layout_set_flags(&rebuild->layout, db_layout_normalize_flags(params->index_flags));
-    obstack_bytes_init(&rebuild->records);
-    pointer_pool_init(&rebuild->folder_pool);
-    pointer_pool_init(&rebuild->file_pool);
-    for (u32 i = 0; i < params->volume_count; i++)
-        _db_create_add_source(rebuild, &params->volumes[i], i);
-    db_set_status(db, "Creating database...");
+    db_layout_set_flags(&rebuild->layout, db_layout_normalize_flags(wanted->index_flags));
+    _db_create_store_init(&rebuild->store);
+    for (db_source_t *source = wanted->first; source;) {
+        db_source_t *next = source->next;
+        _db_create_add_source(rebuild, source);
+        source = next;
+    }
+    wanted->first = wanted->last = nullptr;
+    return rebuild;
+}
+
+void db_rebuild_start(db_t *db, db_wanted_t *wanted, db_rebuild_stats_t *stats) {
+    db_wait(db, "db_rebuild");
+    debug_printf("create db...\n");
+    db_forget_work(db);
+    db_clear_sorted(db);
+    db->cancel_rebuild = 0;
+    db_rebuild_t *rebuild = _db_create_make(db, wanted, stats);
+    db_set_status(db, "%s", db_create_texts.creating);
     db_start_worker(db, nullptr, DB_WORKER_OTHER, _db_rebuild_thread_proc, rebuild);
 }
 

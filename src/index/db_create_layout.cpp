@@ -24,8 +24,62 @@ struct _db_create_kind_t {
     mem_ref_t *items; // temporary records, then final ones
     u32 count;
     u32 *parent_ranks; // of the parents' folded paths
-    u8 *same_name;     // the folded name equals that of the item before
+    u8 *same_name;     // the folded name equals that of the item before; with the next bit, see below
 };
+static constexpr u8 DB_CREATE_TWIN = 2; // in same_name: a twin of the item before
+
+// --- Twins -------------------------------------------------------------------------------------------------
+
+// Two items of one source with one name and path: rows that a list repeats, records that a damaged volume has
+// twice. The orders tell them apart by their addresses alone, so that the addresses must be made to follow
+// what the source's own order was.
+static bool _db_create_are_twins(const db_item_t *a, const db_item_t *b) {
+    u32 n, m;
+    const char *a_name = db_item_get_name(a, &n), *b_name = db_item_get_name(b, &m);
+    if (n != m || db_item_is_top(a) != db_item_is_top(b) || std::memcmp(a_name, b_name, n) != 0)
+        return false;
+    if (a->parent == b->parent && !db_item_is_top(a))
+        return true;
+    return db_parent_compare_path(DB_LEVEL_BYTES, a->parent, b->parent) == 0 &&
+           db_get_index(a)->ordinal == db_get_index(b)->ordinal;
+}
+
+// What orders twins: the reference number of a volume's folder, the sequence of all others.
+static u64 _db_create_folder_sequence(const db_rebuild_t *rebuild, const db_item_t *folder) {
+    const char *tail = _db_create_folder_tail(rebuild, folder);
+    return db_get_index(folder)->type == DB_INDEX_TYPE_NTFS ? db_load_u64(tail + 8) : db_load_u32(tail + 8);
+}
+static u64 _db_create_file_sequence(const db_rebuild_t *rebuild, const db_item_t *file) {
+    return db_load_u32(_db_create_file_tail(rebuild, file));
+}
+
+// Sorts each run of twins in a table of temporary records, in which twins stand side by side. `may_be` tells
+// cheaply whether an item may be a twin of the one before; `found` is told of each that is.
+template<class MayBe, class Found>
+static void _db_create_order_twins(const db_rebuild_t *rebuild, mem_ref_t *items, u32 count,
+                                   u64 (*sequence)(const db_rebuild_t *rebuild, const db_item_t *item),
+                                   MayBe may_be, Found found) {
+    for (u32 i = 0; i < count;) {
+        u32 end = i + 1;
+        while (end < count && may_be(end) && _db_create_are_twins(db_item(items[i]), db_item(items[end])))
+            found(end++);
+        if (end - i > 1) {
+            std::sort(items + i, items + end, [&](mem_ref_t a, mem_ref_t b) {
+                u64 p = sequence(rebuild, db_item(a)), q = sequence(rebuild, db_item(b));
+                return p != q ? p < q : a < b;
+            });
+        }
+        i = end;
+    }
+}
+
+static void _db_create_order_name_twins(const db_rebuild_t *rebuild, _db_create_kind_t *kind,
+                                        u64 (*sequence)(const db_rebuild_t *rebuild, const db_item_t *item)) {
+    _db_create_order_twins(
+        rebuild, kind->items, kind->count, sequence,
+        [&](u32 i) { return kind->same_name[i] && kind->parent_ranks[i] == kind->parent_ranks[i - 1]; },
+        [&](u32 i) { kind->same_name[i] |= DB_CREATE_TWIN; });
+}
 
 // --- Final records -----------------------------------------------------------------------------------------
 
@@ -33,30 +87,58 @@ struct _db_create_kind_t {
 // by.
 static void _db_create_add_indexes(db_rebuild_t *rebuild) {
     u32 start = os_get_tick_count();
-    for (db_rebuild_source_t *source = rebuild->source_first; source; source = source->next)
+    for (db_create_source_t *source = rebuild->source_first; source; source = source->next) {
+        source->wanted->index = nullptr; // the database's from now on
         _db_index_add(rebuild->db, source->index, source->out_of_date);
+    }
     debug_printf("setup file systems: %f seconds\n", os_get_tick_count() - start);
 }
 
+static db_index_t **_db_create_list_indexes(const db_t *db) {
+    db_index_t **indexes = _db_create_alloc<db_index_t *>(db->index_count);
+    for (db_index_t *index = db->index_first; index; index = index->next)
+        indexes[index->ordinal] = index;
+    return indexes;
+}
+
+// The end of the run of twins that begins at a place.
+static u32 _db_create_twins_end(const _db_create_kind_t *kind, u32 i) {
+    for (i++; i < kind->count && kind->same_name[i] & DB_CREATE_TWIN;)
+        i++;
+    return i;
+}
+
 // Lays out the folders. Each temporary record's `parent` becomes the reference of its final one, and the
-// final ones get their parents through it.
+// final ones get their parents through it. Twins have records of one size, which are dealt out by address.
 static void _db_create_lay_out_folders(db_rebuild_t *rebuild, _db_create_kind_t *folders) {
     db_t *db = rebuild->db;
     mem_ref_t *final_refs = _db_create_alloc<mem_ref_t>(folders->count);
-    db_index_t *index = db->index_first;
-    for (u32 i = 0; i < folders->count; i++) {
-        const db_item_t *from = db_item(folders->items[i]);
-        u32 length;
-        const char *name = db_item_get_name(from, &length);
-        bool top = from->parent == DB_CREATE_ROOT;
-        if (index->ordinal != _db_create_get_ordinal(rebuild, from))
-            index = db_index_get(db, _db_create_get_ordinal(rebuild, from));
-        // The parent is still the temporary one: a marker would make the record look like one without a
-        // parent.
-        db_folder_t *to = db_folder_alloc_ntfs(db, index, _db_create_get_frn(rebuild, from),
-                                               top ? 0 : from->parent, name, length);
-        std::memcpy(db_item_columns(to), db_item_columns(from), db->layout.folder_data_size);
-        final_refs[i] = mem_ref(to);
+    db_index_t **indexes = _db_create_list_indexes(db);
+    for (u32 i = 0; i < folders->count;) {
+        u32 end = _db_create_twins_end(folders, i);
+        db_index_t *index = indexes[_db_create_get_ordinal(rebuild, db_item(folders->items[i]))];
+        for (u32 k = i; k < end; k++) {
+            const db_item_t *from = db_item(folders->items[k]);
+            u32 length;
+            const char *name = db_item_get_name(from, &length);
+            bool top = from->parent == DB_CREATE_ROOT;
+            // The parent is still the temporary one: a marker would make the record look like one without a
+            // parent.
+            final_refs[k] = mem_ref(db_folder_alloc(db, index, top ? 0 : from->parent, name, length));
+        }
+        if (end - i > 1)
+            std::sort(final_refs + i, final_refs + end);
+        u32 size = db->layout.folder_data_size + db_index_type_frn_size(index->type);
+        for (; i < end; i++) {
+            const db_item_t *from = db_item(folders->items[i]);
+            db_item_t *to = mem_ptr<db_item_t>(final_refs[i]);
+            char *columns = db_item_columns(to);
+            if (to->parent)
+                to->parent = from->parent;
+            std::memcpy(columns, db_item_columns(from), db->layout.folder_data_size);
+            if (size != db->layout.folder_data_size)
+                db_store_u64(columns + db->layout.folder_data_size, _db_create_get_frn(rebuild, from));
+        }
     }
     for (u32 i = 0; i < folders->count; i++)
         mem_ptr<db_item_t>(folders->items[i])->parent = final_refs[i];
@@ -65,38 +147,42 @@ static void _db_create_lay_out_folders(db_rebuild_t *rebuild, _db_create_kind_t 
         if (folder->parent)
             folder->parent = db_item(folder->parent)->parent;
     }
+    mem_free(indexes);
     mem_free(folders->items);
     folders->items = final_refs;
+}
+
+static mem_ref_t _db_create_alloc_file(db_t *db, const db_item_t *from) {
+    u32 length;
+    const char *name = db_item_get_name(from, &length);
+    if (!db_item_is_top(from))
+        return mem_ref(db_file_alloc(db, nullptr, db_item(from->parent)->parent, name, length));
+    return mem_ref(db_file_alloc(db, db_get_index(from), 0, name, length));
 }
 
 static void _db_create_lay_out_files(db_rebuild_t *rebuild, _db_create_kind_t *files) {
     db_t *db = rebuild->db;
     constexpr u32 AHEAD = 8; // records are read in name order, which is not where they lie
-    for (u32 i = 0; i < files->count; i++) {
-        if (i + AHEAD < files->count)
-            __builtin_prefetch(db_item(files->items[i + AHEAD]));
-        const db_item_t *from = db_item(files->items[i]);
-        u32 length;
-        const char *name = db_item_get_name(from, &length);
-        db_file_t *to = db_file_alloc(db, nullptr, db_item(from->parent)->parent, name, length);
-        std::memcpy(db_item_columns(to), db_item_columns(from), db->layout.file_data_size);
-        files->items[i] = mem_ref(to);
-    }
-}
-
-// Items that differ in nothing but their address stand in the order of their final addresses.
-static void _db_create_order_addresses(_db_create_kind_t *kind) {
-    for (u32 i = 0; i < kind->count;) {
-        u32 end = i + 1;
-        while (end < kind->count && kind->same_name[end] && kind->parent_ranks[end] == kind->parent_ranks[i])
-            end++;
-        if (end - i > 1) {
-            std::sort(kind->items + i, kind->items + end, [](mem_ref_t a, mem_ref_t b) {
-                return db_item_compare_name(db_item(a), db_item(b)) < 0;
-            });
+    mem_ref_t *final_refs = _db_create_alloc<mem_ref_t>(files->count);
+    for (u32 i = 0; i < files->count;) {
+        u32 end = _db_create_twins_end(files, i);
+        for (u32 k = i; k < end; k++) {
+            if (k + AHEAD < files->count)
+                __builtin_prefetch(db_item(files->items[k + AHEAD]));
+            final_refs[k] = _db_create_alloc_file(db, db_item(files->items[k]));
         }
-        i = end;
+        if (end - i > 1)
+            std::sort(final_refs + i, final_refs + end);
+        for (; i < end; i++) {
+            const db_item_t *from = db_item(files->items[i]);
+            db_item_t *to = mem_ptr<db_item_t>(final_refs[i]);
+            if (to->parent)
+                to->parent = db_item(from->parent)->parent;
+            std::memcpy(db_item_columns(to), db_item_columns(from), db->layout.file_data_size);
+        }
     }
+    mem_free(files->items);
+    files->items = final_refs;
 }
 
 static void _db_create_fill_parent_ranks(const db_rebuild_t *rebuild, _db_create_kind_t *kind) {
@@ -239,17 +325,19 @@ struct _db_create_number_t {
 
 static void _db_create_sort_numbers(db_t *db, const _db_create_kind_t *folders) {
     _db_create_number_t *numbers = _db_create_alloc<_db_create_number_t>(folders->count);
+    u32 count = 0;
     for (u32 i = 0; i < folders->count; i++) {
         const db_item_t *folder = db_item(folders->items[i]);
-        numbers[i] = {db_folder_get_frn(db, folder), db->index_count > 1 ? db_get_index(folder)->ordinal : 0,
-                      folders->items[i]};
+        const db_index_t *index = db->index_count > 1 ? db_get_index(folder) : db->index_first;
+        if (index->type == DB_INDEX_TYPE_NTFS)
+            numbers[count++] = {db_folder_get_frn(db, folder), index->ordinal, folders->items[i]};
     }
-    std::sort(numbers, numbers + folders->count, [](const auto &a, const auto &b) {
+    std::sort(numbers, numbers + count, [](const auto &a, const auto &b) {
         if (a.frn != b.frn)
             return a.frn < b.frn;
         return a.ordinal != b.ordinal ? a.ordinal < b.ordinal : a.folder < b.folder;
     });
-    array_bulk_create(&db->folder_frn_array, folders->count);
+    array_bulk_create(&db->folder_frn_array, count);
     u32 next = 0;
     for (u32 page = 0; page < db->folder_frn_array.page_count; page++) {
         u32 *values = array_page_values(db->folder_frn_array.pages[page]);
@@ -315,10 +403,18 @@ void _db_create_lay_out(db_rebuild_t *rebuild) {
     u32 start = os_get_tick_count();
     u32 folder_count = rebuild->folder_count;
     u32 highest_rank = db_order_folder_paths(rebuild->folders, folder_count, slots);
+    _db_create_order_twins(
+        rebuild, rebuild->folders, folder_count, _db_create_folder_sequence,
+        [&](u32 i) {
+            return db_order_get_slot(slots, rebuild->folders[i]) ==
+                   db_order_get_slot(slots, rebuild->folders[i - 1]);
+        },
+        [](u32) {});
     _db_create_kind_t folders = _db_create_make_kind(_db_create_alloc<mem_ref_t>(folder_count), folder_count);
     std::memcpy(folders.items, rebuild->folders, folder_count * sizeof(mem_ref_t));
     db_order_names(folders.items, folder_count, slots, folders.same_name);
     _db_create_fill_parent_ranks(rebuild, &folders);
+    _db_create_order_name_twins(rebuild, &folders, _db_create_folder_sequence);
     debug_printf("folder name os_qsort: %f seconds\n", os_get_tick_count() - start);
 
     start = os_get_tick_count();
@@ -326,20 +422,20 @@ void _db_create_lay_out(db_rebuild_t *rebuild) {
     rebuild->files = nullptr; // the table is the kind's now
     db_order_names(files.items, files.count, slots, files.same_name);
     _db_create_fill_parent_ranks(rebuild, &files);
+    _db_create_order_name_twins(rebuild, &files, _db_create_file_sequence);
     u32 *folder_path_order = _db_create_path_order(rebuild, rebuild->folders, &folders);
     debug_printf("os_qsort file names indexes: %f seconds\n", os_get_tick_count() - start);
 
     _db_create_add_indexes(rebuild);
     start = os_get_tick_count();
     _db_create_lay_out_folders(rebuild, &folders);
-    _db_create_order_addresses(&folders);
     _db_create_fill_array(&db->folder_name_array, &folders, nullptr);
     debug_printf("setup folders: %f seconds\n", os_get_tick_count() - start);
     start = os_get_tick_count();
     _db_create_lay_out_files(rebuild, &files);
-    _db_create_order_addresses(&files);
     _db_create_fill_array(&db->file_name_array, &files, nullptr);
     debug_printf("setup files: %f seconds\n", os_get_tick_count() - start);
+    _db_create_free_records(rebuild); // what follows needs room, and the final records only
     _db_create_sort_numbers(db, &folders);
     if (db->layout.flags & DB_FLAG_FOLDER_SIZE)
         _db_create_sum_folder_sizes(db, &folders, &files, folder_path_order);

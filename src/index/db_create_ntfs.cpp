@@ -2,6 +2,7 @@
 #include "base/mem.h"
 #include "base/utf8.h"
 #include "index/db_create_internal.h"
+#include "index/ntfs_partition.h"
 #include "os/debug.h"
 #include "os/os.h"
 
@@ -10,15 +11,12 @@
 
 namespace findwright {
 
-static constexpr u32 ATTRIBUTE_HIDDEN = 2;
-static constexpr u32 ATTRIBUTE_SYSTEM = 4;
-static constexpr u32 ATTRIBUTE_DIRECTORY = 0x10;
 static constexpr u32 NAME_UNITS_MAX = 255;       // of an NTFS name, in UTF-16 units
 static constexpr u32 PROGRESS_INTERVAL = 100000; // microseconds between two status texts
 
 struct _db_create_sink_t {
     db_rebuild_t *rebuild;
-    db_rebuild_source_t *source;
+    db_create_source_t *source;
     bool has_root;
     u32 last_progress;
 };
@@ -50,55 +48,22 @@ static u32 _db_create_convert_name(char *out, const u8 *name, u32 units) {
     return static_cast<u32>(end - out);
 }
 
-// A temporary record with the head written. `tail_size` bytes stand behind the columns.
-static db_item_t *_db_create_add_record(db_rebuild_t *rebuild, pointer_pool_t *pool, mem_ref_t parent,
-                                        db_index_t *root_index, const char *name, u32 length, u32 size) {
-    bool is_root = root_index != nullptr;
-    char *block = static_cast<char *>(obstack_bytes_alloc(
-        &rebuild->records, db_item_prefix_size(length, is_root) + DB_ITEM_HEAD + length + size));
-    db_item_t *item =
-        db_item_write_head(block, parent, is_root, is_root ? mem_ref(root_index) : 0, name, length);
-    pointer_pool_push(pool, mem_ref(item));
-    return item;
+static db_file_info_t _db_create_info(const ntfs_record_t *record) {
+    return {record->size, record->date_modified, record->date_created, record->date_accessed,
+            record->attributes};
 }
 
-// Dates and attributes stand in the same order in files and folders. Returns the end of the columns.
-static char *_db_create_store_columns(u32 flags, char *columns, const ntfs_record_t *record) {
-    if (flags & DB_FLAG_DATE_CREATED) {
-        db_store_u64(columns, record->date_created);
-        columns += 8;
-    }
-    if (flags & DB_FLAG_DATE_MODIFIED) {
-        db_store_u64(columns, record->date_modified);
-        columns += 8;
-    }
-    if (flags & DB_FLAG_DATE_ACCESSED) {
-        db_store_u64(columns, record->date_accessed);
-        columns += 8;
-    }
-    if (flags & DB_FLAG_ATTRIBUTES) {
-        db_store_u32(columns, record->attributes);
-        columns += 4;
-    }
-    return columns;
-}
-
-static void _db_create_add_folder(_db_create_sink_t *sink, const ntfs_record_t *record, u64 parent_frn,
-                                  db_index_t *root_index, const char *name, u32 length) {
+static void _db_create_add_ntfs_folder(_db_create_sink_t *sink, const ntfs_record_t *record, u64 parent_frn,
+                                       const db_index_t *root_index, const char *name, u32 length) {
     db_rebuild_t *rebuild = sink->rebuild;
-    u32 flags = rebuild->layout.flags;
-    db_item_t *folder =
-        _db_create_add_record(rebuild, &rebuild->folder_pool, static_cast<u32>(parent_frn), root_index, name,
-                              length, rebuild->layout.folder_data_size + DB_CREATE_NTFS_FOLDER_TAIL);
-    char *columns = db_item_columns(folder);
-    if (flags & DB_FLAG_FOLDER_SIZE) {
-        db_store_u64(columns, 0);
-        columns += 8;
-    }
-    columns = _db_create_store_columns(flags, columns, record);
-    db_store_u32(columns, static_cast<u32>(parent_frn >> 32));
-    db_store_u32(columns + 4, sink->source->index->ordinal);
-    db_store_u64(columns + 8, record->frn);
+    db_item_t *folder = _db_create_add_record(&rebuild->store.records, &rebuild->store.folders,
+                                              static_cast<u32>(parent_frn), root_index, name, length,
+                                              rebuild->layout.folder_data_size + DB_CREATE_NTFS_FOLDER_TAIL);
+    db_file_info_t info = _db_create_info(record);
+    char *tail = _db_create_store_folder_columns(rebuild->layout.flags, folder, &info);
+    db_store_u32(tail, static_cast<u32>(parent_frn >> 32));
+    db_store_u32(tail + 4, sink->source->index->ordinal);
+    db_store_u64(tail + 8, record->frn);
 }
 
 static void _db_create_ntfs_sink_proc(void *user_data, const ntfs_record_t *record) {
@@ -110,8 +75,7 @@ static void _db_create_ntfs_sink_proc(void *user_data, const ntfs_record_t *reco
             return;
         sink->has_root = true;
         const char *path = static_cast<db_index_volume_t *>(sink->source->index)->path;
-        _db_create_add_folder(sink, record, 0, sink->source->index, path,
-                              static_cast<u32>(std::strlen(path)));
+        _db_create_add_ntfs_folder(sink, record, 0, sink->source->index, path, utf8_length(path));
         return;
     }
     if (record->parent_frn == 0 || record->name_length == 0 || record->name_length > NAME_UNITS_MAX)
@@ -122,19 +86,15 @@ static void _db_create_ntfs_sink_proc(void *user_data, const ntfs_record_t *reco
     char name[NAME_UNITS_MAX * 3];
     u32 length = _db_create_convert_name(name, record->name, record->name_length);
     if (is_folder) {
-        _db_create_add_folder(sink, record, record->parent_frn, nullptr, name, length);
+        _db_create_add_ntfs_folder(sink, record, record->parent_frn, nullptr, name, length);
         return;
     }
-    db_item_t *file =
-        _db_create_add_record(rebuild, &rebuild->file_pool, static_cast<u32>(record->parent_frn), nullptr,
-                              name, length, rebuild->layout.file_data_size + DB_CREATE_FILE_TAIL);
-    char *columns = db_item_columns(file);
-    if (rebuild->layout.flags & DB_FLAG_SIZE) {
-        db_store_u64(columns, record->size);
-        columns += 8;
-    }
-    columns = _db_create_store_columns(rebuild->layout.flags, columns, record);
-    db_store_u32(columns, static_cast<u32>(record->parent_frn >> 32));
+    db_item_t *file = _db_create_add_record(&rebuild->store.records, &rebuild->store.files,
+                                            static_cast<u32>(record->parent_frn), nullptr, name, length,
+                                            rebuild->layout.file_data_size + DB_CREATE_FILE_TAIL);
+    db_file_info_t info = _db_create_info(record);
+    db_store_u32(_db_create_store_file_columns(rebuild->layout.flags, file, &info),
+                 static_cast<u32>(record->parent_frn >> 32));
 }
 
 static bool _db_create_progress_proc(void *user_data, u64 done, u64 total) {
@@ -153,26 +113,19 @@ static bool _db_create_progress_proc(void *user_data, u64 done, u64 total) {
 
 // --- Parents -----------------------------------------------------------------------------------------------
 
-// The folders of a source in the order of their numbers: the keys apart, so that a search stays in the cache.
-struct _db_create_frn_table_t {
-    u64 *frns;
-    mem_ref_t *folders;
-    u32 count;
-};
-
 struct _db_create_frn_entry_t {
     u64 frn;
     mem_ref_t folder;
 };
 
-static void _db_create_fill_frn_table(db_rebuild_t *rebuild, db_rebuild_source_t *source,
-                                      _db_create_frn_table_t *table) {
+static void _db_create_fill_frn_table(db_rebuild_t *rebuild, db_create_source_t *source,
+                                      db_create_numbers_t *table) {
     u32 count = source->folder_count;
     _db_create_frn_entry_t *entries =
         static_cast<_db_create_frn_entry_t *>(mem_alloc((count + 1) * sizeof *entries));
     bool sorted = true; // a table read in order mostly is
     for (u32 i = 0; i < count; i++) {
-        mem_ref_t ref = pointer_pool_get(&rebuild->folder_pool, source->folder_start + i);
+        mem_ref_t ref = pointer_pool_get(&rebuild->store.folders, source->folder_start + i);
         entries[i] = {_db_create_get_frn(rebuild, db_item(ref)), ref};
         sorted = sorted && (i == 0 || entries[i - 1].frn < entries[i].frn);
     }
@@ -191,7 +144,7 @@ static void _db_create_fill_frn_table(db_rebuild_t *rebuild, db_rebuild_source_t
     mem_free(entries);
 }
 
-static mem_ref_t _db_create_find_frn(const _db_create_frn_table_t *table, u64 frn) {
+static mem_ref_t _db_create_find_frn(const db_create_numbers_t *table, u64 frn) {
     const u64 *base = table->frns;
     for (u32 n = table->count; n > 1;) { // without a branch that could be guessed wrong
         u32 half = n / 2;
@@ -201,20 +154,25 @@ static mem_ref_t _db_create_find_frn(const _db_create_frn_table_t *table, u64 fr
     return table->count != 0 && *base == frn ? table->folders[base - table->frns] : DB_CREATE_ORPHAN;
 }
 
-static void _db_create_link(db_rebuild_t *rebuild, db_rebuild_source_t *source) {
+static void _db_create_link(db_rebuild_t *rebuild, db_create_source_t *source) {
     u32 start = os_get_tick_count();
-    _db_create_frn_table_t table;
+    db_create_numbers_t table;
     _db_create_fill_frn_table(rebuild, source, &table);
     for (u32 i = 0; i < table.count; i++) {
         db_item_t *folder = mem_ptr<db_item_t>(table.folders[i]);
         u64 parent_frn = folder->parent | static_cast<u64>(_db_create_get_slot(rebuild, folder)) << 32;
         folder->parent = parent_frn == 0 ? DB_CREATE_ROOT : _db_create_find_frn(&table, parent_frn);
     }
+    const db_index_volume_t *index = static_cast<const db_index_volume_t *>(source->index);
+    if (*index->root)
+        _db_create_find_root(rebuild, source, &table);
+    if (*index->include_only)
+        _db_create_include_only(rebuild, source, &table);
     debug_printf("convert parent frn to parent pointers: %f seconds\n", os_get_tick_count() - start);
     u64 last_frn = 0;
     mem_ref_t last_parent = DB_CREATE_ORPHAN;
     for (u32 i = 0; i < source->file_count; i++) {
-        db_item_t *file = mem_ptr<db_item_t>(pointer_pool_get(&rebuild->file_pool, source->file_start + i));
+        db_item_t *file = mem_ptr<db_item_t>(pointer_pool_get(&rebuild->store.files, source->file_start + i));
         u64 parent_frn = file->parent | static_cast<u64>(db_load_u32(_db_create_file_tail(rebuild, file)))
                                             << 32;
         if (parent_frn != last_frn) { // neighbours in the table are often neighbours in the tree
@@ -229,30 +187,42 @@ static void _db_create_link(db_rebuild_t *rebuild, db_rebuild_source_t *source) 
 
 // --- A source ----------------------------------------------------------------------------------------------
 
-void _db_create_read_ntfs(db_rebuild_t *rebuild, db_rebuild_source_t *source) {
-    db_index_volume_t *index = static_cast<db_index_volume_t *>(source->index);
-    debug_printf("Indexing %s, %s, %s\n", index->guid, index->path, index->root);
-    db_set_status(rebuild->db, "Scanning %s (%s)", index->path, index->guid);
+static void _db_create_count(db_rebuild_t *rebuild, db_create_source_t *source) {
+    source->folder_count = pointer_pool_count(&rebuild->store.folders) - source->folder_start;
+    source->file_count = pointer_pool_count(&rebuild->store.files) - source->file_start;
+}
+
+bool _db_create_read_ntfs(db_rebuild_t *rebuild, db_create_source_t *source) {
+    const db_index_volume_t *index = static_cast<const db_index_volume_t *>(source->index);
+    db_source_t *wanted = source->wanted;
+    db_set_status(rebuild->db, db_create_texts.scanning_volume, index->path, index->guid);
     _db_create_sink_t sink = {rebuild, source, false, os_get_tick_count()};
-    if (source->read) {
-        source->read(source->read_param, &sink, _db_create_ntfs_sink_proc, _db_create_progress_proc);
+    bool done = true;
+    if (wanted->read) {
+        wanted->read(wanted->read_param, &sink, _db_create_ntfs_sink_proc, _db_create_progress_proc);
     } else {
-        if (!source->volume)
-            source->volume = os_volume_open(index->guid);
+        char reason[256] = "";
+        if (!wanted->volume)
+            wanted->volume = ntfs_open_volume(index->guid, reason);
         ntfs_info_t info;
-        if (source->volume && ntfs_get_info(source->volume, &info, nullptr))
-            ntfs_read_volume(source->volume, &info, NTFS_MASK_ALL, &sink, _db_create_ntfs_sink_proc,
+        done = wanted->volume && ntfs_get_info(wanted->volume, &info, reason);
+        if (done)
+            ntfs_read_volume(wanted->volume, &info, NTFS_MASK_ALL, &sink, _db_create_ntfs_sink_proc,
                              _db_create_progress_proc);
         else
-            source->out_of_date = index->monitor;
+            debug_printf("cannot read the volume %s: %s\n", index->guid, reason);
     }
-    if (source->volume) {
-        os_volume_close(source->volume);
-        source->volume = nullptr;
+    if (wanted->volume) {
+        os_volume_close(wanted->volume);
+        wanted->volume = nullptr;
     }
-    source->folder_count = pointer_pool_count(&rebuild->folder_pool) - source->folder_start;
-    source->file_count = pointer_pool_count(&rebuild->file_pool) - source->file_start;
+    if (!done)
+        return false;
+    _db_create_count(rebuild, source);
     _db_create_link(rebuild, source);
+    _db_create_count(rebuild, source);
+    db_set_status_detail(rebuild->db, "");
+    return true;
 }
 
 } // namespace findwright

@@ -2,10 +2,13 @@
 // the table gives it only tells what is no partition at all.
 #include "index/ntfs_partition.h"
 
+#include "base/utf8.h"
+#include "base/utf8_buf.h"
 #include "index/ntfs_internal.h"
 #include "os/os.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace findwright {
 
@@ -239,6 +242,56 @@ u32 ntfs_find_partitions(os_volume_t *disk, ntfs_partition_t *partitions, char *
     }
     _ntfs_explain(&scan, sector, reason);
     return 0;
+}
+
+// --- By name -----------------------------------------------------------------------------------------------
+
+// The number behind the last `#`, which is cut off; 1 without one.
+static u32 _ntfs_cut_partition_number(utf8_buf_t *name) {
+    const char *mark = std::strrchr(name->data, '#');
+    if (!mark || !mark[1] || os_file_exists(name->data))
+        return 1;
+    u32 number = 0;
+    for (const char *p = mark + 1; *p; p++) {
+        if (!utf8_is_digit(*p) || number > NTFS_PARTITION_MAX)
+            return 1;
+        number = number * 10 + static_cast<u32>(*p - '0');
+    }
+    utf8_buf_set_length(name, static_cast<u32>(mark - name->data));
+    return number;
+}
+
+static os_volume_t *_ntfs_open_partition(os_volume_t *disk, u32 number, char *reason) {
+    ntfs_partition_t partitions[NTFS_PARTITION_MAX];
+    u32 count = ntfs_find_partitions(disk, partitions, reason);
+    if (count == 0)
+        return nullptr;
+    if (number == 0 || number > count) {
+        ntfs_reason(reason, "it has %u NTFS volumes, and none with the number %u", count, number);
+        return nullptr;
+    }
+    return os_volume_open_part(disk, partitions[number - 1].offset, partitions[number - 1].size);
+}
+
+os_volume_t *ntfs_open_volume(const char *name, char *reason) {
+    utf8_buf_t file;
+    utf8_buf_init(&file);
+    utf8_buf_copy_string(&file, name);
+    u32 number = _ntfs_cut_partition_number(&file);
+    os_volume_t *disk = os_folder_exists(file.data) ? nullptr : os_volume_open(file.data);
+    os_volume_t *volume = nullptr;
+    if (disk) {
+        volume = _ntfs_open_partition(disk, number, reason);
+        os_volume_close(disk);
+    } else if (os_folder_exists(file.data)) {
+        ntfs_reason(reason, "it is a folder, not a volume or an image");
+    } else {
+        char text[NTFS_REASON_SIZE / 2];
+        os_error_text(os_get_last_error(), text, sizeof text);
+        ntfs_reason(reason, "%s", text);
+    }
+    utf8_buf_kill(&file);
+    return volume;
 }
 
 } // namespace findwright

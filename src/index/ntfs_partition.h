@@ -18,4 +18,9 @@ struct ntfs_partition_t {
 // 256 bytes) says in words for a user what was found instead.
 u32 ntfs_find_partitions(os_volume_t *disk, ntfs_partition_t *partitions, char *reason);
 
+// Opens an NTFS volume by the name that settings have for it: a device, an image of a volume, or that of a
+// whole disk, of which the first NTFS partition is meant, or with `#2` behind the name the second, and so on.
+// 0, with a reason as above, when there is none. It is checked no further than its boot signature.
+os_volume_t *ntfs_open_volume(const char *name, char *reason);
+
 } // namespace findwright

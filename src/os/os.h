@@ -166,8 +166,13 @@ u64 os_get_local_file_time();
 bool os_is_terminal(int descriptor);
 // Writes to standard output or error in large pieces; false when it is closed. UTF-8 bytes as they are.
 bool os_console_write(int descriptor, const void *bytes, u32 size);
+// A line for the user, its end added: to standard error, or where there is none in a message box.
+void os_show_message(const char *text);
 // The process's arguments in UTF-8, program name first; owned by the layer until os_kill. Their count.
 u32 os_get_arguments(int argc, char **argv, const char *const **arguments);
+// The names of the user and of the computer, as the system has them; empty when it does not say.
+void os_get_user_name(utf8_buf_t *out);
+void os_get_computer_name(utf8_buf_t *out);
 // The whole command line as one text, for the log.
 void os_get_command_line(utf8_buf_t *out);
 

@@ -2,11 +2,13 @@
 #include "os/os_internal.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <iterator>
 #include <poll.h>
+#include <pwd.h>
 #include <unistd.h>
 
 namespace findwright {
@@ -59,6 +61,27 @@ void os_fatal_end(const char *text, u32 length) {
 void os_show_out_of_memory() {
     static constexpr char TEXT[] = "Out of Memory\n";
     os_console_write(STDERR_FILENO, TEXT, sizeof(TEXT) - 1);
+}
+
+void os_show_message(const char *text) {
+    os_console_write(STDERR_FILENO, text, static_cast<u32>(std::strlen(text)));
+    os_console_write(STDERR_FILENO, "\n", 1);
+}
+
+void os_get_user_name(utf8_buf_t *out) {
+    char buffer[4096];
+    passwd entry, *found = nullptr;
+    if (getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found) != 0)
+        found = nullptr;
+    utf8_buf_copy_string(out, found ? found->pw_name : nullptr);
+}
+
+void os_get_computer_name(utf8_buf_t *out) {
+    char name[HOST_NAME_MAX + 1] = "";
+    if (gethostname(name, sizeof name) != 0)
+        name[0] = 0;
+    name[HOST_NAME_MAX] = 0;
+    utf8_buf_copy_string(out, name);
 }
 
 u32 os_get_arguments(int argc, char **argv, const char *const **arguments) {

@@ -192,6 +192,30 @@ void os_show_out_of_memory() {
 // --- Arguments
 // --------------------------------------------------------------------------------------------------
 
+void os_show_message(const char *text) {
+    u32 length = static_cast<u32>(std::strlen(text));
+    if (os_console_write(STANDARD_ERROR, text, length))
+        os_console_write(STANDARD_ERROR, "\r\n", 2);
+    else
+        MessageBoxW(nullptr, os_wide_t(text).text(), L"Findwright", MB_OK);
+}
+
+void os_get_user_name(utf8_buf_t *out) {
+    WCHAR name[257] = L"";
+    DWORD length = std::size(name);
+    if (!GetUserNameW(name, &length))
+        name[0] = 0;
+    utf8_buf_copy_wchar(out, reinterpret_cast<const char16_t *>(name), static_cast<u32>(wcslen(name)));
+}
+
+void os_get_computer_name(utf8_buf_t *out) {
+    WCHAR name[MAX_COMPUTERNAME_LENGTH + 1] = L"";
+    DWORD length = std::size(name);
+    if (!GetComputerNameW(name, &length))
+        name[0] = 0;
+    utf8_buf_copy_wchar(out, reinterpret_cast<const char16_t *>(name), static_cast<u32>(wcslen(name)));
+}
+
 static char **_arguments; // one block: the table, then the texts
 
 // The C run-time's arguments are in the 8-bit code page, so the command line is taken apart anew.

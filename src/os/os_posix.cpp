@@ -4,6 +4,7 @@
 #include "os/event.h"
 #include "os/os_internal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -154,6 +155,13 @@ static bool _os_local_app_data_path(char *out, u32 capacity) {
     return _os_user_folder(out, capacity, "XDG_DATA_HOME", ".local/share");
 }
 
+bool os_get_state_path(utf8_buf_t *out) {
+    char path[PATH_MAX];
+    bool known = _os_user_folder(path, sizeof path, "XDG_STATE_HOME", ".local/state");
+    utf8_buf_copy_string(out, path);
+    return known;
+}
+
 static bool _os_current_directory(char *out, u32 capacity) {
     char path[PATH_MAX];
     bool known = getcwd(path, sizeof(path)) && path[0] == '/';
@@ -287,6 +295,28 @@ u32 os_event_wait(os_event_t *event, u32 timeout) {
     return is_set ? OS_WAIT_DONE : OS_WAIT_TIMEOUT;
 }
 
+static u64 _os_monotonic_milliseconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<u64>(now.tv_sec) * 1000 + static_cast<u64>(now.tv_nsec) / 1000000;
+}
+
+static constexpr u64 DEADLINE_NEVER = ~static_cast<u64>(0);
+
+// One millisecond more than what has passed of the present one: a wait is never shorter than asked for.
+u64 os_deadline(u32 timeout) {
+    if (timeout == OS_INFINITE)
+        return DEADLINE_NEVER;
+    return timeout ? _os_monotonic_milliseconds() + timeout + 1 : 0;
+}
+
+int os_deadline_left(u64 deadline) {
+    if (deadline == DEADLINE_NEVER)
+        return -1;
+    u64 now = deadline ? _os_monotonic_milliseconds() : 0;
+    return deadline > now ? static_cast<int>(std::min<u64>(deadline - now, INT_MAX)) : 0;
+}
+
 // --- Main loop
 // --------------------------------------------------------------------------------------------------
 
@@ -357,8 +387,12 @@ void os_loop_remove(os_loop_watch_t *watch) {
 // out ready descriptors in turn, so none is left behind.
 bool os_loop_wait(u32 timeout) {
     epoll_event event;
-    int limit = timeout > INT_MAX ? -1 : static_cast<int>(timeout);
-    if (epoll_wait(_loop_epoll, &event, 1, limit) != 1)
+    u64 deadline = os_deadline(timeout);
+    int ready;
+    do
+        ready = epoll_wait(_loop_epoll, &event, 1, os_deadline_left(deadline));
+    while (ready == -1 && errno == EINTR);
+    if (ready != 1)
         return false;
     auto *watch = static_cast<os_loop_watch_t *>(event.data.ptr);
     watch->proc(watch->param, event.events);

@@ -39,6 +39,14 @@ struct os_system_path_t {
     utf8_buf_t buf;
 };
 
+// When a wait of `timeout` milliseconds ends, OS_INFINITE for never, and what is left of it as poll and
+// epoll_wait take it: so a signal that interrupts them does not make the wait longer or shorter.
+u64 os_deadline(u32 timeout);
+int os_deadline_left(u64 deadline);
+
+// $XDG_STATE_HOME, or ~/.local/state, as a path of the program's. False, and empty, without either.
+bool os_get_state_path(utf8_buf_t *out);
+
 // A date of the system's as a file time.
 u64 os_file_time_from_timespec(const timespec *time);
 

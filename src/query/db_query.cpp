@@ -148,9 +148,7 @@ db_query_t *db_query_create(db_t *db, bool is_ui, db_query_callback_t *callback,
     query->user_data = user_data;
     query->hooks = &_db_query_hooks;
     query->folders_first = 1;
-    query->prev = db->query_last;
-    (db->query_last ? db->query_last->next : db->query_first) = query;
-    db->query_last = query;
+    db_add_query(db, query);
     utf8_buf_t status;
     utf8_buf_init(&status);
     db_get_status(db, &status, nullptr);
@@ -171,8 +169,7 @@ void db_destroy_query(db_query_t *query) {
     array_kill(&query->folder_results);
     array_kill(&query->file_results);
     _db_query_free_deferred(query);
-    (query->prev ? query->prev->next : db->query_first) = query->next;
-    (query->next ? query->next->prev : db->query_last) = query->prev;
+    db_remove_query(db, query);
     if (db->worker_query == query)
         db->worker_query = nullptr;
     query->~db_query_t();

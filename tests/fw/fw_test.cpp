@@ -1,83 +1,12 @@
 // The console client from its arguments to its output, over the sample volume.
-#include "fw/fw.h"
-
 #include "fw/fw_output.h"
-
-#include <bzlib.h>
-#include <gtest/gtest.h>
+#include "fw/fw_test_support.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace findwright {
 namespace {
-
-// A file of the test data, unpacked.
-std::string unpack(const std::string &name) {
-    std::ifstream file(std::string(FINDWRIGHT_TEST_DATA) + "/" + name, std::ios::binary);
-    std::string packed{std::istreambuf_iterator<char>(file), {}};
-    std::string bytes(32u << 20, 0);
-    unsigned size = static_cast<unsigned>(bytes.size());
-    EXPECT_EQ(BZ_OK, BZ2_bzBuffToBuffDecompress(bytes.data(), &size, packed.data(),
-                                                static_cast<unsigned>(packed.size()), 0, 0));
-    bytes.resize(size);
-    return bytes;
-}
-
-struct temp_file_t {
-    std::string name;
-
-    temp_file_t(const std::string &suffix, const std::string &bytes) {
-        auto path = std::filesystem::temp_directory_path() /
-                    ("fw_test_" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) + suffix);
-        name = path.string();
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
-    ~temp_file_t() { std::filesystem::remove(name); }
-};
-
-const temp_file_t &sample() {
-    static temp_file_t file(".ntfs", unpack("sample.ntfs.bz2"));
-    return file;
-}
-
-struct run_t {
-    int status;
-    std::string output, error;
-};
-
-// Runs the client. `room`: bytes of output after which the pipe is closed.
-run_t run(std::vector<std::string> arguments, size_t room = ~static_cast<size_t>(0), bool terminal = false) {
-    struct state_t {
-        run_t run;
-        size_t room;
-    } state = {{}, room};
-    fw_io_t io = {
-        &state,
-        [](void *user_data, int descriptor, const void *bytes, u32 size) {
-            state_t *s = static_cast<state_t *>(user_data);
-            if (descriptor == 1 && s->run.output.size() > s->room)
-                return false;
-            (descriptor == 1 ? s->run.output : s->run.error).append(static_cast<const char *>(bytes), size);
-            return true;
-        },
-        terminal, terminal};
-    arguments.insert(arguments.begin(), "fw");
-    std::vector<const char *> list;
-    for (const std::string &argument : arguments)
-        list.push_back(argument.c_str());
-    state.run.status = fw_run(static_cast<u32>(list.size()), list.data(), &io);
-    return state.run;
-}
-
-run_t run_sample(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {"--ntfs", sample().name});
-    return run(arguments);
-}
 
 // The listing that was made of the mounted volume: path, type, size, dates, attributes.
 std::vector<std::vector<std::string>> read_listing(const std::string &name) {
@@ -131,7 +60,6 @@ TEST(Fw, ExitStatusAndMessages) {
     } cases[] = {
         {{"--ntfs", sample().name, "Documents"}, FW_FOUND, ""},
         {{"--ntfs", sample().name, "nothing is named like this"}, FW_NOT_FOUND, ""},
-        {{"Documents"}, FW_ERROR, "--ntfs FILE"},
         {{"--ntfs", "no such file", "x"}, FW_ERROR, "cannot open no such file: "},
         {{"--ntfs", text.name, "x"}, FW_ERROR, "cannot find an NTFS volume in "},
         {{"--ntfs", blank.name, "x"}, FW_ERROR, "cannot find an NTFS volume in "},

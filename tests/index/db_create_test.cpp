@@ -1,8 +1,8 @@
 // The rebuild: what it keeps, and that every array stands in the order that the comparisons define.
-#include "db/db_file.h"
 #include "db/db_folder.h"
 #include "os/event.h"
 #include "support/test_db.h"
+#include "support/test_orders.h"
 
 #include <gtest/gtest.h>
 
@@ -12,57 +12,6 @@
 
 namespace findwright {
 namespace {
-
-using compare_t = int(const db_t *db, const db_item_t *a, const db_item_t *b);
-
-int by_name(const db_t *, const db_item_t *a, const db_item_t *b) {
-    return db_item_compare_name(a, b);
-}
-int by_file_path(const db_t *, const db_item_t *a, const db_item_t *b) {
-    return db_file_compare_path(a, b);
-}
-int by_folder_path(const db_t *, const db_item_t *a, const db_item_t *b) {
-    return db_folder_compare_path(a, b);
-}
-const struct {
-    const char *name;
-    array_t db_t::*array;
-    bool folders;
-    compare_t *compare;
-} orders[] = {
-    {"folder name", &db_t::folder_name_array, true, by_name},
-    {"file name", &db_t::file_name_array, false, by_name},
-    {"folder path", &db_t::folder_path_array, true, by_folder_path},
-    {"file path", &db_t::file_path_array, false, by_file_path},
-    {"folder size", &db_t::folder_size_array, true, db_folder_compare_size},
-    {"file size", &db_t::file_size_array, false, db_file_compare_size},
-    {"folder created", &db_t::folder_date_created_array, true, db_folder_compare_date_created},
-    {"file created", &db_t::file_date_created_array, false, db_file_compare_date_created},
-    {"folder modified", &db_t::folder_date_modified_array, true, db_folder_compare_date_modified},
-    {"file modified", &db_t::file_date_modified_array, false, db_file_compare_date_modified},
-    {"folder accessed", &db_t::folder_date_accessed_array, true, db_folder_compare_date_accessed},
-    {"file accessed", &db_t::file_date_accessed_array, false, db_file_compare_date_accessed},
-    {"folder attributes", &db_t::folder_attributes_array, true, db_folder_compare_attributes},
-    {"file attributes", &db_t::file_attributes_array, false, db_file_compare_attributes},
-    {"file extension", &db_t::file_extension_array, false, db_file_compare_extension},
-    {"folder number", &db_t::folder_frn_array, true, db_folder_compare_frn},
-};
-
-// Every array holds every item once, and each two neighbours in strict order.
-void check_orders(db_t *db) {
-    for (auto order : orders) {
-        const array_t *array = &(db->*order.array);
-        u32 count = order.folders ? db->folder_name_array.count : db->file_name_array.count;
-        ASSERT_EQ(count, array->count) << order.name;
-        u32 page;
-        i32 position;
-        for (u32 i = 1; i < count; i++) {
-            const db_item_t *before = db_item(array_get(array, i - 1, &page, &position));
-            const db_item_t *item = db_item(array_get(array, i, &page, &position));
-            ASSERT_LT(order.compare(db, before, item), 0) << order.name << " " << i;
-        }
-    }
-}
 
 // Names that tie at one level or another, begin one another, or hold what folds to nothing special.
 std::u16string nasty_name(std::mt19937 &random) {
@@ -109,21 +58,21 @@ TEST(DbCreate, EveryOrderIsThatOfItsComparison) {
         db_t *db = test_db_create({nasty_volume(seed, 60, 300)}, TEST_FLAGS_ALL);
         EXPECT_EQ(61u, db->folder_name_array.count);
         EXPECT_EQ(300u, db->file_name_array.count);
-        check_orders(db);
+        test_check_orders(db);
         db_destroy(db);
     }
 }
 
 TEST(DbCreate, OrdersOfManyItemsOnSeveralThreads) {
     db_t *db = test_db_create({nasty_volume(77, 3000, 150000)}, TEST_FLAGS_ALL);
-    check_orders(db);
+    test_check_orders(db);
     db_destroy(db);
 }
 
 TEST(DbCreate, TwoVolumesOfOneNameKeepTheirItemsApart) {
     test_volume_t volume = test_volume_from_paths({"a\\x", "a\\y", "b", "a b\\c"});
     db_t *db = test_db_create({volume, volume}, TEST_FLAGS_ALL);
-    check_orders(db);
+    test_check_orders(db);
     std::vector<std::string> paths = test_array_paths(&db->file_path_array);
     EXPECT_EQ((std::vector<std::string>{"C:\\b", "C:\\b", "C:\\a\\x", "C:\\a\\x", "C:\\a\\y", "C:\\a\\y",
                                         "C:\\a b\\c", "C:\\a b\\c"}),
@@ -145,7 +94,7 @@ TEST(DbCreate, RootsWithSeveralComponentsStandAmongTheFolders) {
     share.path = "\\\\server\\share";
     db_t *db = test_db_create({whole, inner, deep, share, inner}, TEST_FLAGS_ALL);
     EXPECT_EQ(5u + 4 * 2 + 5, db->folder_name_array.count); // those below the roots, and the roots
-    check_orders(db);
+    test_check_orders(db);
     db_destroy(db);
 }
 
@@ -179,7 +128,7 @@ TEST(DbCreate, WithoutARootThereIsNothing) {
     volume.has_root = false;
     db_t *db = test_db_create({volume}, TEST_FLAGS_ALL);
     EXPECT_EQ(0u, db->folder_name_array.count + db->file_name_array.count);
-    check_orders(db);
+    test_check_orders(db);
     db_destroy(db);
 }
 
@@ -228,7 +177,7 @@ TEST(DbCreate, ExclusionsTakeWhatIsBelowAlong) {
         EXPECT_EQ(c.expected, test_array_paths(&db->file_path_array))
             << c.folder << "|" << c.include_only << "|" << c.files;
         EXPECT_FALSE(db_exclude_differs(&exclude, &db->exclude));
-        check_orders(db);
+        test_check_orders(db);
         db_destroy(db);
         db_exclude_kill(&exclude);
     }
@@ -247,25 +196,33 @@ void read_for_ever(void *param, void *user_data, ntfs_record_proc_t *sink, ntfs_
     }
 }
 
+void start_endless(db_t *db, std::atomic<bool> *reading) {
+    db_wanted_t wanted;
+    db_wanted_init(&wanted);
+    db_source_t *source = db_wanted_add_volume(&wanted, "endless", "C:", "", "");
+    source->read = read_for_ever;
+    source->read_param = reading;
+    db_rebuild_start(db, &wanted, nullptr);
+}
+
 TEST(DbCreate, ACancelledRebuildKeepsWhatItReadAndCanBeMadeAgain) {
     std::atomic<bool> reading = false;
-    db_rebuild_volume_t endless = {"endless", "C:", nullptr, read_for_ever, &reading};
-    db_rebuild_params_t params = {&endless, 1, 0, nullptr, nullptr};
     db_t *db = db_create();
     u32 rebuilt = 0;
     db_query_t *query = db_query_create(
         db, false, [](void *count, u32 code) { *static_cast<u32 *>(count) += code == DB_QUERY_REBUILT; },
         &rebuilt);
-    db_rebuild_start(db, &params);
+    start_endless(db, &reading);
     while (!reading)
         event_wait_and_dispatch(1);
     db_rebuild_cancel(db);
     test_db_wait(db);
     EXPECT_GE(db->file_name_array.count, 1u);
     EXPECT_EQ(1u, rebuilt);
+    EXPECT_FALSE(db->local);
 
     reading = false;
-    db_rebuild_start(db, &params); // over the content that is there
+    start_endless(db, &reading); // over the content that is there, which is not good enough to be kept
     while (!reading)
         event_wait_and_dispatch(1);
     EXPECT_EQ(0u, db_get_result_count(query));

@@ -60,16 +60,26 @@ static void _test_read(void *param, void *user_data, ntfs_record_proc_t *sink, n
         give(record.frn, record.parent_frn, record.name, record);
 }
 
+void test_add_volumes(db_wanted_t *wanted, const std::vector<test_volume_t> &volumes) {
+    for (const test_volume_t &volume : volumes) {
+        std::string guid = "test" + std::to_string(&volume - volumes.data());
+        db_source_t *source = db_wanted_add_volume(wanted, guid.c_str(), volume.path.c_str(), volume.root.c_str(),
+                                                   volume.include_only.c_str());
+        source->read = _test_read;
+        source->read_param = const_cast<void *>(static_cast<const void *>(&volume));
+    }
+}
+
 db_t *test_db_start(const std::vector<test_volume_t> &volumes, u32 flags, const db_exclude_set_t *exclude,
                     db_rebuild_stats_t *stats) {
-    std::vector<db_rebuild_volume_t> sources;
-    for (const test_volume_t &volume : volumes) {
-        sources.push_back({"test", volume.path.c_str(), nullptr, _test_read,
-                           const_cast<void *>(static_cast<const void *>(&volume))});
-    }
+    db_wanted_t wanted;
+    db_wanted_init(&wanted);
+    test_add_volumes(&wanted, volumes);
+    wanted.index_flags = flags;
+    if (exclude)
+        db_exclude_copy(&wanted.exclude, exclude);
     db_t *db = db_create();
-    db_rebuild_params_t params = {sources.data(), static_cast<u32>(sources.size()), flags, exclude, stats};
-    db_rebuild_start(db, &params);
+    db_rebuild_start(db, &wanted, stats);
     return db;
 }
 

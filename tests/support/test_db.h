@@ -24,6 +24,7 @@ struct test_record_t {
 struct test_volume_t {
     std::string path = "C:";
     bool has_root = true;
+    std::string root, include_only; // the folder, or the list of folders, that is indexed
     std::vector<test_record_t> records;
 };
 
@@ -31,6 +32,8 @@ struct test_volume_t {
 // the way are made. Sizes and dates are those of the paths' places in the list.
 test_volume_t test_volume_from_paths(const std::vector<std::string> &paths);
 
+// Appends volumes to what a database is to be made of; `volumes` must live until that is read.
+void test_add_volumes(db_wanted_t *wanted, const std::vector<test_volume_t> &volumes);
 // Fills a new database from volumes and waits until it is ready.
 db_t *test_db_create(const std::vector<test_volume_t> &volumes, u32 flags,
                      const db_exclude_set_t *exclude = nullptr, db_rebuild_stats_t *stats = nullptr);

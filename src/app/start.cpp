@@ -1,0 +1,5 @@
+#include "app/main.h"
+
+int main() {
+    return findwright::main_run(nullptr);
+}

@@ -1,0 +1,127 @@
+// What is of Linux alone in the console client: paths with `/`, and where the user's own settings lie.
+#include "fw/fw_path.h"
+#include "fw/fw_test_support.h"
+
+#include <optional>
+
+namespace findwright {
+namespace {
+
+// The user's own settings are those in the test's folder.
+struct fw_posix : fw_sources {
+    static constexpr const char *variables[] = {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME"};
+    std::optional<std::string> values[std::size(variables)];
+
+    void SetUp() override {
+        fw_sources::SetUp();
+        for (size_t i = 0; i < std::size(variables); i++) {
+            if (const char *value = getenv(variables[i]))
+                values[i] = value;
+            std::string path = at(variables[i]);
+            std::filesystem::create_directories(path + "/findwright");
+            setenv(variables[i], path.c_str(), 1);
+        }
+    }
+    void TearDown() override {
+        for (size_t i = 0; i < std::size(variables); i++)
+            values[i] ? setenv(variables[i], values[i]->c_str(), 1) : unsetenv(variables[i]);
+    }
+};
+
+TEST(FwPath, ForUsers) {
+    const struct {
+        const char *inside, *outside;
+    } cases[] = {
+        {"", "/"},
+        {"\\", "/"},
+        {"\\home\\u", "/home/u"},
+        {"\\a\xEF\x81\x9C"
+         "b\\c",
+         "/a\\b/c"},
+        {"C:\\a", "C:\\a"},
+        {"C:\\a\xEF\x81\x9C"
+         "b",
+         "C:\\a\xEF\x81\x9C"
+         "b"},
+        {"\\\\server\\share", "\\\\server\\share"},
+        {"ftp://host/a", "ftp://host/a"},
+    };
+    for (auto c : cases)
+        EXPECT_EQ(c.outside, fw_path_for_user(c.inside));
+}
+
+TEST(FwPath, FromUsers) {
+    std::string current = std::filesystem::current_path().string();
+    std::replace(current.begin(), current.end(), '/', '\\');
+    EXPECT_EQ("\\a\\b", fw_path_from_user("///a/./c/../b/"));
+    EXPECT_EQ("\\a\xEF\x81\x9C"
+              "b",
+              fw_path_from_user("/a\\b"));
+    EXPECT_EQ(current + "\\x\xEF\x81\x9Cy", fw_path_from_user("x\\y"));
+}
+
+TEST_F(fw_posix, PathsHaveSlashes) {
+    std::filesystem::create_directories(folder.path / "tree/o\\dd");
+    put("tree/o\\dd/na\\me", "");
+    const std::string root = at("tree"), odd = root + "/o\\dd";
+    std::string escaped = root + "/o\\\\dd";
+    const struct {
+        std::vector<std::string> arguments;
+        std::string output;
+    } cases[] = {
+        {{"na?me"}, odd + "/na\\me\n"},
+        {{"--columns", "path", "na?me"}, odd + "\n"},
+        {{"--columns", "name", "na?me"}, "na\\me\n"},
+        {{"-0", "na?me"}, odd + "/na\\me" + std::string(1, '\0')},
+        {{"--csv", "--columns", "name,path", "na?me"}, "name,path,type\n\"na\\me\",\"" + odd + "\",file\n"},
+        {{"--json", "--columns", "full,path", "na?me"},
+         "[\n{\"full\":\"" + escaped + "/na\\\\me\",\"path\":\"" + escaped + "\",\"type\":\"file\"}\n]\n"},
+        {{"--csv", "--columns", "name,path,full", "-n", "1"},
+         "name,path,full,type\n\"" + root + "\",\"\",\"" + root + "\",folder\n"},
+        {{"deep/"}, root + "/sub/deep/gamma.pdf\n"},
+    };
+    for (const auto &c : cases) {
+        std::vector<std::string> arguments = c.arguments;
+        arguments.insert(arguments.begin(), {"--folder", root});
+        EXPECT_EQ(c.output, run(arguments).output);
+    }
+    // What comes from elsewhere stays.
+    EXPECT_EQ("\\\\server\\share\\s.txt\n", run({"--file-list", at("list.fwl"), "s.txt"}).output);
+    EXPECT_EQ("D:\\Photos\n", run({"--file-list", at("list.fwl"), "--columns", "path", "alpha"}).output);
+    EXPECT_EQ(at("tree/alpha.txt") + "\n", run({"--file-list", at("twin.csv"), "alpha"}).output);
+}
+
+// The root of the file system has an empty name, and names of it begin behind the `/`.
+TEST_F(fw_posix, TheRootFolderIsASlash) {
+    db_wanted_t wanted;
+    db_wanted_init(&wanted);
+    db_wanted_add_volume(&wanted, sample().name.c_str(), "", "", "");
+    save("root.db", &wanted, 0, false);
+    EXPECT_EQ("name,path,full,type\n\"/\",\"\",\"/\",folder\n",
+              run({"--db", at("root.db"), "--csv", "--columns", "name,path,full", "-n", "1"}).output);
+    EXPECT_EQ("/Documents  /\n",
+              run({"--db", at("root.db"), "--columns", "full,path", "wfn:Documents"}).output);
+}
+
+TEST_F(fw_posix, TheUsersOwnSettings) {
+    std::string before = snapshot();
+    put("XDG_CONFIG_HOME/findwright/Findwright.ini", "[Findwright]\nauto_include_fixed_volumes=0\n");
+    expect_error(run({"alpha"}), "or run findwright once");
+
+    put("XDG_CONFIG_HOME/findwright/Findwright.ini",
+        "[Findwright]\nauto_include_fixed_volumes=0\nmatch_case=1\nfolders=" + quoted("tree") + "\n");
+    before = snapshot();
+    EXPECT_EQ(at("tree/alpha.txt") + "\n",
+              run({"ALPHA"}).output); // the last search's state is not taken over
+    EXPECT_EQ(before, snapshot());
+
+    save("XDG_DATA_HOME/findwright/Findwright.db", DB_FLAG_SIZE, true);
+    std::filesystem::remove(folder.path / "tree/alpha.txt");
+    before = snapshot();
+    EXPECT_EQ("5  " + at("tree/alpha.txt") + "\n", run({"--columns", "size,full", "alpha"}).output);
+    EXPECT_EQ(FW_NOT_FOUND, run({"--folder", at("tree"), "alpha"}).status); // named sources come first
+    EXPECT_EQ(before, snapshot());
+}
+
+} // namespace
+} // namespace findwright
