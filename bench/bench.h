@@ -81,5 +81,10 @@ bool bench_search(const bench_options_t &options);
 bool bench_memory(const bench_options_t &options);
 bool bench_index(const bench_options_t &options);
 bool bench_read(const bench_options_t &options);
+bool bench_list(const bench_options_t &options);
+bool bench_load(const bench_options_t &options);
+bool bench_folder(const bench_options_t &options);
+// Builds the index of a file list in this process and prints what it took, for the list row.
+int bench_list_child(const char *list);
 
 } // namespace findwright

@@ -1,6 +1,6 @@
 // fw_bench [--data FOLDER] [--runs N] [--peer-runs N] [--volume NAME=FILE]... [--note TEXT]... ROW...
 //
-// Measures the rows, which are search, index, memory and read, and prints one table; a note stands below it.
+// Measures the rows and prints one table; a note stands below it.
 // bench/run.sh prepares what they need.
 #include "bench.h"
 
@@ -16,8 +16,9 @@ struct row_t {
     bool (*run)(const bench_options_t &options);
 };
 
-static constexpr row_t rows[] = {
-    {"search", bench_search}, {"index", bench_index}, {"memory", bench_memory}, {"read", bench_read}};
+static constexpr row_t rows[] = {{"search", bench_search}, {"index", bench_index}, {"memory", bench_memory},
+                                 {"read", bench_read},     {"list", bench_list},   {"load", bench_load},
+                                 {"folder", bench_folder}};
 
 static const row_t *find_row(std::string_view name) {
     for (const row_t &row : rows) {
@@ -54,12 +55,18 @@ static bool parse(int count, char **arguments, bench_options_t *options, std::ve
 }
 
 int main(int argc, char **argv) {
+    if (argc == 3 && std::string_view(argv[1]) == "--list-child") {
+        os_init();
+        int status = bench_list_child(argv[2]);
+        os_kill();
+        return status;
+    }
     bench_options_t options;
     std::vector<const row_t *> wanted;
     if (!parse(argc, argv, &options, &wanted)) {
         fprintf(stderr, "usage: fw_bench [--data FOLDER] [--runs N] [--peer-runs N] [--volume NAME=FILE]... "
                         "[--note TEXT]... ROW...\n"
-                        "rows: search index memory read\n");
+                        "rows: search index memory read list load folder\n");
         return 2;
     }
     os_init();

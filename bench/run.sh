@@ -1,7 +1,7 @@
 #!/bin/bash
 # Runs the benchmark: this program beside its peers, on the same real names, in the same run.
 #
-#   bench/run.sh [ROW...]     rows: search index memory read; all of them without an argument
+#   bench/run.sh [ROW...]     rows: search index memory read list load folder; all of them without an argument
 #
 # Prints one table of ratios. The first run fetches the names and makes the volumes, which takes a few minutes;
 # what it made stays in build/bench. docs/BENCHMARKS.md tells what each row means. RUNS and PEER_RUNS in the
@@ -10,11 +10,11 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 rows=("$@")
-[ $# -gt 0 ] || rows=(search index memory read)
+[ $# -gt 0 ] || rows=(search index memory read list load folder)
 for row in "${rows[@]}"; do
   case $row in
-    search | index | memory | read) ;;
-    *) echo "usage: bench/run.sh [search | index | memory | read]..." >&2; exit 2 ;;
+    search | index | memory | read | list | load | folder) ;;
+    *) echo "usage: bench/run.sh [search | index | memory | read | list | load | folder]..." >&2; exit 2 ;;
   esac
 done
 
@@ -38,6 +38,22 @@ if [ ! "$data/paths-1m.txt" -nt "$data/paths.txt" ]; then
     BEGIN { step = lines > 1000000 ? lines / 1000000 : 1 }
     NR > wanted { print; wanted += step }' "$data/paths.txt" >"$data/paths-1m.part"
   mv "$data/paths-1m.part" "$data/paths-1m.txt"
+fi
+
+# A file list of all of them, with a size and a date for each.
+list=$data/names.fwl
+if [[ " ${rows[*]} " =~ " list "|" load " ]] && [ ! "$list" -nt "$data/paths.txt" ]; then
+  awk 'BEGIN { print "Filename,Size,Date Modified,Attributes" }
+    { gsub(/"/, "\"\""); printf "\"/%s\",%d,%.0f,32\n", $0, (NR * 7919) % 1000003, 131000000000000000 + (NR * 104729 % 9999991) * 10000000 }' \
+    "$data/paths.txt" >"$list.part"
+  mv "$list.part" "$list"
+fi
+
+# A real tree.
+if [[ " ${rows[*]} " == *" folder "* ]] && [ ! -d "$data/tree" ]; then
+  rm -rf "$data/tree.part"
+  bench/make_tree.py "$data/paths.txt" "$data/tree.part" 340000
+  mv "$data/tree.part" "$data/tree"
 fi
 
 # The two volumes: one by this project's own writer, and a smaller one through the system's driver.

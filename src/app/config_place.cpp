@@ -77,10 +77,7 @@ void config_path_from_text(utf8_buf_t *out, const char *text) {
 }
 
 void config_path_to_text(utf8_buf_t *out, const char *path) {
-    if (os_path_separator == '/' && path[0] == '\\' && path[1] != '\\')
-        os_path_to_system(path, utf8_length(path), out);
-    else
-        utf8_buf_copy_string(out, path);
+    os_path_to_user(path, utf8_length(path), out);
 }
 
 } // namespace findwright

@@ -38,17 +38,20 @@ static size_t _main_arena_at_start; // bytes; the arena keeps a few for itself
 
 // --- Leaving -----------------------------------------------------------------------------------------------
 
-static void _main_save_all() {
+static void _main_report_failure(void (*report_error)(const char *text), const char *text) {
+    report_error(text);
+    _main.exit_code = 1;
+}
+
+static void _main_save_all(void (*report_error)(const char *text)) {
     utf8_buf_t error;
     utf8_buf_init(&error);
     if (!config_save(false, &error))
-        os_show_message(error.data);
+        _main_report_failure(report_error, error.data);
     if (_main.db) {
         db_rebuild_cancel(_main.db); // what is not read to its end is not saved
-        if (!db_save(_main.db, false, &error)) {
-            os_show_message(error.data);
-            _main.exit_code = 1;
-        }
+        if (!db_save(_main.db, false, &error))
+            _main_report_failure(report_error, error.data);
     }
     utf8_buf_kill(&error);
 }
@@ -58,10 +61,14 @@ static void _main_quit_request_proc(void *) {
     _main.quit = true;
 }
 
-// The process is gone when this returns.
+static void _main_log_error(const char *text) {
+    debug_printf("%s\n", text);
+}
+
+// The process is gone when this returns. Nobody is there to answer a message.
 static void _main_quit_finish_proc(void *) {
     debug_printf("endsession\n");
-    _main_save_all();
+    _main_save_all(_main_log_error);
 }
 
 // --- The command line at work ------------------------------------------------------------------------------
@@ -226,7 +233,7 @@ static bool _main_start() {
     db_settings_use(os_show_message);
     if (_main_do_command_line_installs(line, &_main.exit_code) || !_main_become_instance())
         return false;
-    if (!instance_listen(_main_receive_proc, nullptr))
+    if (_main.is_first && !instance_listen(_main_receive_proc, nullptr))
         debug_printf("no other process can hand over its command line\n");
     os_quit_watch(_main_quit_request_proc, _main_quit_finish_proc, nullptr);
     debug_printf("apply command line\n");
@@ -247,7 +254,7 @@ static void _main_shutdown() {
     instance_stop_listening();
     _main_close_file_list();
     if (_main.db) {
-        _main_save_all();
+        _main_save_all(os_show_message);
         main_report_stop(&_main.report);
         db_destroy(_main.db);
         _main.db = nullptr;

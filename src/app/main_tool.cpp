@@ -56,6 +56,7 @@ bool _main_do_command_line_installs(const command_line_t *line, int *exit_code) 
     command_line_get_lacking(line, &lacking);
     bool lacks = lacking.length != 0;
     if (lacks) {
+        utf8_buf_set_length(&lacking, lacking.length - 1); // a message ends its last line itself
         os_show_message(lacking.data);
         *exit_code = 1;
     }

@@ -1,5 +1,5 @@
-// The console client: fills a database from the sources that its options name, searches it, prints the
-// results.
+// The console client: puts the sources that its options name, or a database that was saved, into memory,
+// searches there, prints the results. Nothing is written but these.
 #pragma once
 
 #include "base/types.h"

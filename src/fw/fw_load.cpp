@@ -5,6 +5,8 @@
 #include "os/event.h"
 #include "os/os.h"
 
+#include <cstring>
+
 namespace findwright {
 
 static constexpr u32 MAGIC_SIZE = 4;

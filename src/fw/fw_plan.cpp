@@ -6,6 +6,8 @@
 #include "fw/fw_source.h"
 #include "os/os.h"
 
+#include <utility>
+
 namespace findwright {
 
 void fw_plan_init(fw_plan_t *plan) {

@@ -139,6 +139,17 @@ void _db_create_drop_orphans(db_rebuild_t *rebuild) {
     debug_printf("removed %d orphaned folders in %f seconds\n", orphans, os_get_tick_count() - start);
 }
 
+void _db_create_show(const db_rebuild_t *rebuild, const char *format, const char *name, const char *second) {
+    utf8_buf_t names[2];
+    utf8_buf_init(&names[0]);
+    utf8_buf_init(&names[1]);
+    os_path_to_user(name, utf8_length(name), &names[0]);
+    os_path_to_user(second, utf8_length(second), &names[1]);
+    db_set_status(rebuild->db, format, names[0].data, names[1].data);
+    utf8_buf_kill(&names[1]);
+    utf8_buf_kill(&names[0]);
+}
+
 // --- Phase 1: the sources ----------------------------------------------------------------------------------
 
 // The index of the same source in the content that is there.
@@ -175,7 +186,7 @@ static void _db_create_mark_reused(db_rebuild_t *rebuild, db_create_source_t *so
     const db_index_t *from = source->existing;
     const char *name = _db_create_source_name(from);
     debug_printf("using existing %s index %s\n", kinds[from->type], name);
-    db_set_status(rebuild->db, db_create_texts.indexing, name);
+    _db_create_show(rebuild, db_create_texts.indexing, name, "");
     source->is_reused = true;
     source->out_of_date = from->out_of_date;
     switch (from->type) {
@@ -223,7 +234,6 @@ static void _db_create_take_source(db_rebuild_t *rebuild, db_create_source_t *so
             db_schedule_t schedule = {folder->update_type, folder->update_value};
             folder->next_update = db_schedule_next(&schedule);
         }
-        source->out_of_date = _db_create_is_cancelled(rebuild); // then it was not read to its end
         return;
     }
     if (source->existing)
@@ -253,10 +263,13 @@ static void _db_rebuild_thread_proc(void *param) {
     u32 start = os_get_tick_count();
     for (db_create_source_t *source = rebuild->source_first; source; source = source->next)
         _db_create_take_source(rebuild, source);
-    _db_create_reuse(rebuild);
+    if (!_db_create_is_cancelled(rebuild))
+        _db_create_reuse(rebuild);
     db_clear_content(db);
     db->exclude = rebuild->exclude; // the database's from now on
     db_exclude_init(&rebuild->exclude);
+    if (_db_create_is_cancelled(rebuild))
+        _db_create_free_records(rebuild);
     _db_create_drop_orphans(rebuild);
     u32 read_end = os_get_tick_count();
     db->layout = rebuild->layout;
@@ -264,6 +277,8 @@ static void _db_rebuild_thread_proc(void *param) {
     rebuild->stats->read_time = read_end - start;
     rebuild->stats->sort_time = os_get_tick_count() - read_end;
     bool cancelled = _db_create_is_cancelled(rebuild);
+    if (cancelled)
+        db_clear_content(db);
     _db_create_free(rebuild);
     mem_arena_trim();
     debug_printf("create db time taken: %f seconds\n", os_get_tick_count() - start);

@@ -52,7 +52,7 @@ struct db_rebuild_stats_t {
 // database is not ready until _db_load_complete_proc has run on the main thread. `stats` is 0, or filled
 // before the load is complete.
 void db_rebuild_start(db_t *db, db_wanted_t *wanted, db_rebuild_stats_t *stats);
-// Asks a running rebuild to end early; its content is then what had been read, and not worth saving.
+// Asks a running rebuild to end early; the database is empty then, and not worth saving.
 void db_rebuild_cancel(db_t *db);
 
 } // namespace findwright

@@ -344,7 +344,7 @@ static void _db_create_list_kill(_db_create_list_t *list) {
 
 bool _db_create_read_file_list(db_rebuild_t *rebuild, db_create_source_t *source) {
     db_index_file_list_t *index = static_cast<db_index_file_list_t *>(source->index);
-    db_set_status(rebuild->db, db_create_texts.loading_list, index->filename);
+    _db_create_show(rebuild, db_create_texts.loading_list, index->filename, "");
     // Before the list is read: a change meanwhile is one that the next check finds. A list that is there but
     // cannot be opened has its date, too, or each check would find it changed.
     os_file_info_t file;

@@ -254,7 +254,7 @@ bool _db_create_read_folder(db_rebuild_t *rebuild, db_create_source_t *source) {
     const char *path = static_cast<const db_index_folder_t *>(source->index)->path;
     u32 start = os_get_tick_count();
     debug_printf("scanning %s...\n", path);
-    db_set_status(rebuild->db, db_create_texts.scanning_folder, path);
+    _db_create_show(rebuild, db_create_texts.scanning_folder, path, "");
     os_folder_entry_t entry;
     bool is_found = os_folder_get_entry(path, &entry) && entry.is_folder;
     if (is_found) {

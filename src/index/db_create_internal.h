@@ -64,6 +64,9 @@ inline bool _db_create_is_cancelled(const db_rebuild_t *rebuild) {
     return rebuild->db->cancel_rebuild.load(std::memory_order_relaxed) != 0;
 }
 
+// Shows a status text of db_create_texts with the source's names as the user writes them.
+void _db_create_show(const db_rebuild_t *rebuild, const char *format, const char *name, const char *second);
+
 // --- Temporary records -------------------------------------------------------------------------------------
 
 // Bytes behind the columns.

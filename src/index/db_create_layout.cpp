@@ -300,7 +300,7 @@ static void _db_create_job_proc(void *param, u32, u32) {
     u32 flags = db->layout.flags;
     for (;;) {
         u32 job = jobs->next.fetch_add(1);
-        if (job >= JOB_COLUMNS + std::size(_db_create_columns))
+        if (db->cancel_rebuild || job >= JOB_COLUMNS + std::size(_db_create_columns))
             return;
         if (job == JOB_FILE_PATH && flags & DB_FLAG_FAST_PATH)
             _db_create_sort_file_paths(jobs);
@@ -427,6 +427,12 @@ void _db_create_lay_out(db_rebuild_t *rebuild) {
     debug_printf("os_qsort file names indexes: %f seconds\n", os_get_tick_count() - start);
 
     _db_create_add_indexes(rebuild);
+    if (_db_create_is_cancelled(rebuild)) {
+        mem_free(folder_path_order);
+        _db_create_free_kind(&folders);
+        _db_create_free_kind(&files);
+        return;
+    }
     start = os_get_tick_count();
     _db_create_lay_out_folders(rebuild, &folders);
     _db_create_fill_array(&db->folder_name_array, &folders, nullptr);

@@ -195,7 +195,7 @@ static void _db_create_count(db_rebuild_t *rebuild, db_create_source_t *source) 
 bool _db_create_read_ntfs(db_rebuild_t *rebuild, db_create_source_t *source) {
     const db_index_volume_t *index = static_cast<const db_index_volume_t *>(source->index);
     db_source_t *wanted = source->wanted;
-    db_set_status(rebuild->db, db_create_texts.scanning_volume, index->path, index->guid);
+    _db_create_show(rebuild, db_create_texts.scanning_volume, index->path, index->guid);
     _db_create_sink_t sink = {rebuild, source, false, os_get_tick_count()};
     bool done = true;
     if (wanted->read) {

@@ -127,7 +127,7 @@ static bool _db_save_file(db_t *db, utf8_buf_t *error) {
             os_error_text(os_get_last_error(), reason, sizeof reason);
             utf8_buf_t system_name;
             utf8_buf_init(&system_name);
-            os_path_to_system(filename.data, static_cast<u32>(filename.length), &system_name);
+            os_path_to_user(filename.data, static_cast<u32>(filename.length), &system_name);
             utf8_buf_printf(error, "cannot save the database to %s: %s", system_name.data, reason);
             utf8_buf_kill(&system_name);
         }

@@ -32,17 +32,22 @@ static void _db_check_file_lists_proc(void *param) {
     db_check_file_lists(static_cast<db_t *>(param));
 }
 
-// Takes up the folders that are not watched. True when the system refuses one: then time must do.
+// Takes up the folders that are not watched. What changed in them until now is looked up. True when the
+// system refuses one: then time must do.
 static bool _db_watch_add_folders(_db_watch_t *watch) {
-    bool poll = false;
+    bool poll = false, is_new = false;
     for (u32 i = 0; i < watch->folder_count; i++) {
         _db_watch_folder_t *folder = &watch->folders[i];
         if (folder->handle != OS_CHANGE_NONE && os_change_set_is_lost(watch->set, folder->handle))
             folder->handle = OS_CHANGE_NONE;
-        if (folder->handle == OS_CHANGE_NONE)
+        if (folder->handle == OS_CHANGE_NONE) {
             folder->handle = os_change_set_add(watch->set, folder->path);
+            is_new |= folder->handle != OS_CHANGE_NONE;
+        }
         poll |= folder->handle == OS_CHANGE_NONE;
     }
+    if (is_new)
+        event_post(_db_check_file_lists_proc, watch->db);
     return poll;
 }
 
@@ -110,8 +115,6 @@ void _db_watch_start(db_t *db) {
     }
     db->keeper_state = watch;
     watch->thread = os_thread_create(_db_filelist_monitor_thread_proc, watch);
-    // What changed before the watch began.
-    event_post(_db_check_file_lists_proc, db);
 }
 
 void _db_watch_stop(db_t *db) {

@@ -49,7 +49,8 @@ db_source_t *db_wanted_add_folder(db_wanted_t *wanted, const char *path);
 void db_source_destroy(db_source_t *source);
 
 // The full name that a user means: joined to the current directory when it is relative, `.` and `..` and
-// repeated separators taken out, without a separator at its end but for a root's (`C:\`, `\`). Replaces the content of `out`.
+// repeated separators taken out, without a separator at its end but for a root's (`C:\`, `\`). Replaces the
+// content of `out`.
 void db_wanted_clean_path(const char *path, utf8_buf_t *out);
 
 } // namespace findwright

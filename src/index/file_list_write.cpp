@@ -58,14 +58,6 @@ static bool _file_list_make_relative(file_list_writer_t *writer, const char *nam
            utf8_is_equal(writer->resolved.data, static_cast<u32>(writer->resolved.length), name, length);
 }
 
-static void _file_list_make_full(file_list_writer_t *writer, const char *name, u32 length) {
-    const bool is_server = length > 1 && name[1] == '\\';
-    if (os_path_separator == '/' && name[0] == '\\' && !is_server)
-        os_path_to_system(name, length, &writer->name);
-    else
-        utf8_buf_copy_utf8(&writer->name, name, length);
-}
-
 void file_list_put(file_list_writer_t *writer, const char *name, u32 length, const db_file_info_t *info) {
     // A line end would make two rows of one, the second with a name of the first one's making.
     const bool fits = length != 0 && !std::memchr(name, '\n', length);
@@ -78,7 +70,7 @@ void file_list_put(file_list_writer_t *writer, const char *name, u32 length, con
         return;
     }
     if (!writer->relative || !_file_list_make_relative(writer, name, length))
-        _file_list_make_full(writer, name, length);
+        os_path_to_user(name, length, &writer->name);
     file_writer_put_csv(writer->file, writer->name.data, static_cast<u32>(writer->name.length));
     file_writer_put(writer->file, ',');
     if (info->size != VALUE_UNKNOWN)

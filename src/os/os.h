@@ -127,6 +127,9 @@ extern const char os_path_separator;
 // A path for the system's calls, and one of the system's for use inside. On Windows both are a plain copy.
 void os_path_to_system(const char *name, u32 length, utf8_buf_t *out);
 void os_path_from_system(const char *name, u32 length, utf8_buf_t *out);
+// A path as a user reads and writes it: that of the system where it is one of its own, which on POSIX begins
+// with a single `\`; a path of a volume or a list from elsewhere stays as it is.
+void os_path_to_user(const char *name, u32 length, utf8_buf_t *out);
 
 u32 os_get_last_error();
 void os_set_last_error(u32 error);

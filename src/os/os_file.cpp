@@ -77,4 +77,11 @@ bool os_make_folders_for(const char *name) {
     return made;
 }
 
+void os_path_to_user(const char *name, u32 length, utf8_buf_t *out) {
+    if (os_path_separator == '/' && length != 0 && name[0] == '\\' && (length == 1 || name[1] != '\\'))
+        os_path_to_system(name, length, out);
+    else
+        utf8_buf_copy_utf8(out, name, length);
+}
+
 } // namespace findwright
