@@ -1,5 +1,5 @@
 #!/bin/bash
-# Builds the console client and runs it: ./run.sh searches a sample volume, ./run.sh ARGUMENTS passes them to fw.
+# Builds the program and its console client, and runs the client: ./run.sh searches a sample volume, ./run.sh ARGUMENTS passes them to fw.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
@@ -9,7 +9,7 @@ tools/install_packages.sh build
 mkdir -p build
 log=build/run.log
 if ! { cmake --preset release -B build/run -DFINDWRIGHT_TESTS=OFF -DFINDWRIGHT_BENCH=OFF &&
-       cmake --build build/run --target fw; } >"$log" 2>&1; then
+       cmake --build build/run --target fw findwright; } >"$log" 2>&1; then
   cat "$log" >&2
   exit 1
 fi

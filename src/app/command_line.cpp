@@ -39,6 +39,7 @@ static constexpr char *command_line_t::*_command_line_texts[] = {
     &command_line_t::install_service_security_descriptor,
     &command_line_t::create_file_list_folder,
     &command_line_t::create_file_list_file,
+    &command_line_t::not_understood,
 };
 
 struct _command_line_parser_t {
@@ -467,15 +468,21 @@ static bool _command_line_parse_switch(_command_line_parser_t *parser) {
         if (*p == '_')
             *p = '-';
     }
+    char *copy = utf8_alloc_copy(name); // an argument takes the word's place
     bool turns_off;
-    const i32 index = command_line_find(name, &turns_off);
-    if (index < 0) {
-        debug_printf("unknown command line switch %s\n", name);
+    const i32 index = command_line_find(copy, &turns_off);
+    if (index >= 0) {
+        parser->out->given[index / 32] |= 1u << index % 32;
+        if (_command_line_apply(parser, &command_line_switches[index], turns_off)) {
+            mem_free(copy);
+            return true;
+        }
+    } else {
+        debug_printf("unknown command line switch %s\n", copy);
         parser->out->flags |= COMMAND_LINE_HELP;
-        return false;
     }
-    parser->out->given[index / 32] |= 1u << index % 32;
-    return _command_line_apply(parser, &command_line_switches[index], turns_off);
+    parser->out->not_understood = copy;
+    return false;
 }
 
 // --- The whole ---------------------------------------------------------------------------------------------

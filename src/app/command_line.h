@@ -123,7 +123,8 @@ struct command_line_t {
     command_line_volume_action_t *volume_actions; // in the order they were given
     u32 volume_action_count;
     char *create_file_list_folder, *create_file_list_file; // full paths
-    u32 given[(COMMAND_LINE_SWITCH_COUNT + 31) / 32];      // a bit for each row of the table
+    char *not_understood; // the switch that the parse stopped at, without hyphens in front
+    u32 given[(COMMAND_LINE_SWITCH_COUNT + 31) / 32]; // a bit for each row of the table
 };
 
 // Parses a terminated text. Relative paths are taken from `base`, by default (0) the current directory. The

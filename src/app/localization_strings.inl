@@ -131,4 +131,5 @@ LOCALIZATION_STRING(119, READY, "Ready: %u folders, %u files.")
 LOCALIZATION_STRING(120, INSTANCE_TIMED_OUT, "Another instance runs, and does not answer.")
 LOCALIZATION_STRING(121, FILE_LIST_WRITTEN, "%s: %I64u items.")
 LOCALIZATION_STRING(122, FILE_LIST_LEFT_OUT, "%I64u names were left out, which no list can hold.")
+LOCALIZATION_STRING(123, COMMAND_LINE_NOT_UNDERSTOOD, "The switch -%s is unknown, or lacks what must stand behind it.")
 // clang-format on

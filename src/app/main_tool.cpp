@@ -17,6 +17,14 @@ static void _main_show_help() {
     utf8_buf_kill(&text);
 }
 
+static void _main_show_not_understood(const char *name) {
+    utf8_buf_t message;
+    utf8_buf_init(&message);
+    utf8_buf_printf(&message, localization_get(LOCALIZATION_COMMAND_LINE_NOT_UNDERSTOOD), name);
+    os_show_message(message.data);
+    utf8_buf_kill(&message);
+}
+
 static bool _main_create_file_list(const command_line_t *line) {
     utf8_buf_t message;
     utf8_buf_init(&message);
@@ -69,6 +77,10 @@ bool _main_do_command_line_installs(const command_line_t *line, int *exit_code) 
     }
     if (line->flags & COMMAND_LINE_HELP) {
         _main_show_help();
+        if (line->not_understood) {
+            _main_show_not_understood(line->not_understood);
+            *exit_code = 1;
+        }
         return true;
     }
     if (line->create_file_list_file) {

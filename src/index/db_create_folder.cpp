@@ -37,7 +37,7 @@ struct _db_create_scan_t {
     u32 root_length;       // of the part of every path that the user named
     mem_ref_t root;
     u64 device; // of the root
-    db_create_store_t **stores;
+    db_create_store_t *stores[SCAN_THREADS_MAX];
 
     std::mutex lock;
     std::condition_variable changed; // there are folders again, or the end has come
@@ -236,18 +236,16 @@ static void _db_create_scan_run(_db_create_scan_t *scan, u32 threads) {
 }
 
 static void _db_create_scan_all(_db_create_scan_t *scan, const os_folder_entry_t *entry) {
-    db_create_store_t *stores[SCAN_THREADS_MAX];
     u32 threads = os_get_thread_count(SCAN_THREADS_MAX, 1);
     for (u32 i = 0; i < threads; i++) {
-        stores[i] = static_cast<db_create_store_t *>(mem_alloc(sizeof(db_create_store_t)));
-        _db_create_store_init(stores[i]);
+        scan->stores[i] = static_cast<db_create_store_t *>(mem_alloc(sizeof(db_create_store_t)));
+        _db_create_store_init(scan->stores[i]);
     }
-    scan->stores = stores;
     _db_create_scan_add_root(scan, entry);
     if (_db_create_scan_is_wanted(scan))
         _db_create_scan_run(scan, threads);
     for (u32 i = 0; i < threads; i++)
-        _db_create_take_store(scan->rebuild, stores[i]);
+        _db_create_take_store(scan->rebuild, scan->stores[i]);
 }
 
 bool _db_create_read_folder(db_rebuild_t *rebuild, db_create_source_t *source) {

@@ -572,7 +572,12 @@ TEST_F(Program, HelpAndSwitchesThatLackSomething) {
     EXPECT_TRUE(
         program_has(process->out(), "\n  -create-file-list <file> <folder>\n      write the contents"));
     EXPECT_TRUE(program_has(process->out(), "\n  -[no-]first-instance\n"));
-    EXPECT_EQ(process->out(), run({"--no-such-switch"}, 0)->out());
+    const std::string help = process->out();
+    for (const char *wrong : {"--no-such-switch", "-db"}) {
+        process = run({wrong}, 1);
+        EXPECT_EQ(process->out(), help);
+        EXPECT_TRUE(program_has(process->log(), "is unknown, or lacks what must stand behind it")) << wrong;
+    }
     process = run({"-search", "x", "-update"}, 1);
     EXPECT_EQ(process->log(), "-search: needs search windows, which this build does not have\n");
     process = run({"-install-service"}, 1);

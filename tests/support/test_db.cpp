@@ -63,8 +63,8 @@ static void _test_read(void *param, void *user_data, ntfs_record_proc_t *sink, n
 void test_add_volumes(db_wanted_t *wanted, const std::vector<test_volume_t> &volumes) {
     for (const test_volume_t &volume : volumes) {
         std::string guid = "test" + std::to_string(&volume - volumes.data());
-        db_source_t *source = db_wanted_add_volume(wanted, guid.c_str(), volume.path.c_str(), volume.root.c_str(),
-                                                   volume.include_only.c_str());
+        db_source_t *source = db_wanted_add_volume(wanted, guid.c_str(), volume.path.c_str(),
+                                                   volume.root.c_str(), volume.include_only.c_str());
         source->read = _test_read;
         source->read_param = const_cast<void *>(static_cast<const void *>(&volume));
     }
