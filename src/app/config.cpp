@@ -433,6 +433,7 @@ static u32 _write_file(const char *filename, const utf8_buf_t *text) {
     const platform_file_t file = os_create(filename);
     if (file == PLATFORM_FILE_NONE)
         return os_get_last_error();
+    os_make_private(filename);
     const u32 error = os_write(file, text->data, static_cast<u32>(text->length)) ? 0 : os_get_last_error();
     os_close(file);
     return error;

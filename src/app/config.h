@@ -179,8 +179,8 @@ enum config_folder_kind_t : u32 {
     CONFIG_FOLDER_STATE,      // of logs, and of what a process leaves while it runs
 };
 
-// Without a trailing separator. On Windows all but the first depend on app_data. False, and an empty text, when
-// the system does not say.
+// Without a trailing separator. On Windows all but the first depend on app_data. False, and an empty text,
+// when the system does not say.
 bool config_get_folder(config_folder_kind_t kind, utf8_buf_t *out);
 // Whether settings and data are this user's own, and not those beside the program.
 bool config_is_app_data();

@@ -126,10 +126,13 @@ LOCALIZATION_STRING(114, FINDING_EXCLUDED_FILES, "Finding excluded files...")
 LOCALIZATION_STRING(115, UNABLE_TO_OPEN_FILE_LIST, "Unable to open file list: %s")
 LOCALIZATION_STRING(116, FILE_NOT_FOUND, "%s not found.")
 LOCALIZATION_STRING(117, INVALID_FILE_LIST, "%s is not a valid file list.")
-LOCALIZATION_STRING(118, NO_SOURCES, "There is nothing to index yet. Name folders, file lists or volumes in %s, such as folders=/home")
+LOCALIZATION_STRING(
+    118, NO_SOURCES,
+    "There is nothing to index yet. Name folders, file lists or volumes in %s, such as folders=/home")
 LOCALIZATION_STRING(119, READY, "Ready: %u folders, %u files.")
 LOCALIZATION_STRING(120, INSTANCE_TIMED_OUT, "Another instance runs, and does not answer.")
 LOCALIZATION_STRING(121, FILE_LIST_WRITTEN, "%s: %I64u items.")
 LOCALIZATION_STRING(122, FILE_LIST_LEFT_OUT, "%I64u names were left out, which no list can hold.")
-LOCALIZATION_STRING(123, COMMAND_LINE_NOT_UNDERSTOOD, "The switch -%s is unknown, or lacks what must stand behind it.")
+LOCALIZATION_STRING(123, COMMAND_LINE_NOT_UNDERSTOOD,
+                    "The switch -%s is unknown, or lacks what must stand behind it.")
 // clang-format on

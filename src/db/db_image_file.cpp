@@ -15,6 +15,7 @@ bool db_image_save(db_t *db, const char *filename, bool compress) {
     bz2_stream_t *stream = compress ? bz2_write_open(temp.data) : bz2_write_open_plain(temp.data);
     bool saved = false;
     if (stream) {
+        os_make_private(temp.data);
         db_image_write(db, stream);
         saved = bz2_write_close(stream);
         u32 error = os_get_last_error(); // of the write, not of the clean-up

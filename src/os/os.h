@@ -107,8 +107,12 @@ void os_close(platform_file_t file);
 // are logged.
 bool os_move_replace(const char *from, const char *to, bool replace, bool is_folder);
 // Puts a finished file in the place of another: what `temp` holds is on the disk before it has the name
-// `target`, so that a crash leaves the old file or the new one. On POSIX the target's permissions are kept.
+// `target`, so that a crash leaves the old file or the new one. On POSIX the target's permissions are kept, and
+// a target that is a link to a file of the same file system stays one: the file that it leads to is replaced.
 bool os_replace_file(const char *temp, const char *target);
+// Keeps a file that was just made from other users: it may tell of their files, or hold passwords. On Windows
+// the folder's rights do.
+void os_make_private(const char *name);
 // The name to write a file under before os_replace_file: "%s.tmp".
 void os_get_temp_name(const char *name, utf8_buf_t *out);
 // Makes all folders above a file name. True when they are there in the end.

@@ -29,10 +29,16 @@ void os_get_temp_name(const char *name, utf8_buf_t *out) {
 }
 
 bool os_replace_file(const char *temp, const char *target) {
-    if (!os_flush_file(temp, target) || !os_move_replace(temp, target, true, false))
-        return false;
-    os_flush_folder_of(target);
-    return true;
+    utf8_buf_t real;
+    utf8_buf_init(&real);
+    os_follow_links(target, &real);
+    bool replaced = os_flush_file(temp, target) &&
+                    (os_move_replace(temp, real.data, true, false) ||
+                     (std::strcmp(real.data, target) != 0 && os_move_replace(temp, target, true, false)));
+    if (replaced)
+        os_flush_folder_of(real.data);
+    utf8_buf_kill(&real);
+    return replaced;
 }
 
 static bool _os_is_separator(char c) {

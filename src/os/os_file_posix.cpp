@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -142,6 +143,21 @@ bool os_flush_file(const char *temp, const char *target) {
     close(descriptor);
     errno = error;
     return flushed;
+}
+
+void os_follow_links(const char *name, utf8_buf_t *out) {
+    os_system_path_t path(name);
+    struct stat info;
+    char real[PATH_MAX];
+    if (lstat(path.text(), &info) == 0 && S_ISLNK(info.st_mode) && realpath(path.text(), real))
+        os_path_from_system(real, static_cast<u32>(std::strlen(real)), out);
+    else
+        utf8_buf_copy_string(out, name);
+}
+
+void os_make_private(const char *name) {
+    os_system_path_t path(name);
+    (void)!chmod(path.text(), S_IRUSR | S_IWUSR);
 }
 
 void os_flush_folder_of(const char *name) {

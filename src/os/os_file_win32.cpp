@@ -91,6 +91,12 @@ bool os_flush_file(const char *temp, const char *) {
 // The file system's journal orders the rename behind the flush.
 void os_flush_folder_of(const char *) {}
 
+void os_follow_links(const char *name, utf8_buf_t *out) {
+    utf8_buf_copy_string(out, name);
+}
+
+void os_make_private(const char *) {}
+
 // --- Names
 // ------------------------------------------------------------------------------------------------------
 

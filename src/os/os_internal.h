@@ -64,6 +64,8 @@ bool os_append(const char *name, const void *bytes, u32 size);
 bool os_flush_file(const char *temp, const char *target);
 // The same for the folder's entry of a file that was renamed, where the system does not do it by itself.
 void os_flush_folder_of(const char *name);
+// The file that a name leads to through links; on Windows, and where it leads nowhere, the name itself.
+void os_follow_links(const char *name, utf8_buf_t *out);
 
 // --- Time (os_time.cpp)
 // -----------------------------------------------------------------------------------------

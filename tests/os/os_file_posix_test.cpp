@@ -69,6 +69,23 @@ TEST(os_posix, replaced_file_keeps_its_permissions) {
     struct stat info;
     ASSERT_EQ(stat((folder.path / "f").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0600u);
+
+    // Through links, of which one that leads nowhere is replaced itself.
+    std::filesystem::create_directory(folder.path / "real");
+    write_file(folder / "real\\g", "old");
+    std::filesystem::create_symlink("real/g", folder.path / "g");
+    std::filesystem::create_symlink("nowhere/g", folder.path / "h");
+    for (const char *name : {"g", "h"}) {
+        const std::string target = folder / name, temp = target + ".tmp";
+        write_file(temp, "new");
+        os_make_private(temp.c_str());
+        EXPECT_TRUE(os_replace_file(temp.c_str(), target.c_str()));
+        EXPECT_EQ("new", read_file(target));
+        ASSERT_EQ(lstat((folder.path / name).c_str(), &info), 0);
+        EXPECT_EQ(name[0] == 'g', S_ISLNK(info.st_mode));
+    }
+    EXPECT_EQ("new", read_file(folder / "real\\g"));
+    EXPECT_EQ(info.st_mode & 07777, 0600u);
 }
 
 TEST(os_posix, dates_of_files) {
