@@ -33,12 +33,17 @@ void os_change_set_destroy(os_change_set_t *set) {
     mem_free(set);
 }
 
+static HANDLE _os_change_open(const char *folder) {
+    HANDLE handle = FindFirstChangeNotificationW(
+        os_wide_t(folder).text(), FALSE, FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_LAST_WRITE);
+    return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
+}
+
 u32 os_change_set_add(os_change_set_t *set, const char *folder) {
     if (set->count == OS_CHANGE_LIMIT)
         return OS_CHANGE_NONE;
-    HANDLE handle = FindFirstChangeNotificationW(
-        os_wide_t(folder).text(), FALSE, FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_LAST_WRITE);
-    if (handle == INVALID_HANDLE_VALUE || !handle)
+    HANDLE handle = _os_change_open(folder);
+    if (!handle)
         return OS_CHANGE_NONE;
     set->folders[set->count] = handle;
     size_t size = std::strlen(folder) + 1;
@@ -51,12 +56,12 @@ bool os_change_set_is_lost(const os_change_set_t *set, u32 handle) {
     return !set->folders[handle];
 }
 
-// A folder that is gone cannot be asked again, or (Wine) can but will never tell anything.
+// A new handle, opened by name, in place of the one that fired. A handle that is kept goes with a folder that
+// is moved, and holds on to one that is deleted: its name is taken until the last handle is closed. What
+// changes while there is no handle is seen all the same, for this wait is about to tell of a change.
 static void _os_change_rearm(os_change_set_t *set, u32 handle) {
-    if (FindNextChangeNotification(set->folders[handle]) && os_folder_exists(set->names[handle]))
-        return;
     FindCloseChangeNotification(set->folders[handle]);
-    set->folders[handle] = nullptr;
+    set->folders[handle] = _os_change_open(set->names[handle]);
 }
 
 // All that fired, so that a busy folder does not keep the others waiting.

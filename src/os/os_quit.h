@@ -8,7 +8,8 @@
 //            console closed, logoff, shutdown as the console tells --> request; the process lives until
 //                                                                      os_quit_unwatch, some 5 seconds at
 //                                                                      most
-//            WM_ENDSESSION to the hidden window                    --> finish
+//            WM_ENDSESSION to the hidden window                    --> finish, and request where the session
+//                                                                      goes on without the program
 //
 // A signal that the process was started with ignored stays so (nohup, a job in the background of a shell).
 #pragma once

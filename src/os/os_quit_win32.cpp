@@ -63,6 +63,8 @@ static LRESULT CALLBACK _os_quit_window_proc(HWND window, UINT message, WPARAM w
     case WM_ENDSESSION:
         if (wparam && _quit_is_watched)
             _quit.finish(_quit.param);
+        if (wparam && lparam & ENDSESSION_CLOSEAPP) // the session stays, the program is to end by itself
+            _os_quit_post();
         return 0;
     default: return DefWindowProcW(window, message, wparam, lparam);
     }
@@ -106,14 +108,15 @@ void os_quit_watch(os_quit_proc_t *request, os_quit_proc_t *finish, void *param)
 void os_quit_unwatch() {
     if (!_quit.request)
         return;
-    SetConsoleCtrlHandler(_os_quit_console_proc, FALSE);
     _os_quit_set_watched(false);
+    // First of all: the system holds its lock over the handlers while one of them waits.
+    os_event_set(_quit_done);
+    SetConsoleCtrlHandler(_os_quit_console_proc, FALSE);
     event_remove(_os_quit_request_proc, nullptr);
     if (_quit.window)
         DestroyWindow(_quit.window);
     UnregisterClassW(QUIT_CLASS, GetModuleHandleW(nullptr));
     _quit = {};
-    os_event_set(_quit_done);
 }
 
 } // namespace findwright

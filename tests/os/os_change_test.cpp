@@ -91,8 +91,11 @@ TEST(os_change, deleted_folder_is_lost_and_the_others_stay) {
     change_set_t changes;
     for (const char *name : {"one", "two"}) {
         ASSERT_TRUE(os_create_folder((folder / name).c_str()));
+        write_file(folder / name + "\\list", "x");
         changes.add(folder / name);
     }
+    // Not all systems tell that an empty folder goes; but what lay in it has to go first.
+    ASSERT_TRUE(os_delete_file((folder / "one\\list").c_str()));
     ASSERT_TRUE(os_delete_folder((folder / "one").c_str()));
     EXPECT_TRUE(changes.fires());
     EXPECT_TRUE(os_change_set_is_lost(changes.set, 0));
@@ -107,20 +110,41 @@ TEST(os_change, deleted_folder_is_lost_and_the_others_stay) {
     EXPECT_TRUE(changes.fires());
 }
 
-// Only there does the system tell of it.
-TEST(os_change, moved_folder_is_lost_on_posix) {
+// Only there does the system tell of it: elsewhere the watch goes with the folder, or keeps it from going.
+TEST(os_change, folder_that_leaves_without_a_change_in_it_is_lost_on_posix) {
     if (os_path_separator != '/')
         return;
     temp_folder_t folder;
     change_set_t changes;
-    ASSERT_TRUE(os_create_folder((folder / "one").c_str()));
+    for (const char *name : {"one", "empty"})
+        ASSERT_TRUE(os_create_folder((folder / name).c_str()));
     changes.add(folder / "one");
     changes.add(folder / "one"); // the same folder twice
+    changes.add(folder / "empty");
     ASSERT_TRUE(os_move_replace((folder / "one").c_str(), (folder / "two").c_str(), false, true));
     EXPECT_TRUE(changes.fires());
     EXPECT_TRUE(os_change_set_is_lost(changes.set, 0) && os_change_set_is_lost(changes.set, 1));
     write_file(folder / "two\\file", "x");
     EXPECT_EQ(changes.wait(QUIET), OS_CHANGE_TIMEOUT);
+    ASSERT_TRUE(os_delete_folder((folder / "empty").c_str()));
+    EXPECT_TRUE(changes.fires());
+    EXPECT_TRUE(os_change_set_is_lost(changes.set, 2));
+}
+
+// A list is written anew by a program that puts a new folder in the old one's place.
+TEST(os_change, new_folder_of_that_name_is_watched_after_a_change_in_the_old_one) {
+    temp_folder_t folder;
+    change_set_t changes;
+    ASSERT_TRUE(os_create_folder((folder / "one").c_str()));
+    u32 handle = changes.add(folder / "one");
+    write_file(folder / "one\\list", "x");
+    ASSERT_TRUE(os_move_replace((folder / "one").c_str(), (folder / "old").c_str(), false, true));
+    ASSERT_TRUE(os_create_folder((folder / "one").c_str()));
+    EXPECT_TRUE(changes.fires());
+    bool is_lost = os_change_set_is_lost(changes.set, handle);
+    EXPECT_TRUE(!is_lost || changes.add(folder / "one") != OS_CHANGE_NONE); // then it is taken up again
+    write_file(folder / "one\\list", "y");
+    EXPECT_TRUE(changes.fires());
 }
 
 struct waiter_t {
