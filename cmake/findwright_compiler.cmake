@@ -4,6 +4,8 @@ target_compile_options(findwright_flags INTERFACE
   -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict> -Werror
   # Text is char everywhere; as unsigned it compares as the bytes it is.
   -funsigned-char
+  # A file's name in the log, and in the program, is that of the source tree, not of the machine it was built on.
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
   -fno-strict-aliasing)
 if(FINDWRIGHT_SANITIZE)
   target_compile_options(findwright_flags INTERFACE

@@ -9,7 +9,6 @@ namespace findwright {
 
 static constexpr int BZ2_BLOCK_SIZE_100K = 9;
 static constexpr int BZ2_WORK_FACTOR = 30;
-static constexpr u32 BZ2_VINT_LONG = 255; // the byte before a vint of four bytes
 
 struct bz2_library_t {
     bz_stream state;
@@ -221,27 +220,6 @@ bool bz2_read_close(bz2_stream_t *stream) {
     const bool done = !stream->error;
     _bz2_close(stream);
     return done;
-}
-
-u32 bz2_read_u32(bz2_stream_t *stream) {
-    u8 bytes[4];
-    bz2_read(stream, bytes, sizeof(bytes));
-    return static_cast<u32>(bytes[0]) | static_cast<u32>(bytes[1]) << 8 | static_cast<u32>(bytes[2]) << 16 |
-           static_cast<u32>(bytes[3]) << 24;
-}
-
-u64 bz2_read_u64(bz2_stream_t *stream) {
-    u8 bytes[8];
-    bz2_read(stream, bytes, sizeof(bytes));
-    u64 value = 0;
-    for (int i = 7; i >= 0; i--)
-        value = value << 8 | bytes[i];
-    return value;
-}
-
-u32 bz2_read_vint(bz2_stream_t *stream) {
-    const u32 value = bz2_read_u8(stream);
-    return value == BZ2_VINT_LONG ? bz2_read_u32(stream) : value;
 }
 
 static char *_bz2_empty_string() {

@@ -22,6 +22,7 @@
 namespace findwright {
 
 inline constexpr u32 BZ2_BUFFER_SIZE = 65536;
+inline constexpr u32 BZ2_VINT_LONG = 255; // the byte in front of a vint's u32
 
 struct bz2_library_t; // the library's state
 
@@ -81,9 +82,20 @@ inline u8 bz2_read_u8(bz2_stream_t *stream) {
     bz2_read(stream, &value, sizeof(value));
     return value;
 }
-u32 bz2_read_u32(bz2_stream_t *stream);
-u64 bz2_read_u64(bz2_stream_t *stream);
-u32 bz2_read_vint(bz2_stream_t *stream);
+inline u32 bz2_read_u32(bz2_stream_t *stream) {
+    u8 bytes[4];
+    bz2_read(stream, bytes, sizeof(bytes));
+    return static_cast<u32>(bytes[0]) | static_cast<u32>(bytes[1]) << 8 | static_cast<u32>(bytes[2]) << 16 |
+           static_cast<u32>(bytes[3]) << 24;
+}
+inline u64 bz2_read_u64(bz2_stream_t *stream) {
+    const u64 low = bz2_read_u32(stream);
+    return low | static_cast<u64>(bz2_read_u32(stream)) << 32;
+}
+inline u32 bz2_read_vint(bz2_stream_t *stream) {
+    const u32 value = bz2_read_u8(stream);
+    return value == BZ2_VINT_LONG ? bz2_read_u32(stream) : value;
+}
 // A new terminated string, freed with mem_free; empty after an error. Memory is taken as the bytes come,
 // never more than twice what the stream has delivered, so a wrong length costs nothing.
 char *bz2_read_string(bz2_stream_t *stream);

@@ -7,7 +7,10 @@
 #include "db/db_folder.h"
 #include "db/db_image.h"
 #include "os/debug.h"
+#include "os/os_parallel.h"
 
+#include <atomic>
+#include <bit>
 #include <cstring>
 
 namespace findwright {
@@ -15,6 +18,9 @@ namespace findwright {
 static constexpr u32 IMAGE_FLAGS = 0x7F3F;      // those that a layout can have
 static constexpr u32 IMAGE_NAME_MAX = 1u << 20; // bytes of a name; a whole path can be one
 static constexpr u32 IMAGE_STEP = 16384;        // entries that a table grows by at first
+static constexpr u32 IMAGE_STEP_MAX = 1u << 24; // and that it begins with at most
+static constexpr u32 IMAGE_TABLES = DB_IMAGE_FOLDER_TABLES + DB_IMAGE_FILE_TABLES + 2;
+static constexpr u32 IMAGE_ITEMS_PER_THREAD = 65536;
 static constexpr u32 IMAGE_NO_INDEX = ~static_cast<u32>(0);
 
 // A table that grows by what has arrived.
@@ -30,6 +36,11 @@ struct _db_image_words_t {
     _db_image_words_t(const _db_image_words_t &) = delete;
     _db_image_words_t &operator=(const _db_image_words_t &) = delete;
 
+    // Room for a number that is told but not yet known to be true. Memory is taken by what is written.
+    void expect(u32 number) {
+        capacity = number < IMAGE_STEP ? IMAGE_STEP : number < IMAGE_STEP_MAX ? number : IMAGE_STEP_MAX;
+        words = static_cast<u32 *>(mem_alloc(static_cast<size_t>(capacity) * sizeof(u32)));
+    }
     void push(u32 word) {
         if (count == capacity) {
             capacity = capacity ? capacity * 2 : IMAGE_STEP;
@@ -44,6 +55,15 @@ struct _db_image_words_t {
     }
 };
 
+// A sort table on its way.
+struct _db_image_table_read_t {
+    array_t *array;
+    const _db_image_words_t *items;
+    const char *bad_ordinal; // the line for the log
+    u32 bad;
+    bool is_good;
+};
+
 struct _db_image_reader_t {
     db_t *db = nullptr;
     bz2_stream_t *stream = nullptr;
@@ -53,6 +73,10 @@ struct _db_image_reader_t {
     _db_image_words_t folders, files; // references, by ordinal
     db_index_t **indexes = nullptr;
     utf8_buf_t name;
+
+    _db_image_table_read_t tables[IMAGE_TABLES];
+    u32 table_count = 0;
+    std::atomic<u32> next_table = 0;
 };
 
 // --- The head ----------------------------------------------------------------------------------------------
@@ -211,6 +235,7 @@ static bool _db_image_read_name(_db_image_reader_t *reader, const char *bad_drop
 static bool _db_image_read_folders(_db_image_reader_t *reader) {
     db_t *db = reader->db;
     utf8_buf_empty(&reader->name);
+    reader->folders.expect(reader->folder_count);
     for (u32 i = 0; i < reader->folder_count; i++) {
         if (!_db_image_read_name(reader, "Invalid folder code offset %d > %d.\n"))
             return false;
@@ -234,6 +259,7 @@ static bool _db_image_read_folders(_db_image_reader_t *reader) {
 static bool _db_image_read_files(_db_image_reader_t *reader) {
     db_t *db = reader->db;
     utf8_buf_empty(&reader->name);
+    reader->files.expect(reader->file_count);
     for (u32 i = 0; i < reader->file_count; i++) {
         u32 parent;
         if (!_db_image_read_parent(reader, &parent) ||
@@ -260,28 +286,68 @@ static void _db_image_fill_array(array_t *array, const u32 *refs, u32 count) {
     }
 }
 
-// Reads `count` ordinals, each below that of `items` and none twice, into an array of what they stand for.
+// A sort table as it is in the file: an array whose values still are ordinals.
 static bool _db_image_read_table(_db_image_reader_t *reader, array_t *array, const _db_image_words_t *items,
                                  u32 count, const char *bad_ordinal) {
-    u8 *seen = static_cast<u8 *>(mem_alloc(static_cast<size_t>(items->count) + 1));
-    std::memset(seen, 0, items->count);
-    _db_image_words_t refs;
-    for (u32 i = 0; i < count; i++) {
-        u32 ordinal = bz2_read_u32(reader->stream);
-        if (reader->stream->error)
-            break;
-        if (ordinal >= items->count || seen[ordinal]) {
-            debug_printf(bad_ordinal, ordinal);
-            break;
+    if (count == 0)
+        return true;
+    array_bulk_create(array, count); // as many items have been read
+    for (u32 page = 0; page < array->page_count; page++) {
+        u32 *values = array_page_values(array->pages[page]);
+        bz2_read(reader->stream, values, array->pages[page]->item_count * static_cast<u32>(sizeof *values));
+        if constexpr (std::endian::native != std::endian::little) {
+            for (u32 i = 0; i < array->pages[page]->item_count; i++)
+                values[i] = __builtin_bswap32(values[i]);
         }
-        seen[ordinal] = 1;
-        refs.push(items->words[ordinal]);
+    }
+    reader->tables[reader->table_count++] = {array, items, bad_ordinal, 0, true};
+    return !reader->stream->error;
+}
+
+// Makes the ordinals of a table the items that they stand for. Each must be below the number of items, and
+// none may come twice. The items lie anywhere, so their places are asked of the memory ahead of their use.
+static void _db_image_translate(_db_image_table_read_t *table) {
+    constexpr u32 AHEAD = 24;
+    const u32 *items = table->items->words;
+    const u32 count = table->items->count;
+    const size_t seen_size = (static_cast<size_t>(count) + 63) / 64 * sizeof(u64);
+    u64 *seen = static_cast<u64 *>(std::memset(mem_alloc(seen_size), 0, seen_size));
+    for (u32 page = 0; page < table->array->page_count && table->is_good; page++) {
+        u32 *values = array_page_values(table->array->pages[page]);
+        const u32 size = table->array->pages[page]->item_count;
+        for (u32 i = 0; i < size; i++) {
+            if (i + AHEAD < size && values[i + AHEAD] < count)
+                __builtin_prefetch(&items[values[i + AHEAD]]);
+            const u32 ordinal = values[i];
+            const u64 bit = u64{1} << ordinal % 64;
+            if (ordinal >= count || seen[ordinal / 64] & bit) {
+                table->bad = ordinal;
+                table->is_good = false;
+                break;
+            }
+            seen[ordinal / 64] |= bit;
+            values[i] = items[ordinal];
+        }
     }
     mem_free(seen);
-    if (refs.count != count)
-        return false;
-    if (count != 0)
-        _db_image_fill_array(array, refs.words, count);
+}
+
+static void _db_image_translate_proc(void *param, u32, u32) {
+    _db_image_reader_t *reader = static_cast<_db_image_reader_t *>(param);
+    for (u32 i; (i = reader->next_table.fetch_add(1)) < reader->table_count;)
+        _db_image_translate(&reader->tables[i]);
+}
+
+// All tables that were read, on several threads. Where one is bad, those after it may still hold ordinals.
+static bool _db_image_translate_all(_db_image_reader_t *reader) {
+    os_parallel(os_get_thread_count(reader->files.count + reader->folders.count, IMAGE_ITEMS_PER_THREAD),
+                _db_image_translate_proc, reader);
+    for (u32 i = 0; i < reader->table_count; i++) {
+        if (!reader->tables[i].is_good) {
+            debug_printf(reader->tables[i].bad_ordinal, reader->tables[i].bad);
+            return false;
+        }
+    }
     return true;
 }
 
@@ -297,8 +363,10 @@ static bool _db_image_read_numbers(_db_image_reader_t *reader, array_t *array, d
         debug_printf("%u folders in a table of %u\n", count, expected);
         return false;
     }
-    if (!_db_image_read_table(reader, array, &reader->folders, count, "invalid folder index %u\n"))
-        return false;
+    return _db_image_read_table(reader, array, &reader->folders, count, "invalid folder index %u\n");
+}
+
+static bool _db_image_check_numbers(const array_t *array, db_index_type_t type) {
     u32 page = 0;
     i32 position = -1;
     while (u32 ref = array_next(array, &page, &position)) {
@@ -337,10 +405,13 @@ static bool _db_image_read_all(_db_image_reader_t *reader) {
         !_db_image_read_tables(reader, db_image_file_tables, DB_IMAGE_FILE_TABLES, &reader->files,
                                "invalid file index %u\n"))
         return false;
-    if (bz2_read_is_at_end(reader->stream))
-        return true;
-    debug_printf("bytes behind the last table\n");
-    return false;
+    if (!bz2_read_is_at_end(reader->stream)) {
+        debug_printf("bytes behind the last table\n");
+        return false;
+    }
+    return _db_image_translate_all(reader) &&
+           _db_image_check_numbers(&db->folder_frn_array, DB_INDEX_TYPE_NTFS) &&
+           _db_image_check_numbers(&db->folder_frn128_array, DB_INDEX_TYPE_REFS);
 }
 
 bool db_image_read(db_t *db, bz2_stream_t *stream) {
