@@ -372,26 +372,6 @@ bool bz2_write_close(bz2_stream_t *stream) {
     return done;
 }
 
-void bz2_write_u32(bz2_stream_t *stream, u32 value) {
-    const u8 bytes[4] = {static_cast<u8>(value), static_cast<u8>(value >> 8), static_cast<u8>(value >> 16),
-                         static_cast<u8>(value >> 24)};
-    bz2_write(stream, bytes, sizeof(bytes));
-}
-
-void bz2_write_u64(bz2_stream_t *stream, u64 value) {
-    bz2_write_u32(stream, static_cast<u32>(value));
-    bz2_write_u32(stream, static_cast<u32>(value >> 32));
-}
-
-void bz2_write_vint(bz2_stream_t *stream, u32 value) {
-    if (value < BZ2_VINT_LONG) {
-        bz2_write_u8(stream, static_cast<u8>(value));
-    } else {
-        bz2_write_u8(stream, BZ2_VINT_LONG);
-        bz2_write_u32(stream, value);
-    }
-}
-
 void bz2_write_string(bz2_stream_t *stream, const char *text) {
     const u32 length = text ? static_cast<u32>(std::strlen(text)) : 0;
     bz2_write_vint(stream, length);
