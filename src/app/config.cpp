@@ -356,6 +356,19 @@ bool config_load_default() {
     return done;
 }
 
+bool config_load_placed(const char *instance, const char *filename) {
+    config_set_place(instance, filename);
+    const bool loaded = config_load_default();
+    if ((instance && *instance) || !*instance_name)
+        return loaded;
+    utf8_buf_t path;
+    utf8_buf_init(&path);
+    config_get_path(false, &path);
+    config_set_place(instance_name, path.data);
+    utf8_buf_kill(&path);
+    return loaded;
+}
+
 // --- Writing -----------------------------------------------------------------------------------------------
 
 u32 config_line_length(const char *text) {

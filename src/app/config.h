@@ -188,6 +188,8 @@ bool config_is_app_data();
 // name has `%` and two hexadecimal digits in place of each byte that a file name cannot have.
 bool config_get_data_filename(config_folder_kind_t kind, const char *base, const char *extension,
                               utf8_buf_t *out);
+// Appends the name of an instance as it stands in file names.
+void config_cat_instance(utf8_buf_t *out, const char *instance);
 // What the command line says: the instance, and a settings file to use in place of the standard one. 0 or
 // empty: none. Before the settings are loaded.
 void config_set_place(const char *instance, const char *filename);
@@ -205,6 +207,9 @@ void config_path_to_text(utf8_buf_t *out, const char *path);
 // Loads the file that the program begins with: the command line's, or the standard one. False when there is
 // none.
 bool config_load_default();
+// The same after config_set_place(instance, filename). Without an instance there, the one that the settings
+// name is taken into the names of data files, while the settings stay where they are.
+bool config_load_placed(const char *instance, const char *filename);
 // Lays a file over the settings. `is_main`: where the file says so, the one in the application data is loaded
 // in its place. `with_run_as_admin`: run_as_admin is taken too. False when the file cannot be read or has no
 // section: then nothing has changed.

@@ -34,6 +34,15 @@ static bool _is_filename_byte(char c) {
     return c >= ' ' && !std::strchr("\"*/:<>?\\|", c);
 }
 
+void config_cat_instance(utf8_buf_t *out, const char *instance) {
+    for (; *instance; instance++) {
+        if (_is_filename_byte(*instance))
+            utf8_buf_cat_byte(out, *instance);
+        else
+            utf8_buf_cat_printf(out, "%%%02x", static_cast<u32>(*instance));
+    }
+}
+
 bool config_get_data_filename(config_folder_kind_t kind, const char *base, const char *extension,
                               utf8_buf_t *out) {
     if (!config_get_folder(kind, out))
@@ -42,12 +51,7 @@ bool config_get_data_filename(config_folder_kind_t kind, const char *base, const
     const char *instance = _instance ? _instance : "";
     if (*instance)
         utf8_buf_cat_byte(out, '-');
-    for (; *instance; instance++) {
-        if (_is_filename_byte(*instance))
-            utf8_buf_cat_byte(out, *instance);
-        else
-            utf8_buf_cat_printf(out, "%%%02x", static_cast<u32>(*instance));
-    }
+    config_cat_instance(out, instance);
     utf8_buf_cat_printf(out, ".%s", extension);
     return true;
 }

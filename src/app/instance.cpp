@@ -1,6 +1,7 @@
 // What both platforms share: the names of an instance's files, and the block of a hand-over.
 #include "app/instance.h"
 
+#include "app/config.h"
 #include "base/utf8.h"
 
 #include <cstring>
@@ -9,19 +10,11 @@ namespace findwright {
 
 u32 instance_peer_limit = 5000;
 
-static bool _instance_is_filename_byte(char c) {
-    return c >= ' ' && !std::strchr("\"*/:<>?\\|", c);
-}
-
 void instance_get_filename(utf8_buf_t *out, const char *name, const char *extension) {
     utf8_buf_copy_string(out, "findwright");
-    if (name && *name)
+    if (name && *name) {
         utf8_buf_cat_byte(out, '-');
-    for (; name && *name; name++) {
-        if (_instance_is_filename_byte(*name))
-            utf8_buf_cat_byte(out, *name);
-        else
-            utf8_buf_cat_printf(out, "%%%02x", static_cast<u32>(*name));
+        config_cat_instance(out, name);
     }
     utf8_buf_cat_printf(out, ".%s", extension);
 }

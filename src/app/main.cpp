@@ -150,20 +150,6 @@ static const char *_main_get_instance_name() {
     return given && *given ? given : instance_name;
 }
 
-// The settings know an instance too; it names the data's files, while the settings stay where they are.
-static void _main_load_settings() {
-    const command_line_t *line = _main.command_line;
-    config_set_place(line->instance, line->config);
-    config_load_default();
-    if ((line->instance && *line->instance) || !*instance_name)
-        return;
-    utf8_buf_t path;
-    utf8_buf_init(&path);
-    config_get_path(false, &path);
-    config_set_place(instance_name, path.data);
-    utf8_buf_kill(&path);
-}
-
 bool main_get_log_filename(utf8_buf_t *out) {
     if (!config_get_folder(CONFIG_FOLDER_STATE, out))
         return false;
@@ -217,13 +203,13 @@ static bool _main_become_instance() {
 // Everything up to the main loop. False: there is nothing more to do.
 static bool _main_start() {
     const command_line_t *line = _main.command_line;
-    _main_load_settings();
+    config_load_placed(line->instance, line->config);
     _main_start_log();
     debug_is_app_data = config_is_app_data();
     if (line->flags & COMMAND_LINE_CONSOLE)
         debug_console(true);
     if (debug_is_on()) // the settings lead to the log, which is to tell what is wrong in them
-        _main_load_settings();
+        config_load_placed(line->instance, line->config);
     debug_printf("load localization\n");
     localization_load(line->language ? line->language : static_cast<u32>(config_language));
     _main_set_verbose(line);

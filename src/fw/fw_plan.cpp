@@ -21,33 +21,14 @@ void fw_plan_kill(fw_plan_t *plan) {
 
 // --- Settings ----------------------------------------------------------------------------------------------
 
-// The settings may name an instance, which is part of the name of the database file.
-static void _fw_take_instance() {
-    if (!*instance_name)
-        return;
-    utf8_buf_t path;
-    utf8_buf_init(&path);
-    config_get_path(false, &path);
-    config_set_place(instance_name, path.data);
-    utf8_buf_kill(&path);
-}
-
-// Those of the user, who may have none.
-static void _fw_load_own_settings() {
-    config_load_default();
-    _fw_take_instance();
-}
-
 static std::string _fw_load_settings_file(const std::string &file) {
     std::string path = fw_path_from_user(file);
     platform_file_t opened = os_open_read(path.c_str(), false);
     if (opened == PLATFORM_FILE_NONE)
         return "cannot read the settings " + file + ": " + fw_system_error();
     os_close(opened);
-    config_set_place(nullptr, path.c_str());
-    if (!config_load_default())
+    if (!config_load_placed(nullptr, path.c_str()))
         return "cannot read the settings " + file + ": it has no section [Findwright]";
-    _fw_take_instance();
     return "";
 }
 
@@ -98,7 +79,7 @@ std::string fw_plan_make(fw_plan_t *plan, const fw_options_t *options) {
             return error;
         plan->has_search_settings = true;
     } else if (!is_given) {
-        _fw_load_own_settings();
+        config_load_placed(nullptr, nullptr); // the user may have none
     }
     if (!options->db.empty()) {
         plan->database = fw_path_from_user(options->db);

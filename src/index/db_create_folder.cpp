@@ -34,7 +34,7 @@ struct _db_create_scan_t {
     db_rebuild_t *rebuild;
     db_create_source_t *source;
     const char *root_path; // for the system
-    u32 root_length;       // of the part of every path that the user named
+    u32 root_length;       // bytes of every path that the user named
     mem_ref_t root;
     u64 device; // of the root
     db_create_store_t *stores[SCAN_THREADS_MAX];

@@ -5,7 +5,7 @@
 //
 // A link is an item and never a folder to enter: a scan that skips what `is_link` marks ends, and stays in
 // its tree. That a folder can be replaced by a link between its own listing and that of its parent is met by
-// `root_length`: links are followed in the part of a path that the user named, and refused behind it.
+// `root_length`: links are followed in what the user named of a path, and refused behind it.
 #pragma once
 
 #include "base/types.h"

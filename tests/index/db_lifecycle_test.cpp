@@ -244,7 +244,7 @@ TEST_F(DbLifecycle, AWatchedListIsReadWhenItChanges) {
         os_get_file_info(own.lists[1].c_str(), &after);
     } while (after.date_modified == before.date_modified);
     const u32 start = os_get_tick_count();
-    while (names(db)[0] == "b.txt" && names(db)[1] != "changed" && os_get_tick_count() - start < 20000000)
+    while (!(db_is_ready(db) && names(db)[1] == "changed") && os_get_tick_count() - start < 20000000)
         event_wait_and_dispatch(100);
     wait(db);
     EXPECT_EQ(names(db), (names_t{"b.txt", "changed", "file", "hidden.txt"}));
