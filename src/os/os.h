@@ -107,8 +107,9 @@ void os_close(platform_file_t file);
 // are logged.
 bool os_move_replace(const char *from, const char *to, bool replace, bool is_folder);
 // Puts a finished file in the place of another: what `temp` holds is on the disk before it has the name
-// `target`, so that a crash leaves the old file or the new one. On POSIX the target's permissions are kept, and
-// a target that is a link to a file of the same file system stays one: the file that it leads to is replaced.
+// `target`, so that a crash leaves the old file or the new one. On POSIX the target's permissions are kept,
+// and a target that is a link to a file of the same file system stays one: the file that it leads to is
+// replaced.
 bool os_replace_file(const char *temp, const char *target);
 // Keeps a file that was just made from other users: it may tell of their files, or hold passwords. On Windows
 // the folder's rights do.
