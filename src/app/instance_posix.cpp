@@ -5,6 +5,7 @@
 //         findwright[-NAME].socket    there while its holder listens; one without a lock is of a crash
 //
 // Files are reached through the opened folder, so that it stays the one that was looked at.
+#include "app/config.h"
 #include "app/instance.h"
 #include "base/mem.h"
 #include "os/debug.h"
@@ -119,13 +120,13 @@ static void _instance_make_folders(char *path) {
 }
 
 static bool _instance_open_state_folder() {
-    const char *state = std::getenv("XDG_STATE_HOME");
-    const char *home = std::getenv("HOME");
-    if (state && state[0] == '/') {
-        utf8_buf_printf(&_folder_path, "%s/findwright", state);
-    } else if (home && home[0] == '/') {
-        utf8_buf_printf(&_folder_path, "%s/.local/state/findwright", home);
-    } else {
+    utf8_buf_t folder;
+    utf8_buf_init(&folder);
+    const bool is_known = config_get_folder(CONFIG_FOLDER_STATE, &folder);
+    if (is_known)
+        os_path_to_system(folder.data, static_cast<u32>(folder.length), &_folder_path);
+    utf8_buf_kill(&folder);
+    if (!is_known) {
         errno = ENOENT;
         return false;
     }

@@ -98,6 +98,10 @@ static void _main_open_file_list(const char *filename) {
 static void _main_set_language(u32 language) {
     if (language == 0)
         return;
+    // A rebuild reads the texts that go away now.
+    db_wait(_main.db, "_main_set_language");
+    if (_main.file_list_db)
+        db_wait(_main.file_list_db, "_main_set_language");
     config_language = static_cast<i32>(language);
     localization_load(language);
     db_settings_use(os_show_message);
