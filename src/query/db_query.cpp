@@ -221,6 +221,7 @@ static void _db_query_compile(db_query_t *query, const db_query_params_t *params
         term->file_term->next = term->next ? term->next->file_term : nullptr;
         term->file_term->notnext = term->notnext ? term->notnext->file_term : nullptr;
     }
+    db_query_bind_terms(query);
     db_term_free_all(terms);
 }
 

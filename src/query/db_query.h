@@ -10,6 +10,7 @@
 #pragma once
 
 #include "db/db.h"
+#include "db/db_extended_info.h"
 #include "query/db_term.h"
 
 #include <atomic>
@@ -58,6 +59,9 @@ struct db_query_t : db_query_link_t {
     array_t file_results;
     db_exec_term_t *folder_terms, *folder_terms_tail;
     db_exec_term_t *file_terms, *file_terms_tail;
+    // What the terms need beyond the records.
+    bool needs_extended_information, needs_disk_information, has_type_term, has_content_term;
+    db_extended_info_t *extended_info; // made with the query
     // The last result read: an array (0 for none), the index in it, the value and the iterator there.
     struct {
         const array_t *array;

@@ -2,7 +2,7 @@
 #include "base/mem.h"
 #include "base/utf8.h"
 #include "os/os.h"
-#include "query/db_query.h"
+#include "query/db_query_internal.h"
 #include "query/db_regex.h"
 #include "query/db_search.h"
 
@@ -40,22 +40,43 @@ db_needle_t db_make_needle(utf8_mode_t mode, const char *text, u32 length) {
     return needle;
 }
 
-static db_exec_term_t *_db_exec_term_create(const db_term_t *term, u32 op, utf8_mode_t mode, const char *text,
-                                            u32 length) {
+db_exec_term_t *db_exec_term_create(const db_term_t *term, u32 op, utf8_mode_t mode, const char *text,
+                                    u32 length) {
     db_exec_term_t *exec = static_cast<db_exec_term_t *>(mem_alloc(sizeof(db_exec_term_t) + length));
     std::memset(exec, 0, sizeof *exec);
     exec->op = op;
     exec->is_filter = term->is_filter;
-    exec->test = db_op_get_test(op);
-    exec->scan = db_op_get_scan(op);
+    exec->text_test = db_op_get_text_test(op);
+    exec->mode = mode;
     exec->needle = db_make_needle(mode, text, length);
     exec->text_length = length;
     std::memcpy(exec->text, text, length);
     return exec;
 }
 
-static void _db_append_exec_terms(db_query_t *query, db_term_t *term, db_exec_term_t *folder,
-                                  db_exec_term_t *file) {
+db_exec_term_t *db_exec_term_create_constant(const db_term_t *term, bool value) {
+    return db_exec_term_create(term, value ? DB_OP_TRUE : DB_OP_FALSE, UTF8_MODE_EXACT, "", 0);
+}
+
+static void _db_exec_term_free(db_exec_term_t *term) {
+    if (term->owns_regex)
+        db_regex_free(term->regex);
+    if (term->data)
+        term->data->free(term->data);
+    mem_free(term);
+}
+
+static db_exec_term_t *_db_exclude_form(const db_term_t *term, db_exec_term_t *form, u32 excluding_flag) {
+    if (!(term->flags & excluding_flag))
+        return form;
+    _db_exec_term_free(form);
+    return db_exec_term_create_missing(term);
+}
+
+void db_query_append_terms(db_query_t *query, db_term_t *term, db_exec_term_t *folder, db_exec_term_t *file) {
+    // `!file:abc` keeps all folders.
+    folder = _db_exclude_form(term, folder, TERM_FILE_ONLY);
+    file = _db_exclude_form(term, file, TERM_FOLDER_ONLY);
     term->folder_term = folder;
     term->file_term = file;
     (query->folder_terms_tail ? query->folder_terms_tail->link : query->folder_terms) = folder;
@@ -64,60 +85,45 @@ static void _db_append_exec_terms(db_query_t *query, db_term_t *term, db_exec_te
     query->file_terms_tail = file;
 }
 
-// Both forms of a term with one op, but for those that its flags make constant: `!file:abc` keeps all
-// folders.
-static void _db_emit(db_query_t *query, db_term_t *term, u32 op, utf8_mode_t mode, const char *text,
-                     u32 length, void *regex) {
-    u32 constant = term->flags & TERM_NOT ? DB_OP_TRUE : DB_OP_FALSE;
-    db_exec_term_t *folder =
-        _db_exec_term_create(term, term->flags & TERM_FILE_ONLY ? constant : op, mode, text, length);
-    db_exec_term_t *file =
-        _db_exec_term_create(term, term->flags & TERM_FOLDER_ONLY ? constant : op, mode, text, length);
-    folder->regex = file->regex = regex;
-    file->owns_regex = regex != nullptr;
-    _db_append_exec_terms(query, term, folder, file);
-}
-
-static void _db_emit_constant(db_query_t *query, db_term_t *term, bool value) {
-    _db_emit(query, term, value ? DB_OP_TRUE : DB_OP_FALSE, UTF8_MODE_EXACT, "", 0, nullptr);
+void db_query_append_text_term(db_query_t *query, db_term_t *term, u32 op, utf8_mode_t mode, const char *text,
+                               u32 length) {
+    db_query_append_terms(query, term, db_exec_term_create(term, op, mode, text, length),
+                          db_exec_term_create(term, op, mode, text, length));
 }
 
 // --- Families ----------------------------------------------------------------------------------------------
 
-struct _db_family_t {
-    u32 base;       // by mode
-    u32 ascii_base; // fast ASCII
-    bool has_whole_word;
+// A text on its way to an op.
+struct _db_text_t {
+    u32 flags; // TERM_...
+    utf8_buf_t text;
+    // What it has become: an op, and a folded text or an expression.
+    u32 op;
+    utf8_mode_t mode;
+    void *regex;
 };
-static constexpr _db_family_t family_find = {DB_OP_FIND, DB_OP_FIND_ASCII, true};
-static constexpr _db_family_t family_equal = {DB_OP_EQUAL, DB_OP_EQUAL_ASCII, false};
-static constexpr _db_family_t family_wildcard_find = {DB_OP_WILDCARD_FIND, DB_OP_WILDCARD_FIND_ASCII, true};
-static constexpr _db_family_t family_wildcard = {DB_OP_WILDCARD, DB_OP_WILDCARD_ASCII, false};
-static constexpr _db_family_t family_starts_with = {DB_OP_STARTS_WITH, DB_OP_STARTS_WITH_ASCII, false};
-static constexpr _db_family_t family_ends_with = {DB_OP_ENDS_WITH, DB_OP_ENDS_WITH_ASCII, false};
 
 // Folds the text by the mode of the flags, and takes the family's op for them.
-static void _db_emit_family(db_query_t *query, db_term_t *term, const _db_family_t &family, const char *text,
-                            u32 length) {
-    u32 flags = term->flags;
+static void _db_take_family(_db_text_t *t, u32 family, u32 ascii_family) {
+    u32 flags = t->flags;
     bool match_case = flags & TERM_CASE, diacritics = flags & TERM_DIACRITICS;
-    utf8_mode_t mode = match_case ? (diacritics ? UTF8_MODE_EXACT : UTF8_MODE_KEEP_CASE)
-                                  : (diacritics ? UTF8_MODE_LOWER : UTF8_MODE_FOLD);
+    t->mode = db_term_get_mode(flags);
     utf8_buf_t folded;
     utf8_buf_init(&folded);
-    utf8_fold_pattern(mode, &folded, text, length);
-    u32 folded_length = static_cast<u32>(folded.length);
-    bool fast =
-        !match_case && diacritics && flags & TERM_FAST_ASCII && utf8_is_ascii(folded.data, folded_length);
+    utf8_fold_pattern(t->mode, &folded, t->text.data, static_cast<u32>(t->text.length));
+    utf8_buf_copy_utf8(&t->text, folded.data, folded.length);
+    utf8_buf_kill(&folded);
+    bool fast = !match_case && diacritics && flags & TERM_FAST_ASCII &&
+                utf8_is_ascii(t->text.data, static_cast<u32>(t->text.length));
     if (fast)
-        mode = UTF8_MODE_ASCII;
+        t->mode = UTF8_MODE_ASCII;
     u32 bit = 1;
-    u32 op = fast ? family.ascii_base : family.base;
+    u32 op = fast ? ascii_family : family;
     auto add = [&](bool is_set) {
         op += is_set ? bit : 0;
         bit *= 2;
     };
-    if (family.has_whole_word)
+    if (db_op_get_range(op)->bits & DB_OP_BIT_WORD)
         add(flags & TERM_WHOLE_WORD);
     if (!fast) {
         add(match_case);
@@ -125,8 +131,13 @@ static void _db_emit_family(db_query_t *query, db_term_t *term, const _db_family
     }
     add(flags & TERM_PATH);
     add(flags & TERM_NOT);
-    _db_emit(query, term, op, mode, folded.data, folded_length, nullptr);
-    utf8_buf_kill(&folded);
+    t->op = op;
+}
+
+static void _db_take_constant(_db_text_t *t, bool value) {
+    t->op = value ? DB_OP_TRUE : DB_OP_FALSE;
+    t->mode = UTF8_MODE_EXACT;
+    utf8_buf_empty(&t->text);
 }
 
 // --- Regular expressions -----------------------------------------------------------------------------------
@@ -147,120 +158,202 @@ static bool _db_is_drive(const char *text) {
     return _db_is_ascii_letter(text[0]) && text[1] == ':';
 }
 
-static void _db_compile_regex(db_query_t *query, db_term_t *term) {
-    if (term->length == 0) {
-        _db_emit_constant(query, term, !(term->flags & TERM_NOT));
+static void _db_take_regex(_db_text_t *t) {
+    if (t->text.length == 0) {
+        _db_take_constant(t, !(t->flags & TERM_NOT));
         return;
     }
-    if (match_path_when_search_contains_path_separator &&
-        (_db_is_drive(term->text) || std::strstr(term->text, "\\\\")))
-        term->flags |= TERM_PATH;
     utf8_buf_t literal;
     utf8_buf_init(&literal);
-    if (_db_regex_get_literal(&literal, term->text)) {
-        term->flags |= TERM_DIACRITICS;
-        term->flags &= ~(TERM_FAST_ASCII | TERM_WHOLE_WORD);
-        _db_emit_family(query, term, family_find, literal.data, static_cast<u32>(literal.length));
-    } else if (void *regex = db_regex_compile(term->text, term->length, !(term->flags & TERM_CASE))) {
-        u32 op = DB_OP_REGEX + (term->flags & TERM_PATH ? 1 : 0) + (term->flags & TERM_NOT ? 2 : 0);
-        _db_emit(query, term, op, UTF8_MODE_EXACT, "", 0, regex);
+    if (_db_regex_get_literal(&literal, t->text.data)) {
+        t->flags |= TERM_DIACRITICS;
+        t->flags &= ~(TERM_FAST_ASCII | TERM_WHOLE_WORD);
+        utf8_buf_copy_utf8(&t->text, literal.data, literal.length);
+        _db_take_family(t, DB_OP_FIND, DB_OP_FIND_ASCII);
+    } else if (void *regex = db_regex_compile(t->text.data, static_cast<u32>(t->text.length),
+                                              !(t->flags & TERM_CASE))) {
+        t->op = DB_OP_REGEX + (t->flags & TERM_PATH ? 1 : 0) + (t->flags & TERM_NOT ? 2 : 0);
+        t->mode = UTF8_MODE_EXACT;
+        t->regex = regex;
     } else {
-        _db_emit_constant(query, term, term->flags & TERM_NOT);
+        _db_take_constant(t, t->flags & TERM_NOT);
     }
     utf8_buf_kill(&literal);
 }
 
 // --- Plain texts and wildcards -----------------------------------------------------------------------------
 
-static void _db_cut_text(db_term_t *term, u32 front, u32 back) {
-    term->length -= front + back;
-    std::memmove(term->text, term->text + front, term->length);
-    term->text[term->length] = 0;
+static void _db_cut_text(_db_text_t *t, u32 front, u32 back) {
+    utf8_buf_t rest;
+    utf8_buf_init(&rest);
+    utf8_buf_copy_utf8(&rest, t->text.data + front, t->text.length - front - back);
+    utf8_buf_copy_utf8(&t->text, rest.data, rest.length);
+    utf8_buf_kill(&rest);
 }
 
-static bool _db_starts_with_star(const db_term_t *term) {
-    return term->length != 0 && term->text[0] == '*';
+static bool _db_starts_with_star(const _db_text_t *t) {
+    return t->text.length != 0 && t->text.data[0] == '*';
 }
-static bool _db_ends_with_star(const db_term_t *term) {
-    return term->length != 0 && term->text[term->length - 1] == '*';
+static bool _db_ends_with_star(const _db_text_t *t) {
+    return t->text.length != 0 && t->text.data[t->text.length - 1] == '*';
+}
+
+static void _db_set_length(_db_text_t *t, u32 length) {
+    t->text.length = length;
+    t->text.data[length] = 0;
 }
 
 // Wildcards that a plain search does as well, and much faster. Returns the number of those left.
-static u32 _db_simplify_wildcards(db_term_t *term) {
-    if (!(term->flags & TERM_WILDCARDS))
+static u32 _db_simplify_wildcards(_db_text_t *t) {
+    if (!(t->flags & TERM_WILDCARDS))
         return 0;
-    u32 count = utf8_wildcard_squeeze(term->text, &term->length);
-    term->text[term->length] = 0;
-    if (count == 1 && term->length == 1 && _db_starts_with_star(term)) {
-        _db_cut_text(term, 1, 0);
-        term->flags &= ~(TERM_WHOLE_WORD | TERM_WHOLE_NAME);
-        return 0;
-    }
-    if (count == 1 && !(term->flags & (TERM_WHOLE_NAME_WILDCARDS | TERM_WHOLE_WORD)) &&
-        (_db_starts_with_star(term) || _db_ends_with_star(term))) {
-        bool front = _db_starts_with_star(term);
-        _db_cut_text(term, front ? 1 : 0, front ? 0 : 1);
+    u32 length = static_cast<u32>(t->text.length);
+    u32 count = utf8_wildcard_squeeze(t->text.data, &length);
+    _db_set_length(t, length);
+    if (count == 1 && length == 1 && _db_starts_with_star(t)) {
+        _db_cut_text(t, 1, 0);
+        t->flags &= ~(TERM_WHOLE_WORD | TERM_WHOLE_NAME);
         return 0;
     }
-    if (utf8_wildcard_strip_stars(term->text, &term->length)) {
-        term->text[term->length] = 0;
-        term->flags &= ~(TERM_WHOLE_WORD | TERM_WHOLE_NAME);
+    if (count == 1 && !(t->flags & (TERM_WHOLE_NAME_WILDCARDS | TERM_WHOLE_WORD)) &&
+        (_db_starts_with_star(t) || _db_ends_with_star(t))) {
+        bool front = _db_starts_with_star(t);
+        _db_cut_text(t, front ? 1 : 0, front ? 0 : 1);
+        return 0;
+    }
+    if (utf8_wildcard_strip_stars(t->text.data, &length)) {
+        _db_set_length(t, length);
+        t->flags &= ~(TERM_WHOLE_WORD | TERM_WHOLE_NAME);
         return 0;
     }
     return count;
 }
 
-static bool _db_is_absolute(const db_term_t *term) {
-    return _db_is_drive(term->text) || std::strncmp(term->text, "\\\\", 2) == 0;
+// The op for a text whose wildcards are counted.
+static void _db_take_plain(_db_text_t *t, u32 count) {
+    u32 flags = t->flags;
+    if (count == 1 && flags & TERM_WHOLE_NAME_WILDCARDS && _db_starts_with_star(t)) {
+        _db_cut_text(t, 1, 0);
+        _db_take_family(t, DB_OP_ENDS_WITH, DB_OP_ENDS_WITH_ASCII);
+    } else if (count == 1 && flags & TERM_WHOLE_NAME_WILDCARDS && _db_ends_with_star(t)) {
+        _db_cut_text(t, 0, 1);
+        _db_take_family(t, DB_OP_STARTS_WITH, DB_OP_STARTS_WITH_ASCII);
+    } else if (count != 0 && flags & TERM_WHOLE_NAME_WILDCARDS) {
+        _db_take_family(t, DB_OP_WILDCARD, DB_OP_WILDCARD_ASCII);
+    } else if (count != 0) {
+        _db_take_family(t, DB_OP_WILDCARD_FIND, DB_OP_WILDCARD_FIND_ASCII);
+    } else if (t->text.length == 0) {
+        // Every name holds the empty text, and no name is it.
+        _db_take_constant(t, !(flags & TERM_WHOLE_NAME) == !(flags & TERM_NOT));
+    } else if (flags & TERM_WHOLE_NAME) {
+        _db_take_family(t, DB_OP_EQUAL, DB_OP_EQUAL_ASCII);
+    } else {
+        _db_take_family(t, DB_OP_FIND, DB_OP_FIND_ASCII);
+    }
 }
 
-static void _db_prepare_path(db_term_t *term) {
+static bool _db_is_absolute(const char *text) {
+    return _db_is_drive(text) || std::strncmp(text, "\\\\", 2) == 0;
+}
+
+static void _db_prepare_path(_db_text_t *t) {
     if (convert_forward_slash_to_backslash) {
-        for (u32 i = 0; i < term->length; i++) {
-            if (term->text[i] == '/')
-                term->text[i] = '\\';
+        for (i32 i = 0; i < t->text.length; i++) {
+            if (t->text.data[i] == '/')
+                t->text.data[i] = '\\';
         }
     }
     if (match_path_when_search_contains_path_separator &&
-        (_db_is_absolute(term) || std::strchr(term->text, '\\')))
-        term->flags |= TERM_PATH;
+        (_db_is_absolute(t->text.data) || std::strchr(t->text.data, '\\')))
+        t->flags |= TERM_PATH;
+}
+
+static void _db_text_init(_db_text_t *t, u32 flags, const char *text, u32 length) {
+    t->flags = flags;
+    t->op = DB_OP_FALSE;
+    t->mode = UTF8_MODE_EXACT;
+    t->regex = nullptr;
+    utf8_buf_init(&t->text);
+    utf8_buf_copy_utf8(&t->text, text, length);
+}
+
+// --- Terms -------------------------------------------------------------------------------------------------
+
+db_exec_term_t *db_exec_term_create_matcher(const db_term_t *term, u32 op, const char *text) {
+    _db_text_t t;
+    _db_text_init(&t, term->flags & ~(TERM_NOT | TERM_PATH), text, utf8_length(text));
+    if (t.flags & TERM_REGEX)
+        _db_take_regex(&t);
+    else
+        _db_take_plain(&t, _db_simplify_wildcards(&t));
+    db_exec_term_t *exec =
+        db_exec_term_create(term, op, t.mode, t.text.data, static_cast<u32>(t.text.length));
+    exec->matcher_op = t.op;
+    exec->text_test = db_op_get_text_test(t.op);
+    exec->regex = t.regex;
+    exec->owns_regex = t.regex != nullptr;
+    utf8_buf_kill(&t.text);
+    return exec;
+}
+
+static void _db_append_text(db_query_t *query, db_term_t *term, const _db_text_t *t) {
+    u32 length = static_cast<u32>(t->text.length);
+    db_exec_term_t *folder = db_exec_term_create(term, t->op, t->mode, t->text.data, length);
+    db_exec_term_t *file = db_exec_term_create(term, t->op, t->mode, t->text.data, length);
+    if (t->regex) {
+        folder->regex = file->regex = t->regex;
+        // A form that the flags exclude is freed when it is appended: the other one owns the expression.
+        (term->flags & TERM_FOLDER_ONLY ? folder : file)->owns_regex = true;
+    }
+    db_query_append_terms(query, term, folder, file);
+}
+
+static void _db_compile_text(db_query_t *query, db_term_t *term, _db_text_t *t) {
+    u32 count = _db_simplify_wildcards(t);
+    _db_prepare_path(t);
+    bool is_path = t->flags & TERM_PATH && !(t->flags & (TERM_WHOLE_WORD | TERM_WHOLE_NAME));
+    if (count == 0 && is_path && _db_is_absolute(t->text.data))
+        _db_take_family(t, DB_OP_STARTS_WITH, DB_OP_STARTS_WITH_ASCII);
+    else
+        _db_take_plain(t, count);
+    _db_append_text(query, term, t);
 }
 
 void db_term_compile(db_query_t *query, db_term_t *term) {
-    if (term->flags & TERM_REGEX) {
-        _db_compile_regex(query, term);
+    if (term->flags & TERM_FUNCTION_SYNTAX && db_term_compile_function(query, term))
         return;
-    }
-    u32 count = _db_simplify_wildcards(term);
-    _db_prepare_path(term);
-    u32 flags = term->flags;
-    const char *text = term->text;
-    if (count == 0 && flags & TERM_PATH && !(flags & (TERM_WHOLE_WORD | TERM_WHOLE_NAME)) &&
-        _db_is_absolute(term)) {
-        _db_emit_family(query, term, family_starts_with, text, term->length);
-    } else if (count == 1 && flags & TERM_WHOLE_NAME_WILDCARDS && _db_starts_with_star(term)) {
-        _db_emit_family(query, term, family_ends_with, text + 1, term->length - 1);
-    } else if (count == 1 && flags & TERM_WHOLE_NAME_WILDCARDS && _db_ends_with_star(term)) {
-        _db_emit_family(query, term, family_starts_with, text, term->length - 1);
-    } else if (count != 0) {
-        _db_emit_family(query, term,
-                        flags & TERM_WHOLE_NAME_WILDCARDS ? family_wildcard : family_wildcard_find, text,
-                        term->length);
-    } else if (term->length == 0) {
-        // Every name holds the empty text, and no name is it.
-        _db_emit_constant(query, term, !(flags & TERM_WHOLE_NAME) == !(flags & TERM_NOT));
+    _db_text_t t;
+    _db_text_init(&t, term->flags, term->text, term->length);
+    if (t.flags & TERM_REGEX) {
+        if (match_path_when_search_contains_path_separator &&
+            (_db_is_drive(term->text) || std::strstr(term->text, "\\\\")))
+            t.flags |= TERM_PATH;
+        _db_take_regex(&t);
+        _db_append_text(query, term, &t);
     } else {
-        _db_emit_family(query, term, flags & TERM_WHOLE_NAME ? family_equal : family_find, text,
-                        term->length);
+        _db_compile_text(query, term, &t);
     }
+    utf8_buf_kill(&t.text);
+}
+
+static void _db_bind_list(db_exec_term_t *terms, bool is_folder) {
+    db_op_pass_t pass = {is_folder, terms && !terms->link};
+    for (db_exec_term_t *term = terms; term; term = term->link) {
+        db_op_functions_t functions = db_op_get_functions(term->op, pass);
+        term->test = functions.test;
+        term->scan = functions.scan;
+    }
+}
+
+void db_query_bind_terms(db_query_t *query) {
+    _db_bind_list(query->folder_terms, true);
+    _db_bind_list(query->file_terms, false);
 }
 
 static void _db_free_exec_terms(db_exec_term_t *term) {
     while (term) {
         db_exec_term_t *link = term->link;
-        if (term->owns_regex)
-            db_regex_free(term->regex);
-        mem_free(term);
+        _db_exec_term_free(term);
         term = link;
     }
 }
@@ -270,6 +363,8 @@ void db_query_free_terms(db_query_t *query) {
     _db_free_exec_terms(query->file_terms);
     query->folder_terms = query->folder_terms_tail = nullptr;
     query->file_terms = query->file_terms_tail = nullptr;
+    query->needs_extended_information = query->needs_disk_information = false;
+    query->has_type_term = query->has_content_term = false;
 }
 
 } // namespace findwright

@@ -106,6 +106,7 @@ static void _db_scan_proc(void *param, u32 part, u32 parts) {
     db_scan_t *scan = &pass->scans[part];
     u64 pages = pass->scan_array->page_count;
     scan->query = pass->query;
+    scan->db = pass->query->db;
     scan->scan_array = pass->scan_array;
     scan->first_term = pass->first_term;
     scan->first_page = static_cast<u32>(pages * part / parts);
@@ -121,8 +122,13 @@ static void _db_scan_proc(void *param, u32 part, u32 parts) {
 
 // --- A pass ------------------------------------------------------------------------------------------------
 
-static void _db_search_pass(db_query_t *query, const array_t *scan_array, const db_exec_term_t *first_term,
-                            array_t *results) {
+void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder) {
+    for (db_exec_term_t *term = terms; term && !query->cancel_search; term = term->link)
+        db_search_prepare_function(query, term, is_folder);
+}
+
+static void _db_search_pass(db_query_t *query, const array_t *scan_array, db_exec_term_t *first_term,
+                            bool is_folder, array_t *results) {
     array_clear(results);
     if (!first_term || scan_array->count == 0)
         return;
@@ -130,7 +136,10 @@ static void _db_search_pass(db_query_t *query, const array_t *scan_array, const 
         array_copy(results, scan_array); // everything, with no scan at all
         return;
     }
+    db_search_prepare(query, first_term, is_folder);
     u32 threads = os_get_thread_count(static_cast<u64>(scan_array->page_count) << PAGE_SHIFT, THREAD_BYTES);
+    if (query->has_content_term && !is_folder)
+        threads = 1; // what is slow is the disk
     _db_pass_t pass = {query, scan_array, first_term,
                        static_cast<db_scan_t *>(mem_alloc(threads * sizeof(db_scan_t)))};
     os_parallel(threads, _db_scan_proc, &pass);
@@ -143,14 +152,14 @@ static void _db_search_pass(db_query_t *query, const array_t *scan_array, const 
 
 void db_search_folders(db_query_t *query, const array_t *scan_array) {
     u32 start = os_get_tick_count();
-    _db_search_pass(query, scan_array, query->folder_terms, &query->folder_results);
+    _db_search_pass(query, scan_array, query->folder_terms, true, &query->folder_results);
     debug_printf("found %d folders, size %d, db search time taken: %f seconds\n", query->folder_results.count,
                  static_cast<u32>(array_memory_size(&query->folder_results)), os_get_tick_count() - start);
 }
 
 void db_search_files(db_query_t *query, const array_t *scan_array) {
     u32 start = os_get_tick_count();
-    _db_search_pass(query, scan_array, query->file_terms, &query->file_results);
+    _db_search_pass(query, scan_array, query->file_terms, false, &query->file_results);
     debug_printf("found %d files, size %d, db search time taken: %f seconds\n", query->file_results.count,
                  static_cast<u32>(array_memory_size(&query->file_results)), os_get_tick_count() - start);
 }

@@ -18,6 +18,7 @@ db_needle_t db_make_needle(utf8_mode_t mode, const char *text, u32 length);
 // What one thread of a pass works with.
 struct db_scan_t {
     db_query_t *query;
+    const db_t *db;
     const array_t *scan_array;
     const db_exec_term_t *first_term;
     u32 first_page, end_page;
@@ -25,6 +26,29 @@ struct db_scan_t {
     utf8_buf_t path;
     void *regex_match; // made when the pass has a regular expression
 };
+
+// The functions of an op for one of the two passes. Some ops answer otherwise in a chain than alone; those
+// that a pass does not know are the constant that the pass has for them.
+struct db_op_functions_t {
+    db_item_test_t *test;
+    db_page_scan_t *scan;
+};
+struct db_op_pass_t {
+    bool is_folder; // the folder pass
+    bool is_single; // the pass has one term
+};
+db_op_functions_t db_op_get_functions(u32 op, db_op_pass_t pass);
+// Those of the families that test no text of names and paths (db_search_function.cpp); 0 in both for others.
+db_op_functions_t db_op_get_function_functions(u32 op, db_op_pass_t pass);
+// A scan for any test.
+u32 db_scan_by_test(db_scan_t *scan, const db_exec_term_t *term, const u32 *values, u32 count, u32 *out);
+// How a family that tests texts does so; 0 for others.
+db_text_test_t *db_op_get_text_test(u32 op);
+
+// Before the threads of a pass start: fills what terms of the pass need to know of all items.
+void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder);
+// The part of it for functions (db_search_function_prepare.cpp).
+void db_search_prepare_function(db_query_t *query, db_exec_term_t *term, bool is_folder);
 
 // The scans of a plain substring over the names of one page, by mode and instruction set: the reason why a
 // search takes milliseconds. A scan's `term->needle` is set. Results as of db_page_scan_t, not negated. They

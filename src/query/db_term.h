@@ -11,7 +11,7 @@
 // while a search is compiled; executable terms belong to the query until its next search.
 #pragma once
 
-#include "base/types.h"
+#include "query/db_op.h"
 
 namespace findwright {
 
@@ -74,28 +74,6 @@ void db_term_free_all(db_term_t *first);
 
 // --- Executable terms --------------------------------------------------------------------------------------
 
-// Op codes. A family's op is its base plus the addends of its flags, in the order given.
-enum db_op_t : u32 {
-    DB_OP_TRUE = 0,
-    DB_OP_FALSE = 1,
-    DB_OP_FIND = 2,                 // whole word 1, case 2, diacritics 4, path 8, not 16
-    DB_OP_FIND_ASCII = 34,          // whole word 1, path 2, not 4
-    DB_OP_EQUAL = 42,               // case 1, diacritics 2, path 4, not 8
-    DB_OP_EQUAL_ASCII = 58,         // path 1, not 2
-    DB_OP_WILDCARD_FIND = 62,       // as FIND
-    DB_OP_WILDCARD_FIND_ASCII = 94, // as FIND_ASCII
-    DB_OP_WILDCARD = 102,           // as EQUAL
-    DB_OP_WILDCARD_ASCII = 118,     // as EQUAL_ASCII
-    DB_OP_STARTS_WITH = 122,        // as EQUAL
-    DB_OP_STARTS_WITH_ASCII = 138,  // as EQUAL_ASCII
-    DB_OP_ENDS_WITH = 142,          // as EQUAL
-    DB_OP_ENDS_WITH_ASCII = 158,    // as EQUAL_ASCII
-    DB_OP_ENDS_WITH_END = 162,
-    DB_OP_REGEX = 226, // path 1, not 2
-    DB_OP_REGEX_END = 230,
-    DB_OP_COUNT = 366,
-};
-
 // A term's text as the vector scan looks for it: its first and last byte, each with the bit that is set in a
 // name byte before it is compared (0x20 where the letter's case does not matter).
 struct db_needle_t {
@@ -110,6 +88,21 @@ struct db_needle_t {
 using db_item_test_t = bool(db_scan_t *scan, const db_exec_term_t *term, const db_item_t *item);
 using db_page_scan_t = u32(db_scan_t *scan, const db_exec_term_t *term, const u32 *values, u32 count,
                            u32 *out);
+// Tests a text by the term's own text or regular expression, not negated. `regex_match` is the block of the
+// calling thread (db_regex_match_create), for terms with an expression.
+using db_text_test_t = bool(const db_exec_term_t *term, void *regex_match, const char *text, u32 length);
+
+// What an executable term has beyond its text, by its op's family. Owned by the term; the file and the folder
+// form of a term each have their own.
+//   EXTENSION, EXTENSION_OR_NONE     db_extensions_t
+//   ANCHORS..., ANCHOR_...           db_anchors_t
+//   PARENT, PARENTS_SEVERAL          db_anchors_t, the folders in `inner`
+//   EMPTY, CHILD..., DUPE_...        db_item_set_t: the items that the test is true for
+//   FILE_LIST                        db_file_list_names_t
+//   COMPONENT_..., FIND on paths     db_item_set_t: the folders at or below which the test is true
+struct db_term_data_t {
+    void (*free)(db_term_data_t *data); // frees the block
+};
 
 struct db_exec_term_t {
     db_exec_term_t *link;
@@ -117,10 +110,24 @@ struct db_exec_term_t {
     db_exec_term_t *notnext;
     u32 op;
     u32 is_filter;
-    db_item_test_t *test;
+    db_item_test_t *test; // these two are set when all terms of the search are known
     db_page_scan_t *scan;
+    db_text_test_t *text_test; // of a term that tests texts: names, paths, types, contents, children
+    u32 matcher_op;            // of a function that tests texts: the op that its text became
+    utf8_mode_t mode;          // how it compares them
+    u64 word;                  // what the word of a name that matches holds (db/db_word.h); 0: anything
     void *regex; // compiled, shared by the term's two executable forms; owned by the one with owns_regex
     bool owns_regex;
+    union {
+        struct {
+            u64 low, high; // a closed range: sizes, file times
+        } range;
+        struct {
+            i32 low, high; // a closed range: counts
+        } count;
+        u32 mask; // attributes that must be set
+    };
+    db_term_data_t *data; // or 0
     db_needle_t needle;
     u32 text_length;
     char text[1]; // folded, unterminated
@@ -128,10 +135,8 @@ struct db_exec_term_t {
 
 // Makes the two executable terms of a source term and appends them to the query's lists.
 void db_term_compile(db_query_t *query, db_term_t *term);
+// When all terms are linked: gives each its functions, which depend on whether it is alone.
+void db_query_bind_terms(db_query_t *query);
 void db_query_free_terms(db_query_t *query);
-
-// The two functions of an op, for folders and files alike; ops outside the table never match.
-db_item_test_t *db_op_get_test(u32 op);
-db_page_scan_t *db_op_get_scan(u32 op);
 
 } // namespace findwright

@@ -1,0 +1,37 @@
+#include "query/db_item_set.h"
+
+#include "base/mem.h"
+
+#include <cstring>
+
+namespace findwright {
+
+// The references of a set begin at a multiple of what one word of bits stands for.
+static constexpr mem_ref_t SET_WORD = 128;
+
+db_item_set_t *db_item_set_create(const array_t *items) {
+    db_item_set_t *set = static_cast<db_item_set_t *>(mem_alloc(sizeof *set));
+    mem_ref_t first = ~static_cast<mem_ref_t>(0), last = 0;
+    for (u32 page = 0; page < items->page_count; page++) {
+        const u32 *values = array_page_values(items->pages[page]);
+        for (u32 i = 0; i < items->pages[page]->item_count; i++) {
+            first = values[i] < first ? values[i] : first;
+            last = values[i] > last ? values[i] : last;
+        }
+    }
+    set->free = db_item_set_free;
+    set->first = items->count != 0 ? first / SET_WORD * SET_WORD : 0;
+    set->end = items->count != 0 ? last + 1 : 0;
+    size_t size = (static_cast<size_t>(set->end - set->first) / SET_WORD + 1) * sizeof(u64);
+    set->bits = static_cast<u64 *>(mem_alloc(size));
+    std::memset(set->bits, 0, size);
+    return set;
+}
+
+void db_item_set_free(db_term_data_t *data) {
+    db_item_set_t *set = static_cast<db_item_set_t *>(data);
+    mem_free(set->bits);
+    mem_free(set);
+}
+
+} // namespace findwright

@@ -1,0 +1,41 @@
+// A set of items of one database, as a bitmap over the arena: what a pass has to know of all items before it
+// can decide on one (folders without children, duplicates, folders whose path matches).
+//
+// Records begin at multiples of 4 and are at least 8 bytes long, so that one bit serves 8 bytes of the arena.
+//
+// Owner: an executable term, or the pass that fills it. Filled by one thread, or by several that add items
+// with db_item_set_add_shared; read by any number afterwards.
+#pragma once
+
+#include "base/array.h"
+#include "db/db_item.h"
+#include "query/db_term.h"
+
+namespace findwright {
+
+struct db_item_set_t : db_term_data_t {
+    mem_ref_t first; // a multiple of 128: the reference of the first bit
+    mem_ref_t end;   // references from here on are in no set
+    u64 *bits;
+};
+
+// An empty set for the items of an array.
+db_item_set_t *db_item_set_create(const array_t *items);
+void db_item_set_free(db_term_data_t *set);
+
+inline bool db_item_set_has(const db_item_set_t *set, mem_ref_t item) {
+    if (item < set->first || item >= set->end)
+        return false;
+    u32 bit = (item - set->first) / 2;
+    return set->bits[bit / 64] >> bit % 64 & 1;
+}
+inline void db_item_set_add(db_item_set_t *set, mem_ref_t item) {
+    u32 bit = (item - set->first) / 2;
+    set->bits[bit / 64] |= static_cast<u64>(1) << bit % 64;
+}
+inline void db_item_set_add_shared(db_item_set_t *set, mem_ref_t item) {
+    u32 bit = (item - set->first) / 2;
+    __atomic_fetch_or(&set->bits[bit / 64], static_cast<u64>(1) << bit % 64, __ATOMIC_RELAXED);
+}
+
+} // namespace findwright

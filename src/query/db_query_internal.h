@@ -1,0 +1,77 @@
+// What the compiler of terms shares between its files: how executable terms are made and appended.
+#pragma once
+
+#include "query/db_query.h"
+
+namespace findwright {
+
+// A term with a text (folded, 0 bytes for none) and nothing else set. `mode` is the one that it was folded
+// by.
+db_exec_term_t *db_exec_term_create(const db_term_t *term, u32 op, utf8_mode_t mode, const char *text,
+                                    u32 length);
+// A term of a function's op that tests texts as the source term would test names: plain, with wildcards or as
+// a regular expression, by its flags. The text is that of the source term from `text` on. A regular
+// expression that cannot be compiled gives a term whose test is always false. Not negated: the op is.
+db_exec_term_t *db_exec_term_create_matcher(const db_term_t *term, u32 op, const char *text);
+db_exec_term_t *db_exec_term_create_constant(const db_term_t *term, bool value);
+
+// Appends the two forms of a term to the query's lists. The form that the term's flags exclude is freed and
+// replaced by the constant: false, or true when the term is negated.
+void db_query_append_terms(db_query_t *query, db_term_t *term, db_exec_term_t *folder, db_exec_term_t *file);
+// A side that does not have a function is the constant false there, so its negation is true.
+inline db_exec_term_t *db_exec_term_create_missing(const db_term_t *term) {
+    return db_exec_term_create_constant(term, term->flags & TERM_NOT);
+}
+// Both forms with the same op and text.
+void db_query_append_text_term(db_query_t *query, db_term_t *term, u32 op, utf8_mode_t mode, const char *text,
+                               u32 length);
+
+// How the term's flags compare names.
+inline utf8_mode_t db_term_get_mode(u32 flags) {
+    return db_op_mode(flags & TERM_CASE, flags & TERM_DIACRITICS);
+}
+
+// Compiles a term that is a function, and returns true; false for one that is plain text
+// (db_query_function.cpp).
+bool db_term_compile_function(db_query_t *query, db_term_t *term);
+// Compiles a path that is anchored at folders of the index (db_query_path.cpp). False when it is no such
+// path. `star`: the text had a final `*`, which is not in it any more.
+bool db_term_compile_anchored_path(db_query_t *query, db_term_t *term, const char *text, u32 length);
+// The same for a path that the desktop named: an absolute path, a folder and what is below it.
+void db_term_compile_shell_path(db_query_t *query, db_term_t *term, const char *path, u32 length);
+
+// --- Data of executable terms ------------------------------------------------------------------------------
+
+// Folders of the index that a path term leads to, each list in the order of the references.
+struct db_anchors_t : db_term_data_t {
+    u32 inner_count;                  // an item is strictly below one of them
+    u32 outer_count;                  // an item is one of them, or below one
+    u32 file_count;                   // an item is one of them
+    mem_ref_t *inner, *outer, *files; // in the same block
+};
+db_anchors_t *db_anchors_create(const mem_ref_t *inner, u32 inner_count, const mem_ref_t *outer,
+                                u32 outer_count, const mem_ref_t *files, u32 file_count);
+
+// The extensions of `ext:`, each once, folded, in the order of db_extension_compare_text.
+struct db_extension_t {
+    const char *text;
+    u32 length;
+};
+struct db_extensions_t : db_term_data_t {
+    u32 count;
+    bool has_empty; // a name without any extension is in the list; the list itself has no empty item
+    db_extension_t items[1];
+};
+
+// The names of `filelist:`, folded and sorted.
+struct db_file_list_name_t {
+    const char *text;
+    u32 length;
+    bool has_path;
+};
+struct db_file_list_names_t : db_term_data_t {
+    u32 count;
+    db_file_list_name_t items[1];
+};
+
+} // namespace findwright
