@@ -196,33 +196,36 @@ constexpr utf8_mode_t db_op_mode(bool keep_case, bool keep_diacritics) {
                      : (keep_diacritics ? UTF8_MODE_LOWER : UTF8_MODE_FOLD);
 }
 
-constexpr const db_op_range_t *db_op_get_range(u32 op) {
-    for (const db_op_range_t &range : db_op_ranges) {
-        if (op >= range.first && op < range.end)
-            return &range;
-    }
-    return nullptr;
+inline constexpr u32 DB_OP_RANGES = sizeof(db_op_ranges) / sizeof(db_op_ranges[0]);
+
+// The place of an op's range in the table; DB_OP_RANGES for an op outside of it.
+constexpr u32 db_op_find_range(u32 op) {
+    u32 i = 0;
+    while (i < DB_OP_RANGES && (op < db_op_ranges[i].first || op >= db_op_ranges[i].end))
+        i++;
+    return i;
 }
 
 constexpr db_op_parts_t db_op_decode(u32 op) {
     if (op == DB_OP_TRUE)
         return {DB_OP_TRUE, UTF8_MODE_EXACT, false, false, false};
-    const db_op_range_t *range = db_op_get_range(op);
-    if (!range)
+    u32 place = db_op_find_range(op);
+    if (place == DB_OP_RANGES)
         return {DB_OP_FALSE, UTF8_MODE_EXACT, false, false, false};
-    u32 rest = op - range->first;
+    const db_op_range_t &range = db_op_ranges[place];
+    u32 rest = op - range.first;
     auto take = [&rest](bool has_bit) {
         bool bit = has_bit && (rest & 1);
         rest >>= has_bit ? 1 : 0;
         return bit;
     };
-    db_op_parts_t parts = {range->family, UTF8_MODE_ASCII, false, false, false};
-    parts.whole_word = take(range->bits & DB_OP_BIT_WORD);
-    bool has_mode = range->bits & DB_OP_BIT_MODE;
+    db_op_parts_t parts = {range.family, UTF8_MODE_ASCII, false, false, false};
+    parts.whole_word = take(range.bits & DB_OP_BIT_WORD);
+    bool has_mode = range.bits & DB_OP_BIT_MODE;
     bool keep_case = take(has_mode), keep_diacritics = take(has_mode);
     if (has_mode)
         parts.mode = db_op_mode(keep_case, keep_diacritics);
-    parts.path = take(range->bits & DB_OP_BIT_PATH);
+    parts.path = take(range.bits & DB_OP_BIT_PATH);
     parts.negated = take(true);
     return parts;
 }

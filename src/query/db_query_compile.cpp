@@ -123,7 +123,7 @@ static void _db_take_family(_db_text_t *t, u32 family, u32 ascii_family) {
         op += is_set ? bit : 0;
         bit *= 2;
     };
-    if (db_op_get_range(op)->bits & DB_OP_BIT_WORD)
+    if (db_op_ranges[db_op_find_range(op)].bits & DB_OP_BIT_WORD)
         add(flags & TERM_WHOLE_WORD);
     if (!fast) {
         add(match_case);
