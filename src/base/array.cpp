@@ -58,6 +58,23 @@ array_page_t *array_page_alloc(array_t *array) {
     return page;
 }
 
+// Bytes of the words of one page.
+static constexpr u32 PAGE_WORDS_SIZE = ARRAY_PAGE_VALUES * sizeof(u64);
+
+static void _array_page_give_words(array_page_t *page) {
+    page->next = mem_ref(mem_arena_alloc(PAGE_WORDS_SIZE));
+}
+
+static void _array_page_take_words(array_page_t *page) {
+    mem_arena_free(mem_ptr<u64>(page->next), PAGE_WORDS_SIZE);
+}
+
+void array_words_create(array_t *array, array_word_t *word) {
+    array->word = word;
+    for (u32 i = 0; i < array->page_count; i++)
+        _array_page_give_words(array->pages[i]);
+}
+
 void array_page_free(array_t *array, array_page_t *page) {
     page->next = array->free_pages;
     page->data_offset = 1;
@@ -103,6 +120,8 @@ void array_table_reserve(array_t *array, u32 page_count) {
 static array_page_t *_array_page_insert(array_t *array, u32 at, u32 data_offset) {
     array_page_t *page = array_page_alloc(array);
     page->data_offset = data_offset;
+    if (array->word)
+        _array_page_give_words(page);
     if (array->page_count == array->capacity) {
         _array_table_grow(array, array->page_count + 1, at, 1);
     } else {
@@ -116,6 +135,8 @@ static array_page_t *_array_page_insert(array_t *array, u32 at, u32 data_offset)
 }
 
 static void _array_page_remove(array_t *array, u32 at) {
+    if (array->word)
+        _array_page_take_words(array->pages[at]);
     array_page_free(array, array->pages[at]);
     array->page_count--;
     u32 behind = array->page_count - at;
@@ -159,6 +180,8 @@ void array_init(array_t *array) {
 }
 
 void array_kill(array_t *array) {
+    for (u32 i = 0; array->word && i < array->page_count; i++)
+        _array_page_take_words(array->pages[i]);
     // A builder has no table yet: its `pages` is a page.
     if (array->first_index)
         mem_free(array->pages);
@@ -182,7 +205,8 @@ size_t array_memory_size(const array_t *array) {
     size_t pages = array->page_count;
     for (mem_ref_t ref = array->free_pages; ref; ref = mem_ptr<array_page_t>(ref)->next)
         pages += mem_ptr<array_page_t>(ref)->data_offset;
-    return array->capacity * (sizeof(array_page_t *) + sizeof(u32)) + pages * ARRAY_PAGE_SIZE;
+    size_t words = array->word ? array->page_count * static_cast<size_t>(PAGE_WORDS_SIZE) : 0;
+    return array->capacity * (sizeof(array_page_t *) + sizeof(u32)) + pages * ARRAY_PAGE_SIZE + words;
 }
 
 void array_take_pages(array_t *array, array_t *source) {
@@ -341,18 +365,42 @@ static bool _array_page_room_behind(const array_page_t *page) {
     return page->data_offset + page->item_count * VALUE_SIZE != ARRAY_PAGE_SIZE;
 }
 
-// Inserts behind a position of a page with room, and moves the shorter side unless it has no room.
-static void _array_page_put(array_page_t *page, i32 position, u32 value) {
-    i32 count = static_cast<i32>(page->item_count);
+// A value on its way, with its word.
+struct _array_entry_t {
+    u32 value;
+    u64 word; // of an array that has words
+};
+
+static _array_entry_t _array_get_entry(const array_t *array, const array_page_t *page, i32 slot) {
+    return {array_page_values(page)[slot], array->word ? array_page_words(page)[slot] : 0};
+}
+
+static void _array_set_entry(const array_t *array, array_page_t *page, i32 slot, _array_entry_t entry) {
+    array_page_values(page)[slot] = entry.value;
+    if (array->word)
+        array_page_words(page)[slot] = entry.word;
+}
+
+// Moves `count` values of a page, and their words.
+static void _array_page_move(const array_t *array, array_page_t *page, i32 to, i32 from, i32 count) {
     u32 *values = array_page_values(page);
+    memmove(values + to, values + from, static_cast<size_t>(count) * VALUE_SIZE);
+    if (array->word) {
+        u64 *words = array_page_words(page);
+        memmove(words + to, words + from, static_cast<size_t>(count) * sizeof(u64));
+    }
+}
+
+// Inserts behind a position of a page with room, and moves the shorter side unless it has no room.
+static void _array_page_put(const array_t *array, array_page_t *page, i32 position, _array_entry_t entry) {
+    i32 count = static_cast<i32>(page->item_count);
     if ((position >= count / 2 || !_array_page_room_in_front(page)) && _array_page_room_behind(page)) {
-        memmove(values + position + 2, values + position + 1,
-                static_cast<size_t>(count - position - 1) * VALUE_SIZE);
-        values[position + 1] = value;
+        _array_page_move(array, page, position + 2, position + 1, count - position - 1);
+        _array_set_entry(array, page, position + 1, entry);
     } else {
-        memmove(values - 1, values, static_cast<size_t>(position + 1) * VALUE_SIZE);
-        page->data_offset -= VALUE_SIZE;
-        values[position] = value;
+        _array_page_move(array, page, -1, 0, position + 1);
+        page->data_offset -= VALUE_SIZE; // what was at the position is now in front of it
+        _array_set_entry(array, page, position + 1, entry);
     }
     page->item_count++;
 }
@@ -378,7 +426,7 @@ static i32 _array_cost_behind(const array_t *array, u32 page, i32 position) {
 }
 
 // Inserts into a full page by moving one value over to a neighbour. Returns the page that gained a value.
-static u32 _array_insert_over(array_t *array, u32 page, i32 position, u32 value) {
+static u32 _array_insert_over(array_t *array, u32 page, i32 position, _array_entry_t entry) {
     i32 cost_front = _array_cost_front(array, page, position);
     i32 cost_behind = _array_cost_behind(array, page, position);
     if (cost_front == COST_NONE && cost_behind == COST_NONE) {
@@ -395,44 +443,43 @@ static u32 _array_insert_over(array_t *array, u32 page, i32 position, u32 value)
         }
     }
 
-    u32 *values = array_page_values(array->pages[page]);
+    array_page_t *full = array->pages[page];
+    _array_entry_t leaving = entry;
     if (cost_front != COST_NONE && (cost_behind == COST_NONE || cost_behind > cost_front)) {
-        u32 leaving = value;
         if (position >= 0) {
-            leaving = values[0];
-            memmove(values, values + 1, static_cast<size_t>(position) * VALUE_SIZE);
-            values[position] = value;
+            leaving = _array_get_entry(array, full, 0);
+            _array_page_move(array, full, 0, 1, position);
+            _array_set_entry(array, full, position, entry);
         }
         array_page_t *front = array->pages[page - 1];
-        _array_page_put(front, static_cast<i32>(front->item_count) - 1, leaving);
+        _array_page_put(array, front, static_cast<i32>(front->item_count) - 1, leaving);
         return page - 1;
     }
 
-    u32 leaving = value;
     if (position < PAGE_VALUES - 1) {
-        leaving = values[PAGE_VALUES - 1];
-        memmove(values + position + 2, values + position + 1,
-                static_cast<size_t>(PAGE_VALUES - 2 - position) * VALUE_SIZE);
-        values[position + 1] = value;
+        leaving = _array_get_entry(array, full, PAGE_VALUES - 1);
+        _array_page_move(array, full, position + 2, position + 1, PAGE_VALUES - 2 - position);
+        _array_set_entry(array, full, position + 1, entry);
     }
-    _array_page_put(array->pages[page + 1], -1, leaving);
+    _array_page_put(array, array->pages[page + 1], -1, leaving);
     return page + 1;
 }
 
 void array_insert_at(array_t *array, u32 page, i32 position, u32 value) {
+    _array_entry_t entry = {value, array->word ? array->word(value) : 0};
     if (!array->page_count) {
         array_page_t *first = _array_page_insert(array, 0, FIRST_PAGE_OFFSET);
         first->item_count = 1;
-        *array_page_values(first) = value;
+        _array_set_entry(array, first, 0, entry);
         array->first_index[0] = 0;
         array->count = 1;
         return;
     }
     u32 gained = page;
     if (array->pages[page]->item_count < ARRAY_PAGE_VALUES)
-        _array_page_put(array->pages[page], position, value);
+        _array_page_put(array, array->pages[page], position, entry);
     else
-        gained = _array_insert_over(array, page, position, value);
+        gained = _array_insert_over(array, page, position, entry);
     _array_add_to_index(array, gained + 1, 1);
     array->count++;
 }
@@ -452,12 +499,10 @@ bool array_insert(array_t *array, array_compare_t *compare, const void *key, u32
 void array_remove_at(array_t *array, u32 page, i32 position) {
     array_page_t *from = array->pages[page];
     i32 count = static_cast<i32>(from->item_count);
-    u32 *values = array_page_values(from);
     if (position >= count / 2) {
-        memmove(values + position, values + position + 1,
-                static_cast<size_t>(count - position - 1) * VALUE_SIZE);
+        _array_page_move(array, from, position, position + 1, count - position - 1);
     } else {
-        memmove(values + 1, values, static_cast<size_t>(position) * VALUE_SIZE);
+        _array_page_move(array, from, 1, 0, position);
         from->data_offset += VALUE_SIZE;
     }
     from->item_count--;

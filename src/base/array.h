@@ -14,6 +14,10 @@
 // Pages come in blocks of 16 that are given back only as a whole, by array_kill. A block's first page keeps
 // its block_next, whether in use or free: the next block, with this block's number of pages in the low bits.
 //
+// An array may keep a word beside each value (array_words_create): 64 bits that tell something of what the
+// value refers to, so that a pass can leave most of that memory alone. A page then has a block of 1,020
+// words, each at the place of its value's slot; words move with their values.
+//
 // Owner: whoever holds the structure; one thread at a time. A comparison gets one of the array's values and
 // the caller's key, and tells where the value stands: negative before the key, 0 equal, positive behind it.
 #pragma once
@@ -29,13 +33,16 @@ inline constexpr u32 ARRAY_BULK_VALUES = 1004; // values in a page made by array
 inline constexpr u32 ARRAY_BLOCK_PAGES = 16;
 
 struct array_page_t {
-    mem_ref_t next;       // free run: the next run; in a builder: the next page
+    mem_ref_t next;       // free run: the next run; in a builder: the next page; with words: their block
     mem_ref_t block_next; // in the first page of a block: the next block and this one's number of pages
     u32 data_offset;      // in use: bytes from the page to its first value; free run: pages in this run
     u32 item_count;       // in use: values
 };
 
+using array_word_t = u64(u32 value);
+
 struct array_t {
+    array_word_t *word; // makes the word of a value; 0: there are no words
     array_page_t **pages;
     u32 *first_index; // in one block with `pages`; 0 until there is a table, as in a builder
     u32 capacity;
@@ -52,6 +59,11 @@ inline u32 *array_page_values(array_page_t *page) {
 }
 inline const u32 *array_page_values(const array_page_t *page) {
     return reinterpret_cast<const u32 *>(reinterpret_cast<const char *>(page) + page->data_offset);
+}
+
+// The words of a page's values, of an array that has words.
+inline u64 *array_page_words(const array_page_t *page) {
+    return mem_ptr<u64>(page->next) + (page->data_offset - ARRAY_PAGE_HEADER) / sizeof(u32);
 }
 
 void array_init(array_t *array);
@@ -101,6 +113,11 @@ void array_set_reversed(array_t *array, const array_t *source);
 void array_reverse(array_t *array);
 // Moves all pages of `source` behind those of `array`; `source` is empty afterwards. No value is copied.
 void array_take_pages(array_t *array, array_t *source);
+
+// Gives all values a word, which is kept from then on. The words of the values that are there are unset: the
+// caller fills those of every page, by array_page_words. Functions that make the array anew, and those that
+// take, give or exchange pages, are for arrays without words.
+void array_words_create(array_t *array, array_word_t *word);
 
 // Building from scratch, by appending. An empty array is a builder; in it `pages` and `capacity` are not what
 // they say: the builder keeps its first and last page there until it is finished. Only the functions below,

@@ -6,6 +6,7 @@
 #include "db/db_file.h"
 #include "db/db_folder.h"
 #include "db/db_image.h"
+#include "db/db_word.h"
 #include "os/debug.h"
 #include "os/os_parallel.h"
 
@@ -409,9 +410,12 @@ static bool _db_image_read_all(_db_image_reader_t *reader) {
         debug_printf("bytes behind the last table\n");
         return false;
     }
-    return _db_image_translate_all(reader) &&
-           _db_image_check_numbers(&db->folder_frn_array, DB_INDEX_TYPE_NTFS) &&
-           _db_image_check_numbers(&db->folder_frn128_array, DB_INDEX_TYPE_REFS);
+    if (!_db_image_translate_all(reader) ||
+        !_db_image_check_numbers(&db->folder_frn_array, DB_INDEX_TYPE_NTFS) ||
+        !_db_image_check_numbers(&db->folder_frn128_array, DB_INDEX_TYPE_REFS))
+        return false;
+    db_words_create(db);
+    return true;
 }
 
 bool db_image_read(db_t *db, bz2_stream_t *stream) {

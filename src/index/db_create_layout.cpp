@@ -3,6 +3,7 @@
 #include "base/mem.h"
 #include "db/db_file.h"
 #include "db/db_folder.h"
+#include "db/db_word.h"
 #include "index/db_create_internal.h"
 #include "index/db_order.h"
 #include "os/debug.h"
@@ -441,6 +442,7 @@ void _db_create_lay_out(db_rebuild_t *rebuild) {
     _db_create_lay_out_files(rebuild, &files);
     _db_create_fill_array(&db->file_name_array, &files, nullptr);
     debug_printf("setup files: %f seconds\n", os_get_tick_count() - start);
+    db_words_create(db);
     _db_create_free_records(rebuild); // what follows needs room, and the final records only
     _db_create_sort_numbers(db, &folders);
     if (db->layout.flags & DB_FLAG_FOLDER_SIZE)

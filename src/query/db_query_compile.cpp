@@ -5,6 +5,7 @@
 #include "query/db_query_internal.h"
 #include "query/db_regex.h"
 #include "query/db_search.h"
+#include "query/db_search_word.h"
 
 #include <cstring>
 
@@ -338,7 +339,10 @@ void db_term_compile(db_query_t *query, db_term_t *term) {
 
 static void _db_bind_list(db_exec_term_t *terms, bool is_folder) {
     db_op_pass_t pass = {is_folder, terms && !terms->link};
+    u32 number = 0;
     for (db_exec_term_t *term = terms; term; term = term->link) {
+        term->number = number++;
+        term->word = db_term_get_word(term);
         db_op_functions_t functions = db_op_get_functions(term->op, pass);
         term->test = functions.test;
         term->scan = functions.scan;

@@ -1,6 +1,7 @@
 #include "query/db_search.h"
 
 #include "base/mem.h"
+#include "db/db_word.h"
 #include "os/debug.h"
 #include "os/os_parallel.h"
 #include "query/db_regex.h"
@@ -15,6 +16,8 @@ struct _db_pass_t {
     db_query_t *query;
     const array_t *scan_array;
     const db_exec_term_t *first_term;
+    const db_word_filter_t *filter;
+    u64 exact_word;
     db_scan_t *scans; // one per worker
 };
 
@@ -54,43 +57,112 @@ static u32 _db_scan_chain(db_scan_t *scan, const u32 *values, u32 count, u32 *ou
     return found;
 }
 
-// A page's values, and behind them the first ones of the next page; repeated ones where there are too few.
-static u32 _db_copy_values(const db_scan_t *scan, u32 page, u32 *values) {
-    u32 count = scan->scan_array->pages[page]->item_count;
-    std::memcpy(values, array_page_values(scan->scan_array->pages[page]), count * sizeof *values);
+// The values of one or several pages that are scanned at once. Behind them stand references of records that
+// are asked of the memory early: the first ones of the next page where that is known, else repeated ones.
+struct _db_batch_t {
+    u32 count;
+    u32 values[ARRAY_PAGE_VALUES + DB_SCAN_AHEAD];
+};
+
+static void _db_batch_pad(_db_batch_t *batch, const array_page_t *next) {
     u32 ahead = 0;
-    if (page + 1 < scan->end_page) {
-        const array_page_t *next = scan->scan_array->pages[page + 1];
+    if (next) {
         ahead = next->item_count < DB_SCAN_AHEAD ? next->item_count : DB_SCAN_AHEAD;
-        std::memcpy(values + count, array_page_values(next), ahead * sizeof *values);
+        std::memcpy(batch->values + batch->count, array_page_values(next), ahead * sizeof *batch->values);
     }
     for (; ahead < DB_SCAN_AHEAD; ahead++)
-        values[count + ahead] = values[count - 1];
-    return count;
+        batch->values[batch->count + ahead] = batch->values[batch->count - 1];
+}
+
+// Takes the next page, whole.
+static void _db_batch_take_page(const db_scan_t *scan, u32 *page, _db_batch_t *batch) {
+    const array_page_t *from = scan->scan_array->pages[*page];
+    batch->count = from->item_count;
+    std::memcpy(batch->values, array_page_values(from), batch->count * sizeof *batch->values);
+    *page += 1;
+    _db_batch_pad(batch, *page < scan->end_page ? scan->scan_array->pages[*page] : nullptr);
+}
+
+// Takes what the filter lets through of as many pages as there is room for.
+static void _db_batch_take_filtered(const db_scan_t *scan, u32 *page, _db_batch_t *batch) {
+    batch->count = 0;
+    while (*page < scan->end_page) {
+        const array_page_t *from = scan->scan_array->pages[*page];
+        if (batch->count + from->item_count > ARRAY_PAGE_VALUES)
+            break;
+        batch->count += db_word_filter_run(scan->filter, array_page_words(from), array_page_values(from),
+                                           from->item_count, batch->values + batch->count);
+        *page += 1;
+        if (scan->query->cancel_search.load(std::memory_order_relaxed))
+            break;
+    }
+    if (batch->count == 0)
+        return;
+    _db_batch_pad(batch, nullptr);
+    for (u32 i = 0; i < DB_SCAN_AHEAD; i++) {
+        __builtin_prefetch(db_item(batch->values[i]));
+        __builtin_prefetch(reinterpret_cast<const char *>(db_item(batch->values[i])) + 32);
+    }
+}
+
+// A term that is a single letter: the words tell, but for names that are no UTF-8.
+static u32 _db_scan_words(db_scan_t *scan, u32 page, u32 *out) {
+    const array_page_t *from = scan->scan_array->pages[page];
+    const u32 *values = array_page_values(from);
+    const u64 *words = array_page_words(from);
+    u32 found = 0;
+    for (u32 i = 0; i < from->item_count; i++) {
+        out[found] = values[i];
+        if (words[i] == DB_WORD_ALL) [[unlikely]]
+            found += scan->first_term->test(scan, scan->first_term, db_item(values[i]));
+        else
+            found += (words[i] & scan->exact_word) != 0;
+    }
+    return found;
+}
+
+// What follows a batch in a list of results.
+struct _db_results_t {
+    array_t *array;
+    u32 *cursor, *end;
+};
+
+static void _db_add_results(_db_results_t *results, const u32 *values, u32 count) {
+    for (u32 copied = 0; copied != count;) {
+        if (results->cursor == results->end)
+            results->cursor = array_builder_new_page(results->array, &results->end);
+        u32 room = static_cast<u32>(results->end - results->cursor);
+        u32 size = count - copied < room ? count - copied : room;
+        std::memcpy(results->cursor, values + copied, size * sizeof *values);
+        results->cursor += size;
+        copied += size;
+    }
 }
 
 static void _db_scan_pages(db_scan_t *scan) {
-    u32 *cursor = nullptr, *end = nullptr;
-    u32 values[ARRAY_PAGE_VALUES + DB_SCAN_AHEAD];
+    _db_results_t results = {&scan->results, nullptr, nullptr};
+    _db_batch_t batch;
     u32 found[ARRAY_PAGE_VALUES];
     bool chain = scan->first_term->link != nullptr;
-    for (u32 page = scan->first_page; page < scan->end_page; page++) {
+    for (u32 page = scan->first_page; page < scan->end_page;) {
         if (scan->query->cancel_search.load(std::memory_order_relaxed))
             break;
-        u32 count = _db_copy_values(scan, page, values);
-        count = chain ? _db_scan_chain(scan, values, count, found)
-                      : scan->first_term->scan(scan, scan->first_term, values, count, found);
-        for (u32 copied = 0; copied != count;) {
-            if (cursor == end)
-                cursor = array_builder_new_page(&scan->results, &end);
-            u32 room = static_cast<u32>(end - cursor);
-            u32 size = count - copied < room ? count - copied : room;
-            std::memcpy(cursor, found + copied, size * sizeof *cursor);
-            cursor += size;
-            copied += size;
+        if (scan->exact_word != 0) {
+            _db_add_results(&results, found, _db_scan_words(scan, page, found));
+            page++;
+            continue;
         }
+        if (scan->filter)
+            _db_batch_take_filtered(scan, &page, &batch);
+        else
+            _db_batch_take_page(scan, &page, &batch);
+        if (batch.count == 0)
+            continue;
+        u32 count = chain ? _db_scan_chain(scan, batch.values, batch.count, found)
+                          : scan->first_term->scan(scan, scan->first_term, batch.values, batch.count, found);
+        _db_add_results(&results, found, count);
     }
-    array_builder_finish(&scan->results, cursor, end);
+    array_builder_finish(&scan->results, results.cursor, results.end);
 }
 
 static bool _db_has_regex(const db_exec_term_t *term) {
@@ -109,6 +181,8 @@ static void _db_scan_proc(void *param, u32 part, u32 parts) {
     scan->db = pass->query->db;
     scan->scan_array = pass->scan_array;
     scan->first_term = pass->first_term;
+    scan->filter = pass->filter;
+    scan->exact_word = pass->exact_word;
     scan->first_page = static_cast<u32>(pages * part / parts);
     scan->end_page = static_cast<u32>(pages * (part + 1) / parts);
     array_init(&scan->results);
@@ -127,6 +201,12 @@ void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder)
         db_search_prepare_function(query, term, is_folder);
 }
 
+// The letter's bit of a pass that looks for one letter in all its spellings, else 0.
+static u64 _db_get_exact_word(const db_exec_term_t *term) {
+    bool is_letter = term->op == DB_OP_FIND && !term->link && term->text_length == 1;
+    return is_letter ? term->word & DB_WORD_LETTER_BITS : 0;
+}
+
 static void _db_search_pass(db_query_t *query, const array_t *scan_array, db_exec_term_t *first_term,
                             bool is_folder, array_t *results) {
     array_clear(results);
@@ -136,11 +216,20 @@ static void _db_search_pass(db_query_t *query, const array_t *scan_array, db_exe
         array_copy(results, scan_array); // everything, with no scan at all
         return;
     }
+    db_word_filter_t filter;
+    db_word_filter_make(&filter, first_term);
+    if (filter.count == 0)
+        return; // no name can match
     db_search_prepare(query, first_term, is_folder);
     u32 threads = os_get_thread_count(static_cast<u64>(scan_array->page_count) << PAGE_SHIFT, THREAD_BYTES);
     if (query->has_content_term && !is_folder)
         threads = 1; // what is slow is the disk
-    _db_pass_t pass = {query, scan_array, first_term,
+    bool has_words = scan_array->word != nullptr;
+    _db_pass_t pass = {query,
+                       scan_array,
+                       first_term,
+                       has_words && !db_word_filter_is_open(&filter) ? &filter : nullptr,
+                       has_words ? _db_get_exact_word(first_term) : 0,
                        static_cast<db_scan_t *>(mem_alloc(threads * sizeof(db_scan_t)))};
     os_parallel(threads, _db_scan_proc, &pass);
     for (u32 i = 0; i < threads; i++) {

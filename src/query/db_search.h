@@ -9,6 +9,7 @@
 #include "base/utf8_buf.h"
 #include "base/utf8_match.h"
 #include "query/db_query.h"
+#include "query/db_search_word.h"
 
 namespace findwright {
 
@@ -21,6 +22,8 @@ struct db_scan_t {
     const db_t *db;
     const array_t *scan_array;
     const db_exec_term_t *first_term;
+    const db_word_filter_t *filter; // on the words of the scan array; 0: it has none, or all pass
+    u64 exact_word;                 // not 0: a word that has this bit is the answer, unless it has all bits
     u32 first_page, end_page;
     array_t results; // of this worker's pages
     utf8_buf_t path;

@@ -109,6 +109,7 @@ struct db_exec_term_t {
     db_exec_term_t *next;
     db_exec_term_t *notnext;
     u32 op;
+    u32 number; // place in its list
     u32 is_filter;
     db_item_test_t *test; // these two are set when all terms of the search are known
     db_page_scan_t *scan;

@@ -111,10 +111,24 @@ void check_lookups(const array_t &array, const values_t &expected, random_t &ran
     }
 }
 
-TEST(array, random_changes_match_a_plain_vector) {
+u64 word_of_number(u32 value) {
+    return value * 0x9E3779B97F4A7C15;
+}
+
+void check_words(const array_t &array) {
+    for (u32 i = 0; i < array.page_count; i++) {
+        for (u32 slot = 0; slot < item_count(array, i); slot++)
+            ASSERT_EQ(word_of_number(array_page_values(array.pages[i])[slot]),
+                      array_page_words(array.pages[i])[slot]);
+    }
+}
+
+void check_random_changes(bool has_words) {
     random_t random(11);
     owned_t array;
     values_t model;
+    if (has_words)
+        array_words_create(&array, word_of_number);
     // From nothing to many pages and back to nothing, again and again; keys close together at times, so that
     // pages fill up and split.
     for (int round = 0; round < 12; round++) {
@@ -144,6 +158,8 @@ TEST(array, random_changes_match_a_plain_vector) {
             }
         }
         check(array, model);
+        if (has_words)
+            check_words(array);
         check_lookups(array, model, random, 300);
 
         owned_t copy, reversed;
@@ -157,6 +173,14 @@ TEST(array, random_changes_match_a_plain_vector) {
         array_renumber(&copy);
         check(copy, model);
     }
+}
+
+TEST(array, random_changes_match_a_plain_vector) {
+    check_random_changes(false);
+}
+
+TEST(array, words_go_with_their_values) {
+    check_random_changes(true);
 }
 
 TEST(array, empties_and_fills_again_from_its_own_pages) {
