@@ -51,7 +51,16 @@ u32 utf8_upper_copy(char *out, const char *text, u32 length) {
 }
 
 bool utf8_is_ascii(const char *text, u32 length) {
-    for (u32 i = 0; i < length; i++) {
+    constexpr u64 HIGH_BITS = 0x8080808080808080;
+    u32 i = 0;
+    for (; i + sizeof(u64) <= length; i += sizeof(u64)) {
+        u64 bytes;
+        std::memcpy(&bytes, text + i, sizeof bytes);
+        if (bytes & HIGH_BITS) {
+            return false;
+        }
+    }
+    for (; i < length; i++) {
         if (static_cast<u8>(text[i]) >= 0x80) {
             return false;
         }

@@ -29,6 +29,13 @@ inline bool db_item_set_has(const db_item_set_t *set, mem_ref_t item) {
     u32 bit = (item - set->first) / 2;
     return set->bits[bit / 64] >> bit % 64 & 1;
 }
+// While other threads add.
+inline bool db_item_set_has_shared(const db_item_set_t *set, mem_ref_t item) {
+    if (item < set->first || item >= set->end)
+        return false;
+    u32 bit = (item - set->first) / 2;
+    return __atomic_load_n(&set->bits[bit / 64], __ATOMIC_RELAXED) >> bit % 64 & 1;
+}
 inline void db_item_set_add(db_item_set_t *set, mem_ref_t item) {
     u32 bit = (item - set->first) / 2;
     set->bits[bit / 64] |= static_cast<u64>(1) << bit % 64;

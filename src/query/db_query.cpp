@@ -225,11 +225,21 @@ static void _db_query_compile(db_query_t *query, const db_query_params_t *params
     db_term_free_all(terms);
 }
 
+// A search of everything is a copy of the arrays.
+static bool _db_query_finds_all(const db_query_t *query) {
+    const db_exec_term_t *folder = query->folder_terms, *file = query->file_terms;
+    return folder && file && !folder->link && folder->op == DB_OP_TRUE && file->op == DB_OP_TRUE;
+}
+
+// The name arrays are scanned whatever the order: their records lie in memory one behind the other, and they
+// have words. What is found is sorted afterwards.
 static void _db_search_thread_proc(void *param) {
     db_query_t *query = static_cast<db_query_t *>(param);
     db_t *db = query->db;
-    db_array_pair_t arrays = db_get_sorted_arrays(db, db_sort_get_fast_flag(query->requested_sort));
-    query->sort = arrays.files ? query->requested_sort & ~DB_SORT_DESCENDING : DB_SORT_NAME_ASCENDING;
+    u32 fast_flag = _db_query_finds_all(query) ? db_sort_get_fast_flag(query->requested_sort) : 0;
+    db_array_pair_t arrays = db_get_sorted_arrays(db, fast_flag);
+    query->sort =
+        fast_flag != 0 && arrays.files ? query->requested_sort & ~DB_SORT_DESCENDING : DB_SORT_NAME_ASCENDING;
     if (!arrays.files)
         arrays = db_get_sorted_arrays(db, 0);
     query->folders_first = 1;
@@ -238,11 +248,11 @@ static void _db_search_thread_proc(void *param) {
         db_search_folders(query, arrays.folders);
     if (!query->cancel_search)
         db_search_files(query, arrays.files);
-    _db_query_post_results_changed(query);
     if (!query->cancel_search) {
         query->sorted = 1;
         db_sort_results(query, query->requested_sort);
     }
+    _db_query_post_results_changed(query);
     event_post(_db_ready_proc, db);
 }
 

@@ -50,6 +50,7 @@ db_exec_term_t *db_exec_term_create(const db_term_t *term, u32 op, utf8_mode_t m
     exec->text_test = db_op_get_text_test(op);
     exec->mode = mode;
     exec->needle = db_make_needle(mode, text, length);
+    exec->has_separator = length != 0 && std::memchr(text, '\\', length);
     exec->text_length = length;
     std::memcpy(exec->text, text, length);
     return exec;
@@ -62,7 +63,7 @@ db_exec_term_t *db_exec_term_create_constant(const db_term_t *term, bool value) 
 static void _db_exec_term_free(db_exec_term_t *term) {
     if (term->owns_regex)
         db_regex_free(term->regex);
-    if (term->data)
+    if (term->data && !term->data_is_shared)
         term->data->free(term->data);
     mem_free(term);
 }
@@ -105,7 +106,7 @@ struct _db_text_t {
 };
 
 // Folds the text by the mode of the flags, and takes the family's op for them.
-static void _db_take_family(_db_text_t *t, u32 family, u32 ascii_family) {
+static void _db_take_family(_db_text_t *t, u32 family) {
     u32 flags = t->flags;
     bool match_case = flags & TERM_CASE, diacritics = flags & TERM_DIACRITICS;
     t->mode = db_term_get_mode(flags);
@@ -119,7 +120,8 @@ static void _db_take_family(_db_text_t *t, u32 family, u32 ascii_family) {
     if (fast)
         t->mode = UTF8_MODE_ASCII;
     u32 bit = 1;
-    u32 op = fast ? ascii_family : family;
+    // The form for the fast comparison stands right behind the family's first range.
+    u32 op = fast ? db_op_ranges[db_op_find_range(family)].end : family;
     auto add = [&](bool is_set) {
         op += is_set ? bit : 0;
         bit *= 2;
@@ -170,7 +172,7 @@ static void _db_take_regex(_db_text_t *t) {
         t->flags |= TERM_DIACRITICS;
         t->flags &= ~(TERM_FAST_ASCII | TERM_WHOLE_WORD);
         utf8_buf_copy_utf8(&t->text, literal.data, literal.length);
-        _db_take_family(t, DB_OP_FIND, DB_OP_FIND_ASCII);
+        _db_take_family(t, DB_OP_FIND);
     } else if (void *regex = db_regex_compile(t->text.data, static_cast<u32>(t->text.length),
                                               !(t->flags & TERM_CASE))) {
         t->op = DB_OP_REGEX + (t->flags & TERM_PATH ? 1 : 0) + (t->flags & TERM_NOT ? 2 : 0);
@@ -235,26 +237,22 @@ static void _db_take_plain(_db_text_t *t, u32 count) {
     u32 flags = t->flags;
     if (count == 1 && flags & TERM_WHOLE_NAME_WILDCARDS && _db_starts_with_star(t)) {
         _db_cut_text(t, 1, 0);
-        _db_take_family(t, DB_OP_ENDS_WITH, DB_OP_ENDS_WITH_ASCII);
+        _db_take_family(t, DB_OP_ENDS_WITH);
     } else if (count == 1 && flags & TERM_WHOLE_NAME_WILDCARDS && _db_ends_with_star(t)) {
         _db_cut_text(t, 0, 1);
-        _db_take_family(t, DB_OP_STARTS_WITH, DB_OP_STARTS_WITH_ASCII);
+        _db_take_family(t, DB_OP_STARTS_WITH);
     } else if (count != 0 && flags & TERM_WHOLE_NAME_WILDCARDS) {
-        _db_take_family(t, DB_OP_WILDCARD, DB_OP_WILDCARD_ASCII);
+        _db_take_family(t, DB_OP_WILDCARD);
     } else if (count != 0) {
-        _db_take_family(t, DB_OP_WILDCARD_FIND, DB_OP_WILDCARD_FIND_ASCII);
+        _db_take_family(t, DB_OP_WILDCARD_FIND);
     } else if (t->text.length == 0) {
         // Every name holds the empty text, and no name is it.
         _db_take_constant(t, !(flags & TERM_WHOLE_NAME) == !(flags & TERM_NOT));
     } else if (flags & TERM_WHOLE_NAME) {
-        _db_take_family(t, DB_OP_EQUAL, DB_OP_EQUAL_ASCII);
+        _db_take_family(t, DB_OP_EQUAL);
     } else {
-        _db_take_family(t, DB_OP_FIND, DB_OP_FIND_ASCII);
+        _db_take_family(t, DB_OP_FIND);
     }
-}
-
-static bool _db_is_absolute(const char *text) {
-    return _db_is_drive(text) || std::strncmp(text, "\\\\", 2) == 0;
 }
 
 static void _db_prepare_path(_db_text_t *t) {
@@ -265,7 +263,7 @@ static void _db_prepare_path(_db_text_t *t) {
         }
     }
     if (match_path_when_search_contains_path_separator &&
-        (_db_is_absolute(t->text.data) || std::strchr(t->text.data, '\\')))
+        (_db_is_drive(t->text.data) || std::strchr(t->text.data, '\\')))
         t->flags |= TERM_PATH;
 }
 
@@ -279,6 +277,16 @@ static void _db_text_init(_db_text_t *t, u32 flags, const char *text, u32 length
 }
 
 // --- Terms -------------------------------------------------------------------------------------------------
+
+db_exec_term_t *db_exec_term_create_folded(const db_term_t *term, u32 family, const char *text, u32 length) {
+    _db_text_t t;
+    _db_text_init(&t, term->flags, text, length);
+    _db_take_family(&t, family);
+    db_exec_term_t *exec =
+        db_exec_term_create(term, t.op, t.mode, t.text.data, static_cast<u32>(t.text.length));
+    utf8_buf_kill(&t.text);
+    return exec;
+}
 
 db_exec_term_t *db_exec_term_create_matcher(const db_term_t *term, u32 op, const char *text) {
     _db_text_t t;
@@ -309,12 +317,72 @@ static void _db_append_text(db_query_t *query, db_term_t *term, const _db_text_t
     db_query_append_terms(query, term, folder, file);
 }
 
+// `\abc`, `abc\` and `\abc\` without another separator: the family, with the separators cut off; 0 for other
+// texts.
+static u32 _db_take_component(const char **text, u32 *length) {
+    bool front = *length != 0 && (*text)[0] == '\\';
+    bool back = *length > 1 && (*text)[*length - 1] == '\\';
+    const char *inner = *text + (front ? 1 : 0);
+    u32 inner_length = *length - (front ? 1 : 0) - (back ? 1 : 0);
+    if ((!front && !back) || inner_length == 0 || std::memchr(inner, '\\', inner_length))
+        return 0;
+    *text = inner;
+    *length = inner_length;
+    return front && back ? DB_OP_COMPONENT_EQUAL
+           : front       ? DB_OP_COMPONENT_STARTS_WITH
+                         : DB_OP_COMPONENT_ENDS_WITH;
+}
+
+static bool _db_compile_component(db_query_t *query, db_term_t *term, const _db_text_t *t, u32 count) {
+    const char *text = t->text.data;
+    u32 length = static_cast<u32>(t->text.length);
+    if (count == 2 && length > 2 && text[0] == '*' && text[length - 1] == '*') {
+        text++;
+        length -= 2;
+    } else if (count != 0) {
+        return false;
+    }
+    u32 family = _db_take_component(&text, &length);
+    if (family == 0)
+        return false;
+    // How a component's text is folded and compared is that of names.
+    u32 name_family = family == DB_OP_COMPONENT_EQUAL         ? DB_OP_EQUAL
+                      : family == DB_OP_COMPONENT_STARTS_WITH ? DB_OP_STARTS_WITH
+                                                              : DB_OP_ENDS_WITH;
+    db_term_t plain = *term;
+    plain.flags = t->flags & ~(TERM_NOT | TERM_PATH);
+    db_exec_term_t *forms[2];
+    for (db_exec_term_t *&form : forms) {
+        form = db_exec_term_create_folded(&plain, name_family, text, length);
+        form->matcher_op = form->op;
+        form->op = db_term_get_mode_op(family, t->flags, form->mode);
+    }
+    db_query_append_terms(query, term, forms[0], forms[1]);
+    return true;
+}
+
+// A path as a whole, or parts of one. False for a text that is compared with names or full paths.
+static bool _db_compile_path(db_query_t *query, db_term_t *term, const _db_text_t *t, u32 count) {
+    if (!(t->flags & TERM_PATH) || t->flags & (TERM_WHOLE_WORD | TERM_WHOLE_NAME))
+        return false;
+    u32 length = static_cast<u32>(t->text.length);
+    if (count == 0 && db_term_compile_anchored_path(query, term, t->text.data, length))
+        return true;
+    if (count == 1 && _db_ends_with_star(t) &&
+        db_term_compile_anchored_path(query, term, t->text.data, length - 1))
+        return true;
+    return _db_compile_component(query, term, t, count);
+}
+
 static void _db_compile_text(db_query_t *query, db_term_t *term, _db_text_t *t) {
     u32 count = _db_simplify_wildcards(t);
     _db_prepare_path(t);
+    if (_db_compile_path(query, term, t, count))
+        return;
     bool is_path = t->flags & TERM_PATH && !(t->flags & (TERM_WHOLE_WORD | TERM_WHOLE_NAME));
-    if (count == 0 && is_path && _db_is_absolute(t->text.data))
-        _db_take_family(t, DB_OP_STARTS_WITH, DB_OP_STARTS_WITH_ASCII);
+    if (count == 0 && is_path &&
+        db_path_is_absolute(query->db, t->text.data, static_cast<u32>(t->text.length)))
+        _db_take_family(t, DB_OP_STARTS_WITH);
     else
         _db_take_plain(t, count);
     _db_append_text(query, term, t);
@@ -337,13 +405,22 @@ void db_term_compile(db_query_t *query, db_term_t *term) {
     utf8_buf_kill(&t.text);
 }
 
+static db_op_functions_t _db_get_functions(const db_exec_term_t *term, db_op_pass_t pass) {
+    db_op_parts_t parts = db_op_decode(term->op);
+    // A text with a separator is looked for in the path as it is written out, any other in components.
+    bool by_component = parts.family != DB_OP_FIND || (parts.path && !term->has_separator);
+    db_op_functions_t functions =
+        by_component ? db_op_get_path_functions(term->op, pass) : db_op_functions_t{};
+    return functions.test ? functions : db_op_get_functions(term->op, pass);
+}
+
 static void _db_bind_list(db_exec_term_t *terms, bool is_folder) {
     db_op_pass_t pass = {is_folder, terms && !terms->link};
     u32 number = 0;
     for (db_exec_term_t *term = terms; term; term = term->link) {
         term->number = number++;
         term->word = db_term_get_word(term);
-        db_op_functions_t functions = db_op_get_functions(term->op, pass);
+        db_op_functions_t functions = _db_get_functions(term, pass);
         term->test = functions.test;
         term->scan = functions.scan;
     }

@@ -15,6 +15,13 @@ db_exec_term_t *db_exec_term_create(const db_term_t *term, u32 op, utf8_mode_t m
 db_exec_term_t *db_exec_term_create_matcher(const db_term_t *term, u32 op, const char *text);
 db_exec_term_t *db_exec_term_create_constant(const db_term_t *term, bool value);
 
+// A term of a text family, with the op and the folded text by the source term's flags: FIND, EQUAL, WILDCARD,
+// WILDCARD_FIND, STARTS_WITH or ENDS_WITH.
+db_exec_term_t *db_exec_term_create_folded(const db_term_t *term, u32 family, const char *text, u32 length);
+// The op of a family whose bits are the mode and the negation only. `mode` is UTF8_MODE_ASCII where the fast
+// comparison is taken.
+u32 db_term_get_mode_op(u32 family, u32 flags, utf8_mode_t mode);
+
 // Appends the two forms of a term to the query's lists. The form that the term's flags exclude is freed and
 // replaced by the constant: false, or true when the term is negated.
 void db_query_append_terms(db_query_t *query, db_term_t *term, db_exec_term_t *folder, db_exec_term_t *file);
@@ -34,9 +41,12 @@ inline utf8_mode_t db_term_get_mode(u32 flags) {
 // Compiles a term that is a function, and returns true; false for one that is plain text
 // (db_query_function.cpp).
 bool db_term_compile_function(db_query_t *query, db_term_t *term);
-// Compiles a path that is anchored at folders of the index (db_query_path.cpp). False when it is no such
-// path. `star`: the text had a final `*`, which is not in it any more.
+// Compiles a path that is anchored at folders of the index (db_query_path.cpp): a root, or an absolute path
+// with a final separator. False when it is no such path.
 bool db_term_compile_anchored_path(db_query_t *query, db_term_t *term, const char *text, u32 length);
+// A path with a drive or a server; or one that begins with a single separator, has more than one component,
+// and belongs to a root of the index.
+bool db_path_is_absolute(const db_t *db, const char *text, u32 length);
 // The same for a path that the desktop named: an absolute path, a folder and what is below it.
 void db_term_compile_shell_path(db_query_t *query, db_term_t *term, const char *path, u32 length);
 

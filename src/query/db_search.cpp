@@ -196,15 +196,40 @@ static void _db_scan_proc(void *param, u32 part, u32 parts) {
 
 // --- A pass ------------------------------------------------------------------------------------------------
 
+static void _db_search_prepare_term(db_query_t *query, db_exec_term_t *term, bool is_folder) {
+    db_search_prepare_path(query, term, is_folder);
+    db_search_prepare_function(query, term, is_folder);
+}
+
 void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder) {
     for (db_exec_term_t *term = terms; term && !query->cancel_search; term = term->link)
-        db_search_prepare_function(query, term, is_folder);
+        _db_search_prepare_term(query, term, is_folder);
 }
 
 // The letter's bit of a pass that looks for one letter in all its spellings, else 0.
 static u64 _db_get_exact_word(const db_exec_term_t *term) {
     bool is_letter = term->op == DB_OP_FIND && !term->link && term->text_length == 1;
     return is_letter ? term->word & DB_WORD_LETTER_BITS : 0;
+}
+
+static void _db_run_pass(db_query_t *query, const array_t *scan_array, const db_exec_term_t *first_term,
+                         const db_word_filter_t *filter, bool is_folder, array_t *results) {
+    u32 threads = os_get_thread_count(static_cast<u64>(scan_array->page_count) << PAGE_SHIFT, THREAD_BYTES);
+    if (query->has_content_term && !is_folder)
+        threads = 1; // what is slow is the disk
+    bool has_words = scan_array->word != nullptr;
+    _db_pass_t pass = {query,
+                       scan_array,
+                       first_term,
+                       has_words && !db_word_filter_is_open(filter) ? filter : nullptr,
+                       has_words ? _db_get_exact_word(first_term) : 0,
+                       static_cast<db_scan_t *>(mem_alloc(threads * sizeof(db_scan_t)))};
+    os_parallel(threads, _db_scan_proc, &pass);
+    for (u32 i = 0; i < threads; i++) {
+        array_take_pages(results, &pass.scans[i].results);
+        array_kill(&pass.scans[i].results);
+    }
+    mem_free(pass.scans);
 }
 
 static void _db_search_pass(db_query_t *query, const array_t *scan_array, db_exec_term_t *first_term,
@@ -221,22 +246,11 @@ static void _db_search_pass(db_query_t *query, const array_t *scan_array, db_exe
     if (filter.count == 0)
         return; // no name can match
     db_search_prepare(query, first_term, is_folder);
-    u32 threads = os_get_thread_count(static_cast<u64>(scan_array->page_count) << PAGE_SHIFT, THREAD_BYTES);
-    if (query->has_content_term && !is_folder)
-        threads = 1; // what is slow is the disk
-    bool has_words = scan_array->word != nullptr;
-    _db_pass_t pass = {query,
-                       scan_array,
-                       first_term,
-                       has_words && !db_word_filter_is_open(&filter) ? &filter : nullptr,
-                       has_words ? _db_get_exact_word(first_term) : 0,
-                       static_cast<db_scan_t *>(mem_alloc(threads * sizeof(db_scan_t)))};
-    os_parallel(threads, _db_scan_proc, &pass);
-    for (u32 i = 0; i < threads; i++) {
-        array_take_pages(results, &pass.scans[i].results);
-        array_kill(&pass.scans[i].results);
-    }
-    mem_free(pass.scans);
+    array_t narrowed;
+    bool is_narrowed = db_search_narrow(query, first_term, is_folder, &narrowed);
+    _db_run_pass(query, is_narrowed ? &narrowed : scan_array, first_term, &filter, is_folder, results);
+    if (is_narrowed)
+        array_kill(&narrowed);
 }
 
 void db_search_folders(db_query_t *query, const array_t *scan_array) {

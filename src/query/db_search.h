@@ -41,6 +41,9 @@ struct db_op_pass_t {
     bool is_single; // the pass has one term
 };
 db_op_functions_t db_op_get_functions(u32 op, db_op_pass_t pass);
+// Those of the families that lead through folders of the index: anchors, components, and texts that are
+// looked for in any component of a path (db_search_path.cpp); 0 in both for others.
+db_op_functions_t db_op_get_path_functions(u32 op, db_op_pass_t pass);
 // Those of the families that test no text of names and paths (db_search_function.cpp); 0 in both for others.
 db_op_functions_t db_op_get_function_functions(u32 op, db_op_pass_t pass);
 // A scan for any test.
@@ -50,8 +53,14 @@ db_text_test_t *db_op_get_text_test(u32 op);
 
 // Before the threads of a pass start: fills what terms of the pass need to know of all items.
 void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder);
-// The part of it for functions (db_search_function_prepare.cpp).
+// The parts of it for texts in components, and for functions (db_search_function_prepare.cpp).
+void db_search_prepare_path(db_query_t *query, db_exec_term_t *term, bool is_folder);
 void db_search_prepare_function(db_query_t *query, db_exec_term_t *term, bool is_folder);
+
+// Where a term that must match leaves only few items, those, in name order, in place of the whole array: true
+// when `narrowed`, which is then the caller's, is to be scanned instead (db_search_narrow.cpp).
+bool db_search_narrow(const db_query_t *query, const db_exec_term_t *first_term, bool is_folder,
+                      array_t *narrowed);
 
 // The scans of a plain substring over the names of one page, by mode and instruction set: the reason why a
 // search takes milliseconds. A scan's `term->needle` is set. Results as of db_page_scan_t, not negated. They

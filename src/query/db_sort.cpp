@@ -1,10 +1,15 @@
-// Brings results to an order without comparing two items: by reversal, or by walking an array of the database
-// that is in that order and picking the results out of it.
+// Brings results to an order: by reversal; by walking an array of the database that is in that order and
+// picking the results out of it, which compares nothing; or, where the results are few and an order by
+// numbers is wanted, by sorting them.
 #include "base/mem.h"
+#include "db/db_file.h"
+#include "db/db_folder.h"
 #include "os/debug.h"
 #include "os/os.h"
 #include "os/os_parallel.h"
 #include "query/db_query.h"
+
+#include <algorithm>
 
 namespace findwright {
 
@@ -135,6 +140,73 @@ static bool _db_sort_by_walk(db_query_t *query, u32 sort) {
     return true;
 }
 
+// --- Gathering ---------------------------------------------------------------------------------------------
+
+// Few results are sorted by themselves; the walk takes as long as the index is large.
+static constexpr u32 GATHER_PART = 16;
+
+struct _db_gathered_t {
+    u64 key;
+    u32 value;
+};
+
+// The column that an order sorts by; its values stand in the order's own order.
+static u64 _db_get_sort_key(const db_t *db, const db_item_t *item, bool is_folder, u32 sort) {
+    switch (sort) {
+    case DB_SORT_SIZE_ASCENDING: return is_folder ? db_folder_get_size(db, item) : db_file_get_size(db, item);
+    case DB_SORT_DATE_CREATED_ASCENDING:
+        return is_folder ? db_folder_get_date_created(db, item) : db_file_get_date_created(db, item);
+    case DB_SORT_DATE_MODIFIED_ASCENDING:
+        return is_folder ? db_folder_get_date_modified(db, item) : db_file_get_date_modified(db, item);
+    default: return is_folder ? db_folder_get_date_accessed(db, item) : db_file_get_date_accessed(db, item);
+    }
+}
+
+// Sorts results in name order by a column: equal values keep their order. Unknown values stand first.
+static void _db_gather(const db_t *db, array_t *results, bool is_folder, u32 sort) {
+    u32 count = results->count;
+    _db_gathered_t *gathered = static_cast<_db_gathered_t *>(mem_alloc((count + 1) * sizeof *gathered));
+    u32 page = 0, value, n = 0;
+    i32 position = -1;
+    while (array_next_to(results, &page, &position, &value))
+        gathered[n++] = {_db_get_sort_key(db, db_item(value), is_folder, sort) + 1, value};
+    std::stable_sort(gathered, gathered + n,
+                     [](const _db_gathered_t &a, const _db_gathered_t &b) { return a.key < b.key; });
+    u32 *values = static_cast<u32 *>(mem_alloc((count + 1) * sizeof *values));
+    for (u32 i = 0; i < n; i++)
+        values[i] = gathered[i].value;
+    array_set_from_memory(results, values, n);
+    mem_free(values);
+    mem_free(gathered);
+}
+
+static bool _db_sort_by_gathering(db_query_t *query, u32 sort) {
+    const db_t *db = query->db;
+    u32 ascending = sort & ~DB_SORT_DESCENDING;
+    bool is_number = ascending == DB_SORT_SIZE_ASCENDING || ascending == DB_SORT_DATE_CREATED_ASCENDING ||
+                     ascending == DB_SORT_DATE_MODIFIED_ASCENDING ||
+                     ascending == DB_SORT_DATE_ACCESSED_ASCENDING;
+    u64 count = static_cast<u64>(query->folder_results.count) + query->file_results.count;
+    u64 all = static_cast<u64>(db->folder_name_array.count) + db->file_name_array.count;
+    if (!is_number || !query->sorted || query->sort != DB_SORT_NAME_ASCENDING || count > all / GATHER_PART ||
+        !db_get_sorted_arrays(query->db, db_sort_get_fast_flag(sort)).files)
+        return false;
+    // Folders without sizes of their own stand in name order under an order by size.
+    if (ascending != DB_SORT_SIZE_ASCENDING || db->layout.flags & DB_FLAG_FOLDER_SIZE)
+        _db_gather(db, &query->folder_results, true, ascending);
+    _db_gather(db, &query->file_results, false, ascending);
+    query->sort = ascending;
+    query->folders_first = 1;
+    if (sort & DB_SORT_DESCENDING) {
+        array_reverse(&query->folder_results);
+        array_reverse(&query->file_results);
+        query->sort = sort;
+        query->folders_first = 0;
+    }
+    debug_printf("SET SORT 2 %d\n", sort);
+    return true;
+}
+
 // --- The sort ----------------------------------------------------------------------------------------------
 
 void db_sort_results(db_query_t *query, u32 sort) {
@@ -149,7 +221,7 @@ void db_sort_results(db_query_t *query, u32 sort) {
         query->sort = sort;
         debug_printf("SET SORT 3 %d\n", sort);
         _db_query_post_results_changed(query);
-    } else if (_db_sort_by_walk(query, sort)) {
+    } else if (_db_sort_by_gathering(query, sort) || _db_sort_by_walk(query, sort)) {
         _db_query_post_results_changed(query);
     }
     debug_printf("finished sort, time taken %f seconds\n", os_get_tick_count() - start);

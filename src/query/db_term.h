@@ -129,6 +129,8 @@ struct db_exec_term_t {
         u32 mask; // attributes that must be set
     };
     db_term_data_t *data; // or 0
+    bool data_is_shared;  // another term owns it
+    bool has_separator;   // the text has a `\`: it may span components of a path
     db_needle_t needle;
     u32 text_length;
     char text[1]; // folded, unterminated

@@ -94,7 +94,7 @@ TEST(DbSearch, WhatTermsMean) {
         {"wfn:abcabc", 0, {"abcabc"}},
         {"wfn:", 0, {}},
         {"nowfn:b?a", 0, {"abcabc"}},
-        {"dir\\", 0, {"inner.txt"}},
+        {"dir\\", 0, {"C:\\dir", "inner.txt"}},
         {"c:\\dir", 0, {"C:\\dir", "inner.txt"}},
         {"path:r\\inn", 0, {"inner.txt"}},
         {"inner", PATH, {"inner.txt"}},

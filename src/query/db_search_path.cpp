@@ -1,0 +1,234 @@
+// The ops that lead through folders of the index.
+//
+// An item is below an anchor when one of its parents is. A text without a separator that is looked for in
+// paths is looked for in their components: since each is the name of some folder, a pass first finds all
+// folders with such a component, their own or one above, and an item is then decided by its parent and its
+// own name, without its path being written out.
+#include "base/mem.h"
+#include "db/db_word.h"
+#include "os/os_parallel.h"
+#include "query/db_item_set.h"
+#include "query/db_query_internal.h"
+#include "query/db_search.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace findwright {
+
+// --- Anchors -----------------------------------------------------------------------------------------------
+
+static bool _db_has_ref(const mem_ref_t *refs, u32 count, mem_ref_t ref) {
+    return std::binary_search(refs, refs + count, ref);
+}
+
+// One of the folders is the item's parent or further up; with `self`, or the item itself.
+template<bool self>
+static bool _db_is_at(const db_item_t *item, const mem_ref_t *refs, u32 count) {
+    for (mem_ref_t ref = self ? mem_ref(item) : item->parent; ref >= MEM_REF_FIRST;
+         ref = db_item(ref)->parent) {
+        if (count == 1 ? ref == *refs : _db_has_ref(refs, count, ref))
+            return true;
+    }
+    return false;
+}
+
+template<u32 family, bool negated>
+static bool _db_test_anchor(db_scan_t *, const db_exec_term_t *term, const db_item_t *item) {
+    const db_anchors_t *anchors = static_cast<const db_anchors_t *>(term->data);
+    bool below;
+    if constexpr (family == DB_OP_ANCHOR_INNER || family == DB_OP_ANCHORS_INNER)
+        below = _db_is_at<false>(item, anchors->inner, anchors->inner_count);
+    else if constexpr (family == DB_OP_ANCHOR_OUTER || family == DB_OP_ANCHORS_OUTER)
+        below = _db_is_at<true>(item, anchors->outer, anchors->outer_count);
+    else
+        below = (anchors->inner_count != 0 && _db_is_at<false>(item, anchors->inner, anchors->inner_count)) ||
+                (anchors->outer_count != 0 && _db_is_at<true>(item, anchors->outer, anchors->outer_count)) ||
+                _db_has_ref(anchors->files, anchors->file_count, mem_ref(item));
+    return below != negated;
+}
+
+// --- Components --------------------------------------------------------------------------------------------
+
+// A root's name may be a path of several components itself; all other names are one.
+static bool _db_test_components(const db_exec_term_t *term, void *regex_match, const char *name, u32 length) {
+    const char *end = name + length;
+    for (;;) {
+        const void *separator =
+            length != 0 ? std::memchr(name, '\\', static_cast<size_t>(end - name)) : nullptr;
+        const char *stop = separator ? static_cast<const char *>(separator) : end;
+        if ((stop != name || length == 0) &&
+            term->text_test(term, regex_match, name, static_cast<u32>(stop - name)))
+            return true;
+        if (stop == end)
+            return false;
+        name = stop + 1;
+    }
+}
+
+// An item's own name, for both kinds of terms: a component term knows the op for names that it came from.
+static bool _db_test_own_name(const db_exec_term_t *term, const db_item_t *item) {
+    u32 length;
+    const char *name = db_item_get_name(item, &length);
+    if (term->matcher_op == 0 || !db_item_is_top(item))
+        return term->text_test(term, nullptr, name, length);
+    return _db_test_components(term, nullptr, name, length);
+}
+
+template<bool negated>
+static bool _db_test_component(db_scan_t *, const db_exec_term_t *term, const db_item_t *item) {
+    bool matches = (item->parent >= MEM_REF_FIRST &&
+                    db_item_set_has(static_cast<const db_item_set_t *>(term->data), item->parent)) ||
+                   _db_test_own_name(term, item);
+    return matches != negated;
+}
+
+// A text that is looked for in paths, by its folders and by the vector scan over names.
+template<bool negated>
+static u32 _db_scan_path_find(db_scan_t *scan, const db_exec_term_t *term, const u32 *values, u32 count,
+                              u32 *out) {
+    const db_item_set_t *set = static_cast<const db_item_set_t *>(term->data);
+    db_op_parts_t parts = db_op_decode(term->op);
+    u32 hits[ARRAY_PAGE_VALUES + 1];
+    u32 hit_count = db_find_scans_get()->scans[parts.mode][parts.whole_word](scan, term, values, count, hits);
+    hits[hit_count] = 0;
+    u32 found = 0;
+    for (u32 i = 0, next = 0; i < count; i++) {
+        bool is_hit = hits[next] == values[i];
+        next += is_hit;
+        bool matches = is_hit || db_item_set_has(set, db_item(values[i])->parent);
+        out[found] = values[i];
+        found += matches != negated;
+    }
+    return found;
+}
+
+// --- Folders whose path has such a component ---------------------------------------------------------------
+
+static constexpr u32 FOLDERS_PER_THREAD = 16384;
+
+struct _db_path_work_t {
+    db_query_t *query;
+    const db_exec_term_t *term;
+    const array_t *folders;
+    db_item_set_t *found; // have the component, in the end also those below such a folder
+    db_item_set_t *known; // are known not to have it
+};
+
+static bool _db_is_cancelled(const _db_path_work_t *work) {
+    return work->query->cancel_search.load(std::memory_order_relaxed) != 0;
+}
+
+static void _db_find_named_folders_proc(void *param, u32 part, u32 parts) {
+    _db_path_work_t *work = static_cast<_db_path_work_t *>(param);
+    db_word_filter_t filter = {1, {db_word_of_text(work->term->text, work->term->text_length)}};
+    u64 pages = work->folders->page_count;
+    u32 values[ARRAY_PAGE_VALUES];
+    for (u64 page = pages * part / parts; page < pages * (part + 1) / parts && !_db_is_cancelled(work);
+         page++) {
+        const array_page_t *from = work->folders->pages[page];
+        u32 count = db_word_filter_run(&filter, array_page_words(from), array_page_values(from),
+                                       from->item_count, values);
+        for (u32 i = 0; i < count; i++) {
+            if (_db_test_own_name(work->term, db_item(values[i])))
+                db_item_set_add_shared(work->found, values[i]);
+        }
+    }
+}
+
+// Whether a folder on the way up has the component; what is learned of the folders on the way is kept. Others
+// may learn the same at the same time.
+static void _db_decide_folder(_db_path_work_t *work, mem_ref_t folder) {
+    mem_ref_t ref = folder;
+    while (ref >= MEM_REF_FIRST && !db_item_set_has_shared(work->found, ref) &&
+           !db_item_set_has_shared(work->known, ref))
+        ref = db_item(ref)->parent;
+    db_item_set_t *set =
+        ref >= MEM_REF_FIRST && db_item_set_has_shared(work->found, ref) ? work->found : work->known;
+    for (mem_ref_t below = folder; below != ref; below = db_item(below)->parent)
+        db_item_set_add_shared(set, below);
+}
+
+static void _db_decide_folders_proc(void *param, u32 part, u32 parts) {
+    _db_path_work_t *work = static_cast<_db_path_work_t *>(param);
+    u64 pages = work->folders->page_count;
+    for (u64 page = pages * part / parts; page < pages * (part + 1) / parts && !_db_is_cancelled(work);
+         page++) {
+        const u32 *values = array_page_values(work->folders->pages[page]);
+        u32 count = work->folders->pages[page]->item_count;
+        for (u32 i = 0; i < count; i++) {
+            if (i + DB_SCAN_AHEAD < count)
+                __builtin_prefetch(db_item(values[i + DB_SCAN_AHEAD]));
+            _db_decide_folder(work, values[i]);
+        }
+    }
+}
+
+static bool _db_set_is_empty(const db_item_set_t *set) {
+    size_t words = static_cast<size_t>(set->end - set->first) / 128 + 1;
+    return std::all_of(set->bits, set->bits + words, [](u64 bits) { return bits == 0; });
+}
+
+static bool _db_is_component_family(u32 family) {
+    return family == DB_OP_COMPONENT_STARTS_WITH || family == DB_OP_COMPONENT_ENDS_WITH ||
+           family == DB_OP_COMPONENT_EQUAL;
+}
+
+// The same set serves both passes.
+static const db_exec_term_t *_db_find_twin(const db_query_t *query, const db_exec_term_t *term) {
+    const db_exec_term_t *twin = query->folder_terms;
+    while (twin && twin->number != term->number)
+        twin = twin->link;
+    return twin && twin->op == term->op && twin->data ? twin : nullptr;
+}
+
+void db_search_prepare_path(db_query_t *query, db_exec_term_t *term, bool is_folder) {
+    db_op_parts_t parts = db_op_decode(term->op);
+    bool is_find = parts.family == DB_OP_FIND && parts.path && !term->has_separator;
+    if (!is_find && !_db_is_component_family(parts.family))
+        return;
+    const db_exec_term_t *twin = is_folder ? nullptr : _db_find_twin(query, term);
+    if (twin) {
+        term->data = twin->data;
+        term->data_is_shared = true;
+        return;
+    }
+    const array_t *folders = &query->db->folder_name_array;
+    _db_path_work_t work = {query, term, folders, db_item_set_create(folders), nullptr};
+    u32 threads = os_get_thread_count(folders->count, FOLDERS_PER_THREAD);
+    os_parallel(threads, _db_find_named_folders_proc, &work);
+    if (!_db_set_is_empty(work.found)) {
+        work.known = db_item_set_create(folders);
+        os_parallel(threads, _db_decide_folders_proc, &work);
+        db_item_set_free(work.known);
+    }
+    term->data = work.found;
+}
+
+// --- The table ---------------------------------------------------------------------------------------------
+
+template<bool negated>
+static db_op_functions_t _db_get_path_functions(u32 family) {
+    switch (family) {
+    case DB_OP_ANCHORS: return {_db_test_anchor<DB_OP_ANCHORS, negated>, db_scan_by_test};
+    case DB_OP_ANCHORS_INNER: return {_db_test_anchor<DB_OP_ANCHORS_INNER, negated>, db_scan_by_test};
+    case DB_OP_ANCHORS_OUTER: return {_db_test_anchor<DB_OP_ANCHORS_OUTER, negated>, db_scan_by_test};
+    case DB_OP_ANCHOR_INNER: return {_db_test_anchor<DB_OP_ANCHOR_INNER, negated>, db_scan_by_test};
+    case DB_OP_ANCHOR_OUTER: return {_db_test_anchor<DB_OP_ANCHOR_OUTER, negated>, db_scan_by_test};
+    case DB_OP_COMPONENT_STARTS_WITH:
+    case DB_OP_COMPONENT_ENDS_WITH:
+    case DB_OP_COMPONENT_EQUAL: return {_db_test_component<negated>, db_scan_by_test};
+    case DB_OP_FIND: return {_db_test_component<negated>, _db_scan_path_find<negated>};
+    default: return {};
+    }
+}
+
+db_op_functions_t db_op_get_path_functions(u32 op, db_op_pass_t pass) {
+    db_op_parts_t parts = db_op_decode(op);
+    if (parts.family == DB_OP_NO_ANCHOR)
+        return db_op_get_functions(parts.negated && pass.is_folder ? DB_OP_TRUE : DB_OP_FALSE, pass);
+    return parts.negated ? _db_get_path_functions<true>(parts.family)
+                         : _db_get_path_functions<false>(parts.family);
+}
+
+} // namespace findwright
