@@ -1,6 +1,7 @@
 // The table of the plain settings, and the keys that are made of two parts.
 #include "app/config_internal.h"
 #include "os/os.h"
+#include "query/db_query_value.h"
 #include "query/db_term.h"
 
 #include <iterator>

@@ -168,6 +168,34 @@ u64 os_file_time_to_local(u64 file_time);
 u64 os_local_time_to_file_time(u64 local);
 u64 os_get_local_file_time();
 
+// What a calendar and a clock show.
+struct os_date_t {
+    u32 year, month, day; // month and day from 1
+    u32 hour, minute, second, millisecond;
+};
+inline constexpr u32 OS_YEAR_FIRST = 1601;
+inline constexpr u32 OS_YEAR_LAST = 30827;
+
+// A date as ticks since 1601 of the clock that shows it, and back, which drops what is below a millisecond;
+// for a date of the user's, these are local times. False, and 0, for what is no date of the years above.
+bool os_date_to_ticks(const os_date_t *date, u64 *ticks);
+void os_ticks_to_date(u64 ticks, os_date_t *date);
+u32 os_days_in_month(u32 year, u32 month);
+
+// How the user's locale reads dates.
+enum os_date_order_t : u32 {
+    OS_ORDER_MONTH_DAY_YEAR = 0,
+    OS_ORDER_DAY_MONTH_YEAR = 1,
+    OS_ORDER_YEAR_MONTH_DAY = 2,
+};
+struct os_calendar_t {
+    u32 first_weekday; // of a week: 0 Sunday to 6 Saturday
+    os_date_order_t date_order;
+    u32 two_digit_year_max; // the last year that two digits can mean
+};
+// Sunday, day first and 2049 where the locale has none of its own.
+void os_get_calendar(os_calendar_t *calendar);
+
 // --- Console and process -----------------------------------------------------------------------------------
 
 // True when standard error (2) or standard output (1) is a terminal.

@@ -82,6 +82,50 @@ static u32 _os_format_short_date_time(char *out, u32 capacity, u64 file_time) {
     return os_copy_text(out, capacity, text, static_cast<u32>(length));
 }
 
+os_date_order_t os_date_order_of_format(const char *format) {
+    for (const char *at = format; *at; at++) {
+        if (*at != '%')
+            continue;
+        // Padding, width, and the marks of other calendars and digits stand in front of the letter.
+        at += 1 + std::strspn(at + 1, "-_^#+0123456789EO");
+        switch (*at) {
+        case 'm':
+        case 'b':
+        case 'B':
+        case 'h':
+        case 'D': return OS_ORDER_MONTH_DAY_YEAR;
+        case 'd':
+        case 'e': return OS_ORDER_DAY_MONTH_YEAR;
+        case 'y':
+        case 'Y':
+        case 'C':
+        case 'F': return OS_ORDER_YEAR_MONTH_DAY;
+        case 0: return OS_ORDER_DAY_MONTH_YEAR;
+        default: break;
+        }
+    }
+    return OS_ORDER_DAY_MONTH_YEAR;
+}
+
+// The C locale and its variants, "C.UTF-8" and the like, are no user's choice of an order.
+static bool _os_has_dates_of_its_own(const char *name) {
+    return std::strcmp(name, "POSIX") != 0 && !(name[0] == 'C' && (!name[1] || name[1] == '.'));
+}
+
+void os_get_calendar(os_calendar_t *calendar) {
+    *calendar = {0, OS_ORDER_DAY_MONTH_YEAR, 2049};
+    if (!_os_has_dates_of_its_own(nl_langinfo_l(_NL_LOCALE_NAME(LC_TIME), _locale)))
+        return;
+    calendar->date_order = os_date_order_of_format(nl_langinfo_l(D_FMT, _locale));
+    // The first day of the week is counted from 1, from the weekday of a date that the locale names: a number
+    // in the place of a pointer.
+    constexpr u32 A_MONDAY = 19971201;
+    auto counted_from =
+        static_cast<u32>(reinterpret_cast<std::uintptr_t>(nl_langinfo_l(_NL_TIME_WEEK_1STDAY, _locale)));
+    auto first = static_cast<u32>(*nl_langinfo_l(_NL_TIME_FIRST_WEEKDAY, _locale));
+    calendar->first_weekday = (first + 6 + (counted_from == A_MONDAY ? 1 : 0)) % 7;
+}
+
 // The 8-bit code page is UTF-8.
 
 static u32 _os_ansi_from_wchar(char *out, u32 capacity, const char16_t *text, u32 length) {

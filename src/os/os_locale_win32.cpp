@@ -106,6 +106,27 @@ static u32 _os_format_short_date_time(char *out, u32 capacity, u64 file_time) {
     return copied;
 }
 
+// A setting of the locale that is a single digit.
+static u32 _os_get_locale_digit(LCTYPE type, u32 last, u32 fallback) {
+    wchar_t text[LOCALE_TEXT];
+    _os_get_locale_text(type, text);
+    u32 value = static_cast<u32>(text[0]) - '0';
+    return value <= last ? value : fallback;
+}
+
+void os_get_calendar(os_calendar_t *calendar) {
+    constexpr u32 SUNDAY = 6; // of the locale's setting, which begins with Monday
+    calendar->first_weekday = (_os_get_locale_digit(LOCALE_IFIRSTDAYOFWEEK, SUNDAY, SUNDAY) + 1) % 7;
+    calendar->date_order =
+        static_cast<os_date_order_t>(_os_get_locale_digit(LOCALE_IDATE, 2, OS_ORDER_DAY_MONTH_YEAR));
+    DWORD year = 0;
+    if (!GetCalendarInfoW(LOCALE_USER_DEFAULT, CAL_GREGORIAN, CAL_ITWODIGITYEARMAX | CAL_RETURN_NUMBER,
+                          nullptr, 0, &year) ||
+        !year)
+        year = 2049;
+    calendar->two_digit_year_max = year;
+}
+
 // The system's calls write nothing when the buffer is too small, so a short one is filled from a whole
 // result.
 

@@ -55,4 +55,7 @@ u64 os_file_time_from_timespec(const timespec *time);
 // the length; cuts what exceeds `capacity`, terminator included.
 u32 os_group_digits(char *out, u32 capacity, i64 value, const char *grouping, const char *separator);
 
+// The order of day, month and year in a date format of strftime.
+os_date_order_t os_date_order_of_format(const char *format);
+
 } // namespace findwright

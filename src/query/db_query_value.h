@@ -2,13 +2,16 @@
 // `size:5kb` means the files that a list shows as 5 KB, `dm:2021-03` the whole month.
 //
 // No text is an error: what is no number is 0, and a date that cannot be read is the range 0 to 0, which no
-// real item is in. Numbers that are too large stand at the largest value; fraction digits past the 18th are
-// skipped. Main thread.
+// real item is in. What follows a whole value is skipped. Sizes and dates that are too large stand at the
+// largest value, counts wrap in 32 bits; fraction digits past the 18th are skipped. Words are read in any
+// case. Main thread.
 #pragma once
 
 #include "base/types.h"
 
 namespace findwright {
+
+struct os_calendar_t;
 
 // A closed range; all ones in both is the special value of what is not known. Impossible ranges are 1 to 0.
 struct db_range_t {
@@ -50,5 +53,10 @@ db_range_t db_query_parse_date_argument(const char *text);
 // A value without a comparison; with `allow_range` a second one may follow behind `..` or `-`.
 db_range_t db_query_parse_size(const char *text, bool allow_range);
 db_range_t db_query_parse_date(const char *text, bool allow_range);
+
+// What dates are read by, for tests: the time now as a file time, 0 for that of the clock; and how the user
+// writes dates, 0 for the locale's way. The calendar is copied.
+void db_query_set_now(u64 file_time);
+void db_query_set_calendar(const os_calendar_t *calendar);
 
 } // namespace findwright

@@ -1,3 +1,4 @@
+#include "os/os_posix.h"
 #include "os_test_support.h"
 
 #include <cstdlib>
@@ -87,6 +88,28 @@ TEST_F(os_time_zone, ends_of_time) {
     EXPECT_EQ(os_file_time_to_local(0), HOUR);
     EXPECT_EQ(os_file_time_to_local(0x7FFFFFFFFFFFFFFF), 0x7FFFFFFFFFFFFFFF + HOUR);
     EXPECT_EQ(os_file_time_to_local(0x8000000000000000), 0x8000000000000000);
+}
+
+TEST(os_calendar, order_of_formats) {
+    const struct {
+        const char *format;
+        os_date_order_t order;
+    } cases[] = {
+        {"%m/%d/%Y", OS_ORDER_MONTH_DAY_YEAR},
+        {"%d.%m.%Y", OS_ORDER_DAY_MONTH_YEAR},
+        {"%Y-%m-%d", OS_ORDER_YEAR_MONTH_DAY},
+        {"%F", OS_ORDER_YEAR_MONTH_DAY},
+        {"%D", OS_ORDER_MONTH_DAY_YEAR},
+        {"%A %-d %b %y", OS_ORDER_DAY_MONTH_YEAR},
+        {"%a, %B %e, %Y", OS_ORDER_MONTH_DAY_YEAR},
+        {"%Ey\xE5\xB9\xB4%m%d", OS_ORDER_YEAR_MONTH_DAY},
+        {"%Od.%Om.%Oy", OS_ORDER_DAY_MONTH_YEAR},
+        {"m/%%y %d", OS_ORDER_DAY_MONTH_YEAR},
+        {"", OS_ORDER_DAY_MONTH_YEAR},
+        {"%", OS_ORDER_DAY_MONTH_YEAR},
+    };
+    for (const auto &entry : cases)
+        EXPECT_EQ(os_date_order_of_format(entry.format), entry.order) << entry.format;
 }
 
 } // namespace

@@ -31,6 +31,26 @@ TEST(os_time, calendar_of_local_times) {
     }
 }
 
+TEST(os_time, dates_and_ticks) {
+    os_date_t date;
+    u64 ticks;
+    for (u64 day = 0; day < 10674900; day += 13) { // into 30827
+        u64 there = day * 86400 * SECOND + 45296789 * (SECOND / 1000);
+        os_ticks_to_date(there, &date);
+        ASSERT_TRUE(os_date_to_ticks(&date, &ticks)) << day;
+        ASSERT_EQ(ticks, there);
+    }
+    const os_date_t none[] = {
+        {1600, 12, 31, 0, 0, 0, 0}, {30828, 1, 1, 0, 0, 0, 0},   {2024, 0, 1, 0, 0, 0, 0},
+        {2024, 13, 1, 0, 0, 0, 0},  {2024, 4, 31, 0, 0, 0, 0},   {2024, 4, 0, 0, 0, 0, 0},
+        {2100, 2, 29, 0, 0, 0, 0},  {2024, 1, 1, 24, 0, 0, 0},   {2024, 1, 1, 0, 60, 0, 0},
+        {2024, 1, 1, 0, 0, 60, 0},  {2024, 1, 1, 0, 0, 0, 1000},
+    };
+    for (const os_date_t &entry : none)
+        EXPECT_FALSE(os_date_to_ticks(&entry, &ticks))
+            << entry.year << " " << entry.month << " " << entry.day;
+}
+
 TEST(os_time, any_value_survives) {
     const u64 values[] = {0,
                           1,
