@@ -98,13 +98,28 @@ void db_regex_match_free(void *pointer) {
     mem_free(match);
 }
 
-bool db_regex_match(const void *pointer, void *match_pointer, const char *text, u32 length) {
+// What the match answers: below 0 there is none from that byte on.
+static int _db_regex_run(const void *pointer, void *match_pointer, const char *text, u32 length, u32 from) {
     const _db_regex_t *regex = static_cast<const _db_regex_t *>(pointer);
     _db_regex_match_t *match = static_cast<_db_regex_match_t *>(match_pointer);
     PCRE2_SPTR subject = reinterpret_cast<PCRE2_SPTR>(text);
     if (regex->ascii && utf8_is_ascii(text, length))
-        return pcre2_jit_match(regex->ascii, subject, length, 0, 0, match->data, match->context) >= 0;
-    return pcre2_match(regex->any, subject, length, 0, 0, match->data, match->context) >= 0;
+        return pcre2_jit_match(regex->ascii, subject, length, from, 0, match->data, match->context);
+    return pcre2_match(regex->any, subject, length, from, 0, match->data, match->context);
+}
+
+bool db_regex_match(const void *regex, void *match, const char *text, u32 length) {
+    return _db_regex_run(regex, match, text, length, 0) >= 0;
+}
+
+bool db_regex_find(const void *regex, void *match, const char *text, u32 length, u32 from, u32 *start,
+                   u32 *end) {
+    if (_db_regex_run(regex, match, text, length, from) < 0)
+        return false;
+    const PCRE2_SIZE *places = pcre2_get_ovector_pointer(static_cast<const _db_regex_match_t *>(match)->data);
+    *start = static_cast<u32>(places[0]);
+    *end = static_cast<u32>(places[1]);
+    return true;
 }
 
 } // namespace findwright

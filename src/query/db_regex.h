@@ -17,5 +17,9 @@ void *db_regex_match_create();
 void db_regex_match_free(void *match);
 // True when the expression matches anywhere in the text.
 bool db_regex_match(const void *regex, void *match, const char *text, u32 length);
+// The first match that begins at or behind `from`, a place between characters: its bytes in the text. It may
+// be empty. False without one.
+bool db_regex_find(const void *regex, void *match, const char *text, u32 length, u32 from, u32 *start,
+                   u32 *end);
 
 } // namespace findwright
