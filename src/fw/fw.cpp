@@ -10,6 +10,7 @@
 #include "index/db_create.h"
 #include "os/event.h"
 #include "os/os.h"
+#include "query/db_explain.h"
 #include "query/db_query.h"
 
 namespace findwright {
@@ -21,7 +22,8 @@ static bool _fw_write_console(void *, int descriptor, const void *bytes, u32 siz
 }
 
 fw_io_t fw_io_console() {
-    return {nullptr, _fw_write_console, os_is_terminal(1), os_is_terminal(2)};
+    return {nullptr, _fw_write_console, os_is_terminal(1), os_is_terminal(2),
+            [](void *) { return os_console_enable_colors(1); }};
 }
 
 static void _fw_print(const fw_io_t *io, int descriptor, const std::string &text) {
@@ -157,6 +159,15 @@ static void _fw_warn_of_order(const _fw_client_t *client, const fw_options_t *op
                       "; results stand in name order\n");
 }
 
+static int _fw_explain(const _fw_client_t *client) {
+    utf8_buf_t text;
+    utf8_buf_init(&text);
+    db_query_explain(client->query, &text);
+    _fw_print(client->io, 1, text.data);
+    utf8_buf_kill(&text);
+    return FW_FOUND;
+}
+
 // Searches what the database holds, and prints. Returns the exit status.
 static int _fw_search(_fw_client_t *client, const fw_options_t *options, const fw_plan_t *plan,
                       const fw_load_t *load, const db_rebuild_stats_t *rebuild) {
@@ -166,6 +177,8 @@ static int _fw_search(_fw_client_t *client, const fw_options_t *options, const f
     u32 search_time = os_get_tick_count() - start;
     while (!client->results_ready)
         event_wait_and_dispatch(OS_INFINITE);
+    if (options->explain)
+        return _fw_explain(client);
     if (!options->count)
         _fw_warn_of_order(client, options);
     if (options->stats)

@@ -18,6 +18,8 @@ struct fw_io_t {
     // Writes to standard output (1) or error (2); false when it is closed.
     bool (*write)(void *user_data, int descriptor, const void *bytes, u32 size);
     bool output_is_terminal, error_is_terminal;
+    // Has the terminal of the output take colours; false when it cannot. May be 0.
+    bool (*enable_colors)(void *user_data) = nullptr;
 };
 fw_io_t fw_io_console();
 

@@ -152,12 +152,14 @@ fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const 
         ->group("Output")
         ->excludes(null_flag)
         ->excludes(json_flag);
-    app.add_option("--color", options->color, "auto, always or never")
+    app.add_option("--color", options->color, "mark what matched in text: auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("WHEN")
         ->group("Output");
     app.add_option("--threads", options->threads, "use at most N threads")->type_name("N")->group("Other");
     app.add_flag("--stats", options->stats, "print counts and times to standard error")->group("Other");
+    app.add_flag("--explain", options->explain, "print what the search text became, in place of results")
+        ->group("Other");
     try {
         std::vector<std::string> list(arguments + (count != 0 ? 1 : 0), arguments + count);
         std::reverse(list.begin(), list.end());

@@ -42,6 +42,7 @@ struct fw_options_t {
     std::string color = "auto";
     u32 threads = 0;
     bool stats = false;
+    bool explain = false;
 };
 
 // The name of a sort code's order, without its direction.

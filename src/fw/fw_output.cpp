@@ -6,8 +6,10 @@
 #include "db/db_folder.h"
 #include "fw/fw_path.h"
 #include "os/os.h"
+#include "query/db_highlight.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace findwright {
 
@@ -46,6 +48,12 @@ static bool _fw_is_of_system(const db_item_t *item) {
 
 // Paths of this system are given as its users write them. What belongs to one is told by its root item: the
 // name alone of an item below does not show it.
+static bool _fw_is_for_user(const utf8_buf_t *text, const db_item_t *item, fw_column_t column) {
+    if (column == FW_COLUMN_NAME && !db_item_is_top(item))
+        return _fw_is_of_system(item);
+    return fw_path_is_system_root(text->data, static_cast<u32>(text->length));
+}
+
 static void _fw_get_text(utf8_buf_t *out, const db_item_t *item, fw_column_t column) {
     u32 length;
     const char *name = db_item_get_name(item, &length);
@@ -55,12 +63,13 @@ static void _fw_get_text(utf8_buf_t *out, const db_item_t *item, fw_column_t col
         db_item_get_path(out, item);
     else
         db_item_get_full_path_name(out, item);
-    const bool is_top = db_item_is_top(item);
-    if (is_top && column == FW_COLUMN_PATH)
+    if (db_item_is_top(item) && column == FW_COLUMN_PATH)
         return; // nothing holds it
-    if (is_top || column != FW_COLUMN_NAME)
+    if (!_fw_is_for_user(out, item, column))
+        return;
+    if (out->length == 0)
         fw_path_to_user(out);
-    else if (_fw_is_of_system(item))
+    else
         fw_name_to_user(out);
 }
 
@@ -199,15 +208,21 @@ static u32 _fw_display_width(const char *text, u32 length) {
     return width;
 }
 
-// A column's cell as text, for the screen: a terminal must not be driven by a file's name.
+// A terminal must not be driven by a file's name.
+static void _fw_make_harmless(utf8_buf_t *text) {
+    for (i32 i = 0; i < text->length; i++) {
+        if (text->data[i] < 0x20 || text->data[i] == 0x7F)
+            text->data[i] = '?';
+    }
+}
+
+// A column's cell as text, for the screen.
 static void _fw_get_cell(utf8_buf_t *out, const db_t *db, const db_item_t *item, bool is_folder,
                          fw_column_t column, bool terminal) {
     if (_fw_is_text(column)) {
         _fw_get_text(out, item, column);
-        for (i32 i = 0; terminal && i < out->length; i++) {
-            if (out->data[i] < 0x20 || out->data[i] == 0x7F)
-                out->data[i] = '?';
-        }
+        if (terminal)
+            _fw_make_harmless(out);
         return;
     }
     utf8_buf_empty(out);
@@ -247,18 +262,77 @@ static u32 _fw_get_width(const fw_options_t *options, db_query_t *query, i32 fir
     return _fw_is_text(column) ? std::min(width, TEXT_WIDTH_MAX) : width;
 }
 
-static void _fw_cat_text_row(std::string *out, const fw_options_t *options, const std::vector<u32> &widths,
-                             const db_t *db, const db_item_t *item, bool is_folder, bool terminal,
-                             utf8_buf_t *cell) {
-    for (size_t i = 0; i < options->columns.size(); i++) {
-        fw_column_t column = options->columns[i];
-        _fw_get_cell(cell, db, item, is_folder, column, terminal);
-        u32 width = _fw_display_width(cell->data, static_cast<u32>(cell->length));
-        std::string padding(width < widths[i] ? widths[i] - width : 0, ' ');
-        bool last = i + 1 == options->columns.size();
+// What the rows of a text are made with.
+struct _fw_text_t {
+    const fw_options_t *options;
+    db_query_t *query;
+    bool is_screen; // the output is, or will be, on a terminal
+    bool has_color;
+    std::vector<u32> widths;
+    utf8_buf_t cell;
+    db_highlight_t highlight;
+};
+
+static bool _fw_wants_color(const fw_options_t *options, const fw_io_t *io) {
+    const char *no_color = std::getenv("NO_COLOR"); // set by users for all programs
+    bool is_always = options->color == "always";
+    if (options->format != FW_FORMAT_TEXT || options->color == "never" ||
+        (!is_always && no_color && *no_color))
+        return false;
+    bool can = io->output_is_terminal && io->enable_colors && io->enable_colors(io->user_data);
+    return is_always || can;
+}
+
+// The text of a column, which is in `cell` already, with what matched set off. It becomes what the user
+// reads piece by piece, since the pieces may change their lengths.
+static void _fw_cat_highlighted(std::string *out, _fw_text_t *text, i32 index, fw_column_t column) {
+    static constexpr char MARK[] = "\x1b[1;31m", END[] = "\x1b[0m";
+    db_highlight_t *highlight = &text->highlight;
+    if (column == FW_COLUMN_FULL)
+        db_get_highlighted_full_path_name(text->query, index, highlight);
+    else
+        _db_get_highlighted_result(text->query, index, highlight, highlight,
+                                   column == FW_COLUMN_NAME ? DB_HIGHLIGHT_NAME : DB_HIGHLIGHT_PATH);
+    utf8_buf_t *piece = &text->cell;
+    if (highlight->run_count == 0) {
+        out->append(piece->data, static_cast<size_t>(piece->length));
+        return;
+    }
+    bool is_for_user = _fw_is_for_user(&highlight->text, db_get_result_item(text->query, index), column);
+    auto append = [&](u32 start, u32 end) {
+        utf8_buf_copy_utf8(piece, highlight->text.data + start, end - start);
+        if (is_for_user)
+            fw_name_to_user(piece);
+        _fw_make_harmless(piece);
+        out->append(piece->data, static_cast<size_t>(piece->length));
+    };
+    u32 end = 0;
+    for (u32 i = 0; i < highlight->run_count; i++) {
+        db_highlight_run_t run = highlight->runs[i];
+        append(end, run.start);
+        end = run.start + run.length;
+        *out += MARK;
+        append(run.start, end);
+        *out += END;
+    }
+    append(end, static_cast<u32>(highlight->text.length));
+}
+
+static void _fw_cat_text_row(std::string *out, _fw_text_t *text, i32 index) {
+    const std::vector<fw_column_t> &columns = text->options->columns;
+    for (size_t i = 0; i < columns.size(); i++) {
+        fw_column_t column = columns[i];
+        _fw_get_cell(&text->cell, text->query->db, db_get_result_item(text->query, index),
+                     db_is_folder_result(text->query, index), column, text->is_screen);
+        u32 width = _fw_display_width(text->cell.data, static_cast<u32>(text->cell.length));
+        std::string padding(width < text->widths[i] ? text->widths[i] - width : 0, ' ');
+        bool last = i + 1 == columns.size();
         if (column == FW_COLUMN_SIZE)
             *out += padding;
-        out->append(cell->data, static_cast<size_t>(cell->length));
+        if (text->has_color && _fw_is_text(column))
+            _fw_cat_highlighted(out, text, index, column);
+        else
+            out->append(text->cell.data, static_cast<size_t>(text->cell.length));
         if (column != FW_COLUMN_SIZE && !last)
             *out += padding;
         *out += last ? "\n" : "  ";
@@ -271,14 +345,16 @@ bool fw_output_results(const fw_options_t *options, db_query_t *query, const fw_
     u64 count = db_get_result_count(query);
     i32 first = static_cast<i32>(std::min(options->offset, count));
     i32 end = static_cast<i32>(std::min(options->max, count - first) + first);
-    bool terminal = io->output_is_terminal;
-    std::vector<u32> widths(options->columns.size());
-    for (size_t i = 0; options->format == FW_FORMAT_TEXT && i < widths.size(); i++)
-        widths[i] = _fw_get_width(options, query, first, end, i, terminal);
+    _fw_text_t rows = {options, query, io->output_is_terminal, _fw_wants_color(options, io), {}, {}, {}};
+    // Colours that are asked for where no terminal is will reach one, through a pager.
+    rows.is_screen |= rows.has_color;
+    utf8_buf_init(&rows.cell);
+    db_highlight_init(&rows.highlight);
+    for (size_t i = 0; options->format == FW_FORMAT_TEXT && i < options->columns.size(); i++)
+        rows.widths.push_back(_fw_get_width(options, query, first, end, i, rows.is_screen));
 
     std::string out;
-    utf8_buf_t text;
-    utf8_buf_init(&text);
+    utf8_buf_t &text = rows.cell;
     if (options->format == FW_FORMAT_JSON)
         out = "[";
     if (options->format == FW_FORMAT_CSV) {
@@ -301,7 +377,7 @@ bool fw_output_results(const fw_options_t *options, db_query_t *query, const fw_
                          _fw_is_text(options->columns[0]) ? options->columns[0] : FW_COLUMN_FULL);
             out.append(text.data, static_cast<size_t>(text.length) + 1);
             break;
-        default: _fw_cat_text_row(&out, options, widths, query->db, item, is_folder, terminal, &text); break;
+        default: _fw_cat_text_row(&out, &rows, i); break;
         }
         if (out.size() >= FLUSH_SIZE) {
             open = io->write(io->user_data, 1, out.data(), static_cast<u32>(out.size()));
@@ -310,7 +386,8 @@ bool fw_output_results(const fw_options_t *options, db_query_t *query, const fw_
     }
     if (options->format == FW_FORMAT_JSON)
         out += first == end ? "]\n" : "\n]\n";
-    utf8_buf_kill(&text);
+    db_highlight_kill(&rows.highlight);
+    utf8_buf_kill(&rows.cell);
     return open && io->write(io->user_data, 1, out.data(), static_cast<u32>(out.size()));
 }
 

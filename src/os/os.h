@@ -200,6 +200,9 @@ void os_get_calendar(os_calendar_t *calendar);
 
 // True when standard error (2) or standard output (1) is a terminal.
 bool os_is_terminal(int descriptor);
+// True when that is a terminal which takes escape sequences for colours. One that has to be told to do so is,
+// and goes on doing so.
+bool os_console_enable_colors(int descriptor);
 // Writes to standard output or error in large pieces; false when it is closed. UTF-8 bytes as they are.
 bool os_console_write(int descriptor, const void *bytes, u32 size);
 // A line for the user, its end added: to standard error, or where there is none in a message box.

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <iterator>
@@ -15,6 +16,11 @@ namespace findwright {
 
 bool os_is_terminal(int descriptor) {
     return isatty(descriptor) == 1;
+}
+
+bool os_console_enable_colors(int descriptor) {
+    const char *kind = std::getenv("TERM");
+    return os_is_terminal(descriptor) && kind && *kind && std::strcmp(kind, "dumb") != 0;
 }
 
 bool os_console_write(int descriptor, const void *bytes, u32 size) {

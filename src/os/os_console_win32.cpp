@@ -31,6 +31,16 @@ bool os_is_terminal(int descriptor) {
     return _os_is_console(_os_standard_handle(descriptor));
 }
 
+// Systems before Windows 10 refuse the mode.
+bool os_console_enable_colors(int descriptor) {
+    constexpr DWORD PROCESSED_OUTPUT = 0x1, TERMINAL_PROCESSING = 0x4;
+    HANDLE handle = _os_standard_handle(descriptor);
+    DWORD mode;
+    if (!handle || !GetConsoleMode(handle, &mode))
+        return false;
+    return SetConsoleMode(handle, mode | PROCESSED_OUTPUT | TERMINAL_PROCESSING);
+}
+
 // The whole characters at the start of a text: all of it, but for a character that is cut off by its end.
 static u32 _os_whole_characters(const char *text, u32 length) {
     for (u32 back = 1; back <= 3 && back <= length; back++) {

@@ -103,6 +103,31 @@ TEST_F(fw_posix, TheRootFolderIsASlash) {
               run({"--db", at("root.db"), "--columns", "full,path", "wfn:Documents"}).output);
 }
 
+TEST_F(fw_posix, ColoursOfATerminal) {
+    put("tree/sub/re\\d\x1b[2J\n.txt", "");
+    const std::string path = at("tree/sub/re");
+    auto print = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), {"--folder", at("tree"), "--max", "1"});
+        return run(more, ~static_cast<size_t>(0), true).output;
+    };
+    std::optional<std::string> before;
+    if (const char *value = getenv("NO_COLOR"))
+        before = value;
+    unsetenv("NO_COLOR");
+    // A `\` of the name is another character inside, and longer.
+    EXPECT_EQ(path + "\\d?[\x1b[1;31m2J\x1b[0m?.txt\n", print({"2J"}));
+    EXPECT_EQ(at("tree/su") + "\x1b[1;31mb/r\x1b[0me\\d?[2J?.txt\n", print({"path:b/r"}));
+    EXPECT_EQ("re\\\x1b[1;31md?\x1b[0m[2J?.txt\n",
+              print({"--columns", "name", "--regex", "d[^2.][^a]?(?=\\[)"}));
+    EXPECT_EQ(path + "\\d?[2J?.txt\n", print({"2J", "--color", "never"}));
+    setenv("NO_COLOR", "1", 1);
+    EXPECT_EQ(path + "\\d?[2J?.txt\n", print({"2J"}));
+    EXPECT_EQ(path + "\\d?[\x1b[1;31m2J\x1b[0m?.txt\n", print({"2J", "--color", "always"}));
+    setenv("NO_COLOR", "", 1); // an empty one asks for nothing
+    EXPECT_EQ(path + "\\d?[\x1b[1;31m2J\x1b[0m?.txt\n", print({"2J"}));
+    before ? setenv("NO_COLOR", before->c_str(), 1) : unsetenv("NO_COLOR");
+}
+
 TEST_F(fw_posix, TheUsersOwnSettings) {
     std::string before = snapshot();
     put("XDG_CONFIG_HOME/findwright/Findwright.ini", "[Findwright]\nauto_include_fixed_volumes=0\n");

@@ -157,6 +157,43 @@ TEST(Fw, ATerminalIsNotDrivenByNames) {
         EXPECT_TRUE(c == '\n' || (c >= 0x20 && c != 0x7F));
 }
 
+// Takes the escape sequences out.
+std::string without_colors(std::string text) {
+    for (const char *code : {"\x1b[1;31m", "\x1b[0m"}) {
+        for (size_t at; (at = text.find(code)) != text.npos;)
+            text.erase(at, std::strlen(code));
+    }
+    return text;
+}
+
+TEST(Fw, MatchesAreSetOffInText) {
+    EXPECT_EQ("\x1b[1;31msparse\x1b[0m disk.\x1b[1;31mv\x1b[0mhd  C:\\Videos\n",
+              run_sample({"--color", "always", "--columns", "name,path", "sparse", "case:v"}).output);
+    // The columns stay where they are.
+    for (const char *search : {"a", "path:s", "\xC3\xA9"}) {
+        const std::vector<std::string> arguments = {
+            "--ntfs", sample().name, "--columns", "size,name,path,full,dm", search, "--color"};
+        std::vector<std::string> always = arguments, never = arguments;
+        always.push_back("always");
+        never.push_back("never");
+        std::string colored = run(always).output;
+        EXPECT_NE(std::string::npos, colored.find("\x1b[1;31m")) << search;
+        std::string plain = run(never, ~static_cast<size_t>(0), true).output;
+        EXPECT_TRUE(plain == without_colors(colored)) << search;
+    }
+    for (const char *format : {"-0", "--json", "--csv"})
+        EXPECT_EQ(std::string::npos, run_sample({"--color", "always", format, "sparse"}).output.find('\x1b'));
+}
+
+TEST(Fw, ExplainPrintsTheTermsAlone) {
+    run_t result = run_sample({"--explain", "--files", "nothing is"});
+    EXPECT_EQ(FW_FOUND, result.status);
+    EXPECT_EQ("   1  find \"nothing\"  op 2    match -> 2       else -> no\n"
+              "   2  find \"is\"       op 2    match -> 3       else -> no\n"
+              "   3  true            op 0    match -> result  else -> no   (folders: false)   (filter)\n",
+              result.output);
+}
+
 TEST(Fw, StatsTellItemsAndTimes) {
     run_t result = run_sample({"--stats", "--count", "--threads", "1"});
     EXPECT_NE(std::string::npos,

@@ -64,7 +64,7 @@ inline run_t run(std::vector<std::string> arguments, size_t room = ~static_cast<
             (descriptor == 1 ? s->run.output : s->run.error).append(static_cast<const char *>(bytes), size);
             return true;
         },
-        terminal, terminal};
+        terminal, terminal, [](void *) { return true; }};
     arguments.insert(arguments.begin(), "fw");
     std::vector<const char *> list;
     for (const std::string &argument : arguments)
