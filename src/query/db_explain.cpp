@@ -273,11 +273,8 @@ struct _db_line_t {
 };
 
 static void _db_line_choose(_db_line_t *line) {
-    bool only_folders = _db_get_answer(line->file, line->file_pass) != ANSWER_DEPENDS &&
-                        _db_get_answer(line->folder, line->folder_pass) == ANSWER_DEPENDS;
     // Constants have taken the place of a form that the search excludes.
-    bool was_replaced = line->file->op <= DB_OP_FALSE && line->folder->op > DB_OP_FALSE;
-    line->shown = only_folders || was_replaced ? line->folder : line->file;
+    line->shown = line->file->op <= DB_OP_FALSE && line->folder->op > DB_OP_FALSE ? line->folder : line->file;
     utf8_buf_empty(&line->text);
     _db_explain_form(&line->text, line->shown);
 }
