@@ -98,8 +98,13 @@ inline constexpr u32 OS_OPEN_SEQUENTIAL = 1; // a hint that the file is read onc
 // open file %s\n", unless the file was not found.
 platform_file_t os_open(const char *name, u32 access, u32 share, os_disposition_t disposition, u32 flags);
 platform_file_t os_open_read(const char *name, bool sequential); // with read sharing
-platform_file_t os_create(const char *name);                     // for writing, made anew, with read sharing
-i64 os_read(platform_file_t file, void *bytes, u32 size);        // bytes read, 0 at the end, -1 on failure
+// Opens a file that is read for what is in it: a regular one, or a link to one, and none of a file system
+// that the system makes up. What others do with it meanwhile does not matter. PLATFORM_FILE_NONE for all
+// else; neither this nor a read of the file ever waits for a pipe or a device. Not logged. `size` is what the
+// system says of the file now, in bytes.
+platform_file_t os_open_content(const char *name, u64 *size);
+platform_file_t os_create(const char *name);              // for writing, made anew, with read sharing
+i64 os_read(platform_file_t file, void *bytes, u32 size); // bytes read, 0 at the end, -1 on failure
 bool os_write(platform_file_t file, const void *bytes, u32 size);
 void os_close(platform_file_t file);
 // Moves a file or folder. With `replace` a file in the target's place is replaced, in one step where the
@@ -135,6 +140,10 @@ void os_path_from_system(const char *name, u32 length, utf8_buf_t *out);
 // A path as a user reads and writes it: that of the system where it is one of its own, which on POSIX begins
 // with a single `\`; a path of a volume or a list from elsewhere stays as it is.
 void os_path_to_user(const char *name, u32 length, utf8_buf_t *out);
+
+// How many bytes at the front of a text in the system's 8-bit code page, which begins with a whole character,
+// are whole characters: all, or up to three less where a character goes on behind the text.
+u32 os_ansi_get_whole_length(const char *text, u32 length);
 
 u32 os_get_last_error();
 void os_set_last_error(u32 error);

@@ -1,3 +1,4 @@
+#include "os/os_folder.h"
 #include "os/os_internal.h"
 #include "os/os_posix.h"
 
@@ -93,6 +94,24 @@ platform_file_t os_open_quiet(const char *name, u32 access, u32, os_disposition_
     }
     if (flags & OS_OPEN_SEQUENTIAL)
         posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+    return descriptor;
+}
+
+platform_file_t os_open_content(const char *name, u64 *size) {
+    os_system_path_t path(name);
+    struct stat info;
+    // Opening a device may do something to it, so that is not even tried.
+    if (stat(path.text(), &info) != 0 || !S_ISREG(info.st_mode) || os_folder_is_virtual(name))
+        return PLATFORM_FILE_NONE;
+    int descriptor = _os_open_descriptor(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (descriptor == -1)
+        return PLATFORM_FILE_NONE;
+    if (fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode)) { // another one has its name since
+        close(descriptor);
+        return PLATFORM_FILE_NONE;
+    }
+    posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+    *size = static_cast<u64>(info.st_size);
     return descriptor;
 }
 

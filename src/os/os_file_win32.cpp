@@ -42,6 +42,25 @@ platform_file_t os_open_quiet(const char *name, u32 access, u32 share, os_dispos
     return reinterpret_cast<platform_file_t>(file);
 }
 
+platform_file_t os_open_content(const char *name, u64 *size) {
+    wchar_buf_t path;
+    wchar_buf_init(&path);
+    os_make_long_path(&path, name, "");
+    HANDLE file = CreateFileW(reinterpret_cast<const wchar_t *>(path.data), GENERIC_READ,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    wchar_buf_kill(&path);
+    if (file == INVALID_HANDLE_VALUE)
+        return PLATFORM_FILE_NONE;
+    LARGE_INTEGER file_size;
+    if (GetFileType(file) != FILE_TYPE_DISK || !GetFileSizeEx(file, &file_size)) {
+        CloseHandle(file);
+        return PLATFORM_FILE_NONE;
+    }
+    *size = static_cast<u64>(file_size.QuadPart);
+    return reinterpret_cast<platform_file_t>(file);
+}
+
 i64 os_read(platform_file_t file, void *bytes, u32 size) {
     DWORD taken = 0;
     if (ReadFile(_os_handle(file), bytes, size, &taken, nullptr))

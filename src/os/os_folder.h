@@ -50,7 +50,7 @@ bool os_folder_list(const char *path, u32 root_length, os_folder_entry_proc_t *p
 // with the error number, when there is none.
 bool os_folder_get_entry(const char *path, os_folder_entry_t *entry);
 
-// Whether a folder lies in a file system that the system makes up and that holds no files of the user
+// Whether a folder or file lies in a file system that the system makes up and that holds no files of the user
 // (processes, devices, control groups). Mounts nothing, where a folder is only mounted when it is entered.
 bool os_folder_is_virtual(const char *path);
 

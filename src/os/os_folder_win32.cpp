@@ -32,9 +32,7 @@ static bool _os_folder_has_drive(const char *path, u32 length) {
     return length >= 2 && path[1] == ':' && letter >= 'a' && letter <= 'z';
 }
 
-// A path and `tail` behind a separator, as the system's calls take it. What is absolute and whole gets the
-// prefix that takes away the limit of 260 units and has names such as `aux` or `name.` mean themselves.
-static void _os_folder_make_path(wchar_buf_t *out, const char *path, const char *tail) {
+void os_make_long_path(wchar_buf_t *out, const char *path, const char *tail) {
     auto length = static_cast<u32>(std::strlen(path));
     bool is_plain = !std::memchr(path, '/', length);
     wchar_buf_empty(out);
@@ -111,7 +109,7 @@ static bool _os_folder_list_all(const wchar_t *pattern, os_folder_entry_proc_t *
 static bool _os_folder_is_refused(const char *path, u32 root_length, wchar_buf_t *wide) {
     if (root_length >= std::strlen(path))
         return false;
-    _os_folder_make_path(wide, path, "");
+    os_make_long_path(wide, path, "");
     DWORD attributes = GetFileAttributesW(_os_folder_text(wide));
     return attributes != INVALID_FILE_ATTRIBUTES && attributes & FILE_ATTRIBUTE_REPARSE_POINT;
 }
@@ -123,7 +121,7 @@ bool os_folder_list(const char *path, u32 root_length, os_folder_entry_proc_t *p
     if (_os_folder_is_refused(path, root_length, &wide)) {
         SetLastError(ERROR_PATH_NOT_FOUND);
     } else {
-        _os_folder_make_path(&wide, path, "*");
+        os_make_long_path(&wide, path, "*");
         is_whole = _os_folder_list_all(_os_folder_text(&wide), proc, param);
     }
     DWORD error = GetLastError();
@@ -137,7 +135,7 @@ bool os_folder_list(const char *path, u32 root_length, os_folder_entry_proc_t *p
 bool os_folder_get_entry(const char *path, os_folder_entry_t *entry) {
     wchar_buf_t wide;
     wchar_buf_init(&wide);
-    _os_folder_make_path(&wide, path, "");
+    os_make_long_path(&wide, path, "");
     HANDLE handle = CreateFileW(_os_folder_text(&wide), FILE_READ_ATTRIBUTES,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);

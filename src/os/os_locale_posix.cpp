@@ -150,6 +150,18 @@ static u32 _os_wchar_from_ansi(char16_t *out, u32 capacity, const char *text, u3
     return size;
 }
 
+u32 os_ansi_get_whole_length(const char *text, u32 length) {
+    u32 whole = 0;
+    while (whole < length) {
+        auto byte = static_cast<u8>(text[whole]);
+        u32 size = byte < 0xC0 || byte >= 0xF8 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
+        if (size > length - whole)
+            break;
+        whole += size;
+    }
+    return whole;
+}
+
 void os_locale_fill_table(platform_t *table) {
     table->ansi_from_wchar = _os_ansi_from_wchar;
     table->wchar_from_ansi = _os_wchar_from_ansi;

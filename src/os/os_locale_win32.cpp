@@ -168,6 +168,31 @@ static u32 _os_wchar_from_ansi(char16_t *out, u32 capacity, const char *text, u3
     return size;
 }
 
+static u32 _os_utf8_get_whole_length(const char *text, u32 length) {
+    for (u32 back = 1; back <= 3 && back <= length; back++) {
+        auto byte = static_cast<u8>(text[length - back]);
+        if (byte >= 0xC0)
+            return (byte < 0xE0 ? 2u : byte < 0xF0 ? 3u : 4u) > back ? length - back : length;
+    }
+    return length;
+}
+
+u32 os_ansi_get_whole_length(const char *text, u32 length) {
+    if (GetACP() == CP_UTF8)
+        return _os_utf8_get_whole_length(text, length);
+    CPINFO page;
+    if (!GetCPInfo(CP_ACP, &page) || page.MaxCharSize < 2)
+        return length;
+    u32 whole = 0;
+    while (whole < length) {
+        u32 size = IsDBCSLeadByte(static_cast<BYTE>(text[whole])) ? 2 : 1;
+        if (size > length - whole)
+            break;
+        whole += size;
+    }
+    return whole;
+}
+
 void os_locale_fill_table(platform_t *table) {
     table->ansi_from_wchar = _os_ansi_from_wchar;
     table->wchar_from_ansi = _os_wchar_from_ansi;

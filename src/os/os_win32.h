@@ -38,6 +38,11 @@ inline constexpr UINT OS_MESSAGE_EVENT = WM_USER + 2;
 // The message-only window of the main thread.
 extern HWND os_notification_window;
 
+// A path and, unless it is empty, `tail` behind a separator, as the system's calls take it. What is absolute
+// and whole gets the prefix that takes away the limit of 260 units and has names such as `aux` or `name.`
+// mean themselves.
+void os_make_long_path(wchar_buf_t *out, const char *path, const char *tail);
+
 // A UTF-8 text as the terminated UTF-16 that the system's calls take, for the length of a scope.
 struct os_wide_t {
     os_wide_t(const char *text, u32 length) {
