@@ -269,12 +269,14 @@ static bool _content_read_file(content_search_t *search, platform_file_t file,
     return is_read;
 }
 
-// A file whose text is too large to be tested as a whole need not be read to see that.
-static bool _content_is_too_large(const content_search_t *search, u64 size,
-                                  file_content_encoding_t encoding) {
+// Makes room at once for what has to be tested as a whole. False when it is too large, which is seen without
+// reading it.
+static bool _content_make_room(content_search_t *search, u64 size, file_content_encoding_t encoding) {
+    if (search->overlap)
+        return true;
     bool is_text = encoding == FILE_CONTENT_AUTO || encoding == FILE_CONTENT_UTF8;
     u64 least = is_text ? size : size / 2; // what two bytes of another encoding can become
-    return !search->overlap && least > FILE_CONTENT_WHOLE_MAX;
+    return least <= FILE_CONTENT_WHOLE_MAX && _content_grow(search, static_cast<u32>(least));
 }
 
 bool file_content_match(const char *path, file_content_encoding_t encoding,
@@ -289,7 +291,7 @@ bool file_content_match(const char *path, file_content_encoding_t encoding,
     if (encoding == FILE_CONTENT_AUTO)
         filtered = os_filter_read(path, matcher->cancel, _content_add_proc, &search);
     bool is_read = filtered == OS_FILTER_DONE;
-    if (filtered == OS_FILTER_NONE && !_content_is_too_large(&search, size, encoding))
+    if (filtered == OS_FILTER_NONE && _content_make_room(&search, size, encoding))
         is_read = _content_read_file(&search, file, encoding);
     bool matched = (is_read || search.ended) && _content_finish(&search);
     _content_kill(&search);

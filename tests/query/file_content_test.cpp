@@ -134,10 +134,9 @@ TEST(FileContent, WhatCannotBeReadDoesNotMatch) {
     EXPECT_EQ(whole.calls, 0u);
 }
 
-// The same as the whole text's, with blocks of each size from the smallest on.
-void expect_same(const std::string &name, file_content_encoding_t encoding, const std::string &bytes,
-                 const std::string &text, plain_t plain, u32 first_block, u32 last_block) {
-    write_file(name, bytes);
+// The answer for a file is that for its whole text, with blocks of all these sizes.
+void expect_same(const std::string &name, file_content_encoding_t encoding, const std::string &text,
+                 plain_t plain, u32 first_block, u32 last_block) {
     bool expected = plain(text.data(), static_cast<u32>(text.size()));
     for (u32 block = first_block; block <= last_block; block++) {
         file_content_matcher_t matcher = plain.matcher(block);
@@ -197,7 +196,8 @@ TEST(FileContent, BordersOfBlocks) {
                 text += c.text;
                 for (u32 i = 0; i < after; i++)
                     text += c.filler;
-                expect_same(name, FILE_CONTENT_UTF8, text, text, plain, 8, 20);
+                write_file(name, text);
+                expect_same(name, FILE_CONTENT_UTF8, text, plain, 8, 20);
             }
         }
     }
@@ -221,11 +221,12 @@ class RandomTexts : public testing::Test {
     }
     void expect(file_content_encoding_t encoding, const std::string &bytes, const std::string &text,
                 const std::string &other) {
+        write_file(folder / "text", bytes);
         for (u32 i = 0; i < 6; i++) {
             auto mode = static_cast<utf8_mode_t>(pick(5));
             plain_t plain(mode, pick(3) != 0, make_pattern(text, other));
             u32 block = 8 + pick(20);
-            expect_same(folder / "text", encoding, bytes, text, plain, block, block);
+            expect_same(folder / "text", encoding, text, plain, block, block);
         }
     }
 
@@ -252,7 +253,7 @@ TEST_F(RandomTexts, Bytes) {
     for (const char *byte : {"\xC3", "\xA9", "\xE6", "\xF0", "\xFF", "\xC0"})
         broken.push_back(byte);
     broken.push_back(std::string(1, 0));
-    for (u32 i = 0; i < 3000; i++) {
+    for (u32 i = 0; i < 1200; i++) {
         const auto &from = i % 3 == 0 ? broken : pieces;
         // Few different characters in a row are what matches are made of.
         std::vector<std::string> few = {make(from, 1), make(from, 1), make(from, 1), make(pieces, 1)};
@@ -272,7 +273,7 @@ TEST_F(RandomTexts, OtherEncodings) {
                                                 u"\U0001F600",
                                                 std::u16string(1, 0xD83D),
                                                 std::u16string(1, 0xDE00)};
-    for (u32 i = 0; i < 1000; i++) {
+    for (u32 i = 0; i < 300; i++) {
         std::vector<std::u16string> few = {make(pieces, 1), make(pieces, 1), make(pieces, 1)};
         std::u16string wide = make(few, pick(80));
         std::string text = from_utf16(wide), other = from_utf16(make(few, 8));
@@ -291,11 +292,11 @@ TEST(FileContent, UsualBlocks) {
     temp_folder_t folder;
     std::string name = folder / "text";
     std::string filler;
-    for (u32 i = 0; filler.size() < 1200000; i++)
+    for (u32 i = 0; filler.size() < 600000; i++)
         filler += "word" + std::to_string(i) + (i % 7 ? " " : "\xE2\x82\xAC\n");
     plain_t plain(UTF8_MODE_FOLD, true, "t\xC3\xAAte");
-    for (u32 border : {65536u, 262144u, 524288u, 786432u, 1048576u}) {
-        for (u32 place = border - 40; place < border + 20; place += 3) {
+    for (u32 border : {65536u, 262144u, 524288u}) {
+        for (u32 place = border - 40; place < border + 80; place += 5) {
             std::string text = filler;
             text.replace(place, 6, "-T\xC3\x8ATE");
             write_file(name, text);
@@ -320,7 +321,6 @@ TEST(FileContent, WholeTextsHaveALimit) {
     } cases[] = {
         {FILE_CONTENT_UTF8, FILE_CONTENT_WHOLE_MAX, FILE_CONTENT_WHOLE_MAX},
         {FILE_CONTENT_AUTO, FILE_CONTENT_WHOLE_MAX + 1, 0},
-        {FILE_CONTENT_UTF16, FILE_CONTENT_WHOLE_MAX + 2, FILE_CONTENT_WHOLE_MAX / 2 + 1},
         {FILE_CONTENT_UTF16, 2 * u64{FILE_CONTENT_WHOLE_MAX} + 2, 0},
         {FILE_CONTENT_UTF8, u64{1} << 32, 0},
     };
