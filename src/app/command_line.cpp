@@ -7,9 +7,10 @@
 #include "index/file_list.h"
 #include "os/debug.h"
 #include "os/os.h"
-#include "query/db_query.h"
+#include "query/db_sort_name.h"
 
 #include <cstring>
+#include <initializer_list>
 
 namespace findwright {
 
@@ -278,21 +279,6 @@ static void _command_line_search_url(_command_line_parser_t *parser) {
 
 // --- Sorts -------------------------------------------------------------------------------------------------
 
-static constexpr struct {
-    const char *name;
-    i32 code;
-} _command_line_sorts[] = {
-    {"name", DB_SORT_NAME_ASCENDING},
-    {"path", DB_SORT_PATH_ASCENDING},
-    {"size", DB_SORT_SIZE_ASCENDING},
-    {"extension", DB_SORT_EXTENSION_ASCENDING},
-    {"type", DB_SORT_TYPE_ASCENDING},
-    {"date-created", DB_SORT_DATE_CREATED_ASCENDING},
-    {"date-modified", DB_SORT_DATE_MODIFIED_ASCENDING},
-    {"attributes", DB_SORT_ATTRIBUTES_ASCENDING},
-    {"date-accessed", DB_SORT_DATE_ACCESSED_ASCENDING},
-};
-
 // Cuts a direction out of the name, with a hyphen in front of it. False when it is not there.
 static bool _command_line_cut_direction(utf8_buf_t *name, const char *direction) {
     char *found = std::strstr(name->data, direction);
@@ -313,12 +299,9 @@ static void _command_line_set_sort(_command_line_parser_t *parser) {
         parser->out->sort_direction = 1;
     else if (_command_line_cut_direction(name, "descending"))
         parser->out->sort_direction = -1;
-    parser->out->sort = DB_SORT_NAME_ASCENDING;
-    for (const auto &sort : _command_line_sorts) {
-        const u32 length = utf8_length(sort.name);
-        if (utf8_compare_lower(name->data, static_cast<u32>(name->length), sort.name, length) == 0)
-            parser->out->sort = sort.code;
-    }
+    u32 sort;
+    db_sort_find_name(name->data, &sort);
+    parser->out->sort = static_cast<i32>(sort);
 }
 
 // --- Switches ----------------------------------------------------------------------------------------------

@@ -174,7 +174,7 @@ void config_kill();
 enum config_folder_kind_t : u32 {
     CONFIG_FOLDER_PROGRAM,    // of the file that is read first
     CONFIG_FOLDER_SETTINGS,   // of the settings
-    CONFIG_FOLDER_DATA,       // of bookmarks, filters and histories
+    CONFIG_FOLDER_DATA,       // of data that the program gathers
     CONFIG_FOLDER_LOCAL_DATA, // of the database: data that is not carried to other machines
     CONFIG_FOLDER_STATE,      // of logs, and of what a process leaves while it runs
 };
@@ -190,6 +190,9 @@ bool config_get_data_filename(config_folder_kind_t kind, const char *base, const
                               utf8_buf_t *out);
 // Appends the name of an instance as it stands in file names.
 void config_cat_instance(utf8_buf_t *out, const char *instance);
+// The same name beside the settings file, which may be one that the command line names: for lists that a user
+// keeps with the settings.
+bool config_get_beside_settings(const char *base, const char *extension, utf8_buf_t *out);
 // What the command line says: the instance, and a settings file to use in place of the standard one. 0 or
 // empty: none. Before the settings are loaded.
 void config_set_place(const char *instance, const char *filename);

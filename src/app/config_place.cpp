@@ -43,16 +43,31 @@ void config_cat_instance(utf8_buf_t *out, const char *instance) {
     }
 }
 
+static void _cat_filename(utf8_buf_t *out, const char *base, const char *extension) {
+    const char *instance = _instance ? _instance : "";
+    utf8_buf_cat_printf(out, *instance ? "%s-" : "%s", base);
+    config_cat_instance(out, instance);
+    utf8_buf_cat_printf(out, ".%s", extension);
+}
+
 bool config_get_data_filename(config_folder_kind_t kind, const char *base, const char *extension,
                               utf8_buf_t *out) {
     if (!config_get_folder(kind, out))
         return false;
-    utf8_buf_cat_printf(out, "\\%s", base);
-    const char *instance = _instance ? _instance : "";
-    if (*instance)
-        utf8_buf_cat_byte(out, '-');
-    config_cat_instance(out, instance);
-    utf8_buf_cat_printf(out, ".%s", extension);
+    utf8_buf_cat_byte(out, '\\');
+    _cat_filename(out, base, extension);
+    return true;
+}
+
+bool config_get_beside_settings(const char *base, const char *extension, utf8_buf_t *out) {
+    if (!config_get_path(false, out))
+        return false;
+    const char *folder, *name;
+    u32 folder_length, name_length;
+    utf8_get_path_part(out->data, static_cast<u32>(out->length), &folder, &folder_length, &name,
+                       &name_length);
+    utf8_buf_set_length(out, static_cast<u32>(name - out->data)); // the separator stays
+    _cat_filename(out, base, extension);
     return true;
 }
 

@@ -2,6 +2,7 @@
 #include "app/config_internal.h"
 #include "os/os.h"
 #include "query/db_query_value.h"
+#include "query/db_search_expand.h"
 #include "query/db_term.h"
 
 #include <iterator>

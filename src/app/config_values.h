@@ -3,7 +3,7 @@
 //
 // A variable has the name of its key. A key of a single word has `config_` in front, since locals everywhere
 // have such names. A few settings stand with the modules that they belong to: max_threads, reuse_threads
-// (os/os.h), and those of the search syntax (query/db_term.h, query/db_query_value.h).
+// (os/os.h), and those of the search syntax (query/db_term.h, db_query_value.h, db_search_expand.h).
 //
 // Any thread may read, only the main thread writes: each is a word. Texts belong to `config` and are heap
 // strings, never 0 between config_init and config_kill; they are changed with utf8_replace_string.
@@ -165,7 +165,6 @@ inline u32 match_whole_word;
 inline u32 match_path;
 inline u32 match_diacritics;
 inline u32 match_regex;
-inline u32 expand_environment_variables;
 inline u32 replace_exact_trailing_star_dot_star_with_star = 1;
 
 // Last search. What a window showed when it was closed, and what new ones begin with.

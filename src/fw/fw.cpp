@@ -7,15 +7,15 @@
 #include "fw/fw_options.h"
 #include "fw/fw_output.h"
 #include "fw/fw_plan.h"
+#include "fw/fw_search.h"
 #include "index/db_create.h"
 #include "os/event.h"
 #include "os/os.h"
 #include "query/db_explain.h"
 #include "query/db_query.h"
+#include "query/db_sort_name.h"
 
 namespace findwright {
-
-static constexpr u32 PIXELS_PER_INCH = 96; // of a screen that nothing is known of
 
 static bool _fw_write_console(void *, int descriptor, const void *bytes, u32 size) {
     return os_console_write(descriptor, bytes, size);
@@ -137,25 +137,26 @@ static void _fw_rebuild(_fw_client_t *client, const fw_options_t *options, fw_pl
     _fw_wait_until_ready(client);
 }
 
-static void _fw_start_search(const fw_options_t *options, const fw_plan_t *plan, db_query_t *query) {
-    bool more = plan->has_search_settings;
-    db_query_params_t search = {};
-    search.match_case = options->match_case || (more && match_case);
-    search.match_whole_word = options->match_whole_word || (more && match_whole_word);
-    search.match_path = options->match_path || (more && match_path);
-    search.match_diacritics = options->match_diacritics || (more && match_diacritics);
-    search.match_regex = options->match_regex || (more && match_regex);
-    search.search = options->search.c_str();
-    search.filter_search = options->files_only ? "file:" : options->folders_only ? "folder:" : "";
-    search.sort = options->sort;
-    db_query_search(query, &search);
+static void _fw_start_search(const fw_options_t *options, const fw_search_t *search, db_query_t *query) {
+    u32 flags = search->match_flags;
+    db_query_params_t params = {};
+    params.match_case = (flags & DB_MATCH_CASE) != 0;
+    params.match_whole_word = (flags & DB_MATCH_WHOLE_WORD) != 0;
+    params.match_path = (flags & DB_MATCH_PATH) != 0;
+    params.match_diacritics = (flags & DB_MATCH_DIACRITICS) != 0;
+    params.match_regex = (flags & DB_MATCH_REGEX) != 0;
+    params.search = search->search.c_str();
+    params.filter_flags = search->filter_flags;
+    params.filter_search = search->filter_search.c_str();
+    params.sort = options->sort;
+    db_query_search(query, &params);
 }
 
 // Only a database that was loaded can lack an order.
 static void _fw_warn_of_order(const _fw_client_t *client, const fw_options_t *options) {
     if (!db_get_sorted_arrays(client->db, db_sort_get_fast_flag(options->sort)).files)
         _fw_print(client->io, 2,
-                  std::string("fw: the database has no order by ") + fw_sort_get_name(options->sort) +
+                  std::string("fw: the database has no order by ") + db_sort_get_name(options->sort) +
                       "; results stand in name order\n");
 }
 
@@ -169,10 +170,10 @@ static int _fw_explain(const _fw_client_t *client) {
 }
 
 // Searches what the database holds, and prints. Returns the exit status.
-static int _fw_search(_fw_client_t *client, const fw_options_t *options, const fw_plan_t *plan,
+static int _fw_search(_fw_client_t *client, const fw_options_t *options, const fw_search_t *search,
                       const fw_load_t *load, const db_rebuild_stats_t *rebuild) {
     u32 start = os_get_tick_count();
-    _fw_start_search(options, plan, client->query);
+    _fw_start_search(options, search, client->query);
     u32 count = db_get_result_count(client->query);
     u32 search_time = os_get_tick_count() - start;
     while (!client->results_ready)
@@ -195,8 +196,9 @@ static int _fw_fail(const fw_io_t *io, const std::string &error) {
     return FW_ERROR;
 }
 
-static int _fw_run_plan(const fw_options_t *options, fw_plan_t *plan, const fw_io_t *io) {
-    _fw_print(io, 2, plan->warnings);
+static int _fw_run_plan(const fw_options_t *options, fw_plan_t *plan, const fw_search_t *search,
+                        const fw_io_t *io) {
+    _fw_print(io, 2, plan->warnings + search->warnings);
     _fw_client_t client = {io, db_create(), nullptr, false, false};
     client.query = db_query_create(client.db, false, _fw_callback, &client);
     db_rebuild_stats_t rebuild = {};
@@ -207,7 +209,7 @@ static int _fw_run_plan(const fw_options_t *options, fw_plan_t *plan, const fw_i
         error = _fw_load(&client, &load);
     else
         _fw_rebuild(&client, options, plan, &rebuild);
-    int status = error.empty() ? _fw_search(&client, options, plan, is_loaded ? &load : nullptr, &rebuild)
+    int status = error.empty() ? _fw_search(&client, options, search, is_loaded ? &load : nullptr, &rebuild)
                                : _fw_fail(io, error);
     db_destroy_query(client.query);
     db_destroy(client.db);
@@ -222,13 +224,16 @@ int fw_run(u32 count, const char *const *arguments, const fw_io_t *io) {
     case FW_PARSE_ERROR: _fw_print(io, 2, message); return FW_ERROR;
     default: break;
     }
-    config_init(PIXELS_PER_INCH);
+    config_init(FW_PIXELS_PER_INCH);
     fw_plan_t plan;
     fw_plan_init(&plan);
+    fw_search_t search;
     std::string error = fw_plan_make(&plan, &options);
+    if (error.empty())
+        error = fw_search_make(&search, &options);
     if (options.threads != 0)
         max_threads = options.threads;
-    int status = error.empty() ? _fw_run_plan(&options, &plan, io) : _fw_fail(io, error);
+    int status = error.empty() ? _fw_run_plan(&options, &plan, &search, io) : _fw_fail(io, error);
     fw_plan_kill(&plan);
     config_kill(); // puts back the number of threads, too
     return status;

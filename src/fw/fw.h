@@ -11,6 +11,8 @@ inline constexpr int FW_FOUND = 0;
 inline constexpr int FW_NOT_FOUND = 1;
 inline constexpr int FW_ERROR = 2;
 
+inline constexpr u32 FW_PIXELS_PER_INCH = 96; // of a screen that nothing is known of
+
 // Where the client writes, and what it is told of that place. The programs use the console; tests a table of
 // their own.
 struct fw_io_t {

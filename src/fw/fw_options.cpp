@@ -3,6 +3,7 @@
 
 #include "base/version.h"
 #include "query/db_query.h"
+#include "query/db_sort_name.h"
 
 #include <CLI/CLI.hpp>
 
@@ -11,27 +12,12 @@ namespace findwright {
 const char *const fw_column_names[FW_COLUMN_COUNT] = {"name", "path", "full", "size",
                                                       "dm",   "dc",   "da",   "attributes"};
 
-static constexpr struct {
-    const char *name;
-    u32 code;
-} sort_names[] = {
-    {"name", DB_SORT_NAME_ASCENDING},
-    {"path", DB_SORT_PATH_ASCENDING},
-    {"size", DB_SORT_SIZE_ASCENDING},
-    {"extension", DB_SORT_EXTENSION_ASCENDING},
-    {"date-created", DB_SORT_DATE_CREATED_ASCENDING},
-    {"date-modified", DB_SORT_DATE_MODIFIED_ASCENDING},
-    {"date-accessed", DB_SORT_DATE_ACCESSED_ASCENDING},
-    {"attributes", DB_SORT_ATTRIBUTES_ASCENDING},
+// The orders that results can be had in.
+static constexpr u32 sorts[] = {
+    DB_SORT_NAME_ASCENDING,          DB_SORT_PATH_ASCENDING,         DB_SORT_SIZE_ASCENDING,
+    DB_SORT_EXTENSION_ASCENDING,     DB_SORT_DATE_CREATED_ASCENDING, DB_SORT_DATE_MODIFIED_ASCENDING,
+    DB_SORT_DATE_ACCESSED_ASCENDING, DB_SORT_ATTRIBUTES_ASCENDING,
 };
-
-const char *fw_sort_get_name(u32 sort) {
-    for (auto entry : sort_names) {
-        if (entry.code == (sort & ~DB_SORT_DESCENDING))
-            return entry.name;
-    }
-    return "";
-}
 
 static bool _fw_cut_suffix(std::string *text, const std::string &suffix) {
     if (text->size() <= suffix.size() ||
@@ -46,10 +32,10 @@ static u32 _fw_parse_sort(std::string text) {
     if (direction == 0)
         _fw_cut_suffix(&text, "-ascending");
     std::string known;
-    for (auto sort : sort_names) {
-        if (text == sort.name)
-            return sort.code | direction;
-        known += std::string(known.empty() ? "" : ", ") + sort.name;
+    for (u32 sort : sorts) {
+        if (text == db_sort_get_name(sort))
+            return sort | direction;
+        known += std::string(known.empty() ? "" : ", ") + db_sort_get_name(sort);
     }
     throw CLI::ValidationError("--sort", "there is no order '" + text + "'; the orders are " + known +
                                              ", each with -ascending or -descending");
@@ -73,10 +59,14 @@ static std::vector<fw_column_t> _fw_parse_columns(const std::string &text) {
     return columns;
 }
 
-static void _fw_add_source_options(CLI::App *app, fw_options_t *options) {
-    // An empty variable of a script must not turn into the current folder.
-    const CLI::Validator named(
+// An empty variable of a script must not turn into the current folder, or into no filter.
+static CLI::Validator _fw_named() {
+    return CLI::Validator(
         [](std::string &text) { return std::string(text.empty() ? "a name is missing" : ""); }, "");
+}
+
+static void _fw_add_source_options(CLI::App *app, fw_options_t *options) {
+    const CLI::Validator named = _fw_named();
     auto *ntfs =
         app->add_option(
                "--ntfs", options->ntfs,
@@ -109,6 +99,34 @@ static void _fw_add_source_options(CLI::App *app, fw_options_t *options) {
         ->group("Sources");
 }
 
+static void _fw_add_list_options(CLI::App *app, fw_options_t *options) {
+    app->add_option("--filter", options->filter, "only what the filter of that name lets through")
+        ->type_name("NAME")
+        ->check(_fw_named())
+        ->group("Matching");
+    app->add_option("--bookmark", options->bookmark,
+                    "the bookmark of that name; options beside it win over it")
+        ->type_name("NAME")
+        ->check(_fw_named())
+        ->group("Matching");
+}
+
+// What the command line says, whatever it says.
+static void _fw_note_given(const CLI::App *app, fw_options_t *options) {
+    static constexpr struct {
+        const char *name;
+        u32 flag;
+    } matches[] = {
+        {"--case", DB_MATCH_CASE},   {"--whole-word", DB_MATCH_WHOLE_WORD},
+        {"--path", DB_MATCH_PATH},   {"--diacritics", DB_MATCH_DIACRITICS},
+        {"--regex", DB_MATCH_REGEX},
+    };
+    for (auto match : matches)
+        options->given_matches |= app->count(match.name) != 0 ? match.flag : 0;
+    options->has_sort = app->count("--sort") != 0;
+    options->has_text = app->count("text") != 0;
+}
+
 fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const *arguments,
                             std::string *message) {
     CLI::App app("Finds files and folders by name, in milliseconds: in folders, on raw NTFS volumes, in file "
@@ -135,6 +153,7 @@ fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const 
     app.add_flag("--regex", options->match_regex, "the text is a regular expression")->group("Matching");
     auto *files = app.add_flag("--files", options->files_only, "only files")->group("Matching");
     app.add_flag("--folders", options->folders_only, "only folders")->group("Matching")->excludes(files);
+    _fw_add_list_options(&app, options);
     app.add_option("--sort", sort,
                    "name, path, size, extension, date-created, date-modified, date-accessed, attributes")
         ->type_name("NAME[-ascending|-descending]")
@@ -164,6 +183,7 @@ fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const 
         std::vector<std::string> list(arguments + (count != 0 ? 1 : 0), arguments + count);
         std::reverse(list.begin(), list.end());
         app.parse(list);
+        _fw_note_given(&app, options);
         options->sort = _fw_parse_sort(sort);
         options->columns = _fw_parse_columns(columns);
     } catch (const CLI::Success &success) { // --help, --version

@@ -33,6 +33,10 @@ struct fw_options_t {
     bool match_case = false, match_whole_word = false, match_path = false, match_diacritics = false,
          match_regex = false;
     bool files_only = false, folders_only = false;
+    std::string filter, bookmark; // names; empty: none
+    // What the command line says, as against what it leaves to a bookmark.
+    u32 given_matches = 0; // DB_MATCH_...
+    bool has_text = false, has_sort = false;
     u32 sort = 0; // db_sort_t
     u64 offset = 0;
     u64 max = ~static_cast<u64>(0);
@@ -44,9 +48,6 @@ struct fw_options_t {
     bool stats = false;
     bool explain = false;
 };
-
-// The name of a sort code's order, without its direction.
-const char *fw_sort_get_name(u32 sort);
 
 enum fw_parse_t { FW_PARSE_RUN, FW_PARSE_DONE, FW_PARSE_ERROR };
 

@@ -12,7 +12,6 @@ namespace findwright {
 
 void fw_plan_init(fw_plan_t *plan) {
     db_wanted_init(&plan->wanted);
-    plan->has_search_settings = false;
 }
 
 void fw_plan_kill(fw_plan_t *plan) {
@@ -77,7 +76,6 @@ std::string fw_plan_make(fw_plan_t *plan, const fw_options_t *options) {
         std::string error = _fw_load_settings_file(options->config);
         if (!error.empty())
             return error;
-        plan->has_search_settings = true;
     } else if (!is_given) {
         config_load_placed(nullptr, nullptr); // the user may have none
     }

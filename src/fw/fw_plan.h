@@ -19,8 +19,7 @@ namespace findwright {
 struct fw_plan_t {
     std::string database; // a file; empty: `wanted` is read
     db_wanted_t wanted;
-    std::string warnings;     // lines for the user
-    bool has_search_settings; // those of the settings are in force beside the options
+    std::string warnings; // lines for the user
 };
 
 void fw_plan_init(fw_plan_t *plan);

@@ -148,5 +148,25 @@ TEST_F(fw_posix, TheUsersOwnSettings) {
     EXPECT_EQ(before, snapshot());
 }
 
+// Lists beside the user's own settings, and those of the instance that these name, also where the settings do
+// not count for the rest of the run.
+TEST_F(fw_posix, ListsLieBesideTheSettings) {
+    put("XDG_CONFIG_HOME/findwright/Filters.csv", "Name,Search,Macro\nFINDWRIGHT,,\nmine,beta,mine\n");
+    put("XDG_CONFIG_HOME/findwright/Filters-second.csv",
+        "Name,Search,Macro\nFINDWRIGHT,,\nmine,gamma,mine\n");
+    const std::string beta = at("tree/sub/beta.txt") + "\n", gamma = at("tree/sub/deep/gamma.pdf") + "\n";
+    EXPECT_EQ(beta, run({"--folder", at("tree"), "--filter", "mine"}).output);
+    EXPECT_EQ(beta, run({"--folder", at("tree"), "mine:"}).output);
+    put("XDG_CONFIG_HOME/findwright/Findwright.ini",
+        settings("instance_name=second\r\nallow_literal_operators=1\r\nfolders=" + quoted("tree") + "\r\n"));
+    EXPECT_EQ(gamma, run({"--filter", "mine"}).output);
+    EXPECT_EQ(gamma, run({"--folder", at("tree"), "mine:"}).output);
+    EXPECT_EQ("", run({"--folder", at("tree"), "mine: OR mine:"}).output);
+    EXPECT_EQ(gamma, run({"mine: OR mine:"}).output);
+    // Another settings file, with lists beside it or none.
+    put("state/other.ini", settings(""));
+    EXPECT_EQ("", run({"--config", at("state/other.ini"), "--folder", at("tree"), "mine:"}).output);
+}
+
 } // namespace
 } // namespace findwright
