@@ -5,8 +5,8 @@
 #include "query/db_sort_name.h"
 #include "query/db_term.h"
 
-#include <algorithm>
 #include <cstring>
+#include <initializer_list>
 
 namespace findwright {
 

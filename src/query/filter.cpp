@@ -5,7 +5,6 @@
 #include "query/db_term.h"
 
 #include <cstring>
-#include <iterator>
 
 namespace findwright {
 
