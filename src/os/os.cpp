@@ -1,6 +1,7 @@
 #include "base/mem_ref.h"
 #include "os/event.h"
 #include "os/os_internal.h"
+#include "os/os_shell.h"
 
 #include <cstring>
 
@@ -38,6 +39,7 @@ void os_kill() {
     os_pool_kill();
     event_kill();
     os_free_arguments();
+    os_shell_kill();
     mem_arena_kill();
 }
 

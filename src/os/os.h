@@ -140,6 +140,9 @@ void os_path_from_system(const char *name, u32 length, utf8_buf_t *out);
 // A path as a user reads and writes it: that of the system where it is one of its own, which on POSIX begins
 // with a single `\`; a path of a volume or a list from elsewhere stays as it is.
 void os_path_to_user(const char *name, u32 length, utf8_buf_t *out);
+// Whether a path is an absolute one that this system may know, and not that of a volume or a list from
+// elsewhere: on POSIX it begins with a single `\`, on Windows with a drive or a share.
+bool os_path_is_own(const char *name, u32 length);
 
 // How many bytes at the front of a text in the system's 8-bit code page, which begins with a whole character,
 // are whole characters: all, or up to three less where a character goes on behind the text.

@@ -83,8 +83,19 @@ bool os_make_folders_for(const char *name) {
     return made;
 }
 
+bool os_path_is_own(const char *name, u32 length) {
+    bool is_rooted = length != 0 && name[0] == '\\';
+    bool is_share = is_rooted && length > 1 && name[1] == '\\';
+    if (os_path_separator == '/')
+        return is_rooted && !is_share;
+    if (is_share) // the name space of the devices begins like one
+        return length > 2 && name[2] != '.';
+    bool is_drive = length >= 2 && name[1] == ':' && static_cast<u32>((name[0] | 0x20) - 'a') < 26;
+    return is_drive && (length == 2 || name[2] == '\\');
+}
+
 void os_path_to_user(const char *name, u32 length, utf8_buf_t *out) {
-    if (os_path_separator == '/' && length != 0 && name[0] == '\\' && (length == 1 || name[1] != '\\'))
+    if (os_path_separator == '/' && os_path_is_own(name, length))
         os_path_to_system(name, length, out);
     else
         utf8_buf_copy_utf8(out, name, length);

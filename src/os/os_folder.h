@@ -49,6 +49,9 @@ bool os_folder_list(const char *path, u32 root_length, os_folder_entry_proc_t *p
 // The data of one file or folder, where a link at the end of the path leads; the name is left empty. False,
 // with the error number, when there is none.
 bool os_folder_get_entry(const char *path, os_folder_entry_t *entry);
+// The same as a listing of its folder gives it: a link at the end of the path is itself the item. Opens
+// nothing: a device or a pipe is never waited for.
+bool os_folder_get_link_entry(const char *path, os_folder_entry_t *entry);
 
 // Whether a folder or file lies in a file system that the system makes up and that holds no files of the user
 // (processes, devices, control groups). Mounts nothing, where a folder is only mounted when it is entered.

@@ -213,10 +213,11 @@ bool os_folder_list(const char *path, u32 root_length, os_folder_entry_proc_t *p
     return is_whole;
 }
 
-bool os_folder_get_entry(const char *path, os_folder_entry_t *entry) {
+static bool _os_folder_get(const char *path, os_folder_entry_t *entry, int flags) {
     os_system_path_t system_path(path);
     struct statx info;
-    if (statx(AT_FDCWD, system_path.text(), AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT, STATX_WANTED, &info) != 0)
+    if (statx(AT_FDCWD, system_path.text(), flags | AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT, STATX_WANTED,
+              &info) != 0)
         return false;
     const char *separator = std::strrchr(system_path.text(), '/');
     const char *name = separator ? separator + 1 : system_path.text();
@@ -224,6 +225,14 @@ bool os_folder_get_entry(const char *path, os_folder_entry_t *entry) {
     entry->name = "";
     entry->length = 0;
     return true;
+}
+
+bool os_folder_get_entry(const char *path, os_folder_entry_t *entry) {
+    return _os_folder_get(path, entry, 0);
+}
+
+bool os_folder_get_link_entry(const char *path, os_folder_entry_t *entry) {
+    return _os_folder_get(path, entry, AT_SYMLINK_NOFOLLOW);
 }
 
 // --- File systems

@@ -154,6 +154,39 @@ bool os_folder_get_entry(const char *path, os_folder_entry_t *entry) {
     return found;
 }
 
+// By the listing of its folder, for a file that the system keeps for itself and lets nobody ask for.
+static bool _os_folder_find_one(const char *path, const wchar_buf_t *wide, os_folder_entry_t *entry) {
+    if (std::strpbrk(path, "*?")) // would find others
+        return false;
+    WIN32_FIND_DATAW data;
+    HANDLE find = _os_folder_find_first(_os_folder_text(wide), &data);
+    if (find == INVALID_HANDLE_VALUE)
+        return false;
+    FindClose(find);
+    _os_folder_set_data(entry, &data);
+    return true;
+}
+
+bool os_folder_get_link_entry(const char *path, os_folder_entry_t *entry) {
+    wchar_buf_t wide;
+    wchar_buf_init(&wide);
+    _os_folder_make_path(&wide, path, "");
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    bool found = GetFileAttributesExW(_os_folder_text(&wide), GetFileExInfoStandard, &data);
+    DWORD error = GetLastError();
+    if (found)
+        _os_folder_set_data(entry, &data);
+    else if (error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED)
+        found = _os_folder_find_one(path, &wide, entry);
+    if (found) {
+        entry->name = "";
+        entry->length = 0;
+    }
+    wchar_buf_kill(&wide);
+    SetLastError(error);
+    return found;
+}
+
 bool os_folder_is_virtual(const char *) {
     return false;
 }

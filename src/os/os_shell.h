@@ -1,6 +1,7 @@
 // What the desktop knows of files: the names of their types, and where the user's well-known folders are.
 //
-// Any thread. Nothing here is an error: what the system does not know comes back empty or false.
+// Any thread. Nothing here is an error: what the system does not know comes back empty or false. On POSIX the
+// table of the types is read when the first one is asked for, and kept until os_shell_kill.
 #pragma once
 
 #include "base/types.h"
@@ -13,11 +14,16 @@ struct utf8_buf_t;
 // description in the shared MIME database, in the user's language where it has one. Without one the extension
 // itself.
 void os_get_type_name(const char *extension, u32 length, utf8_buf_t *out);
-void os_get_folder_type_name(utf8_buf_t *out);
+void os_get_folder_type_name(utf8_buf_t *out); // "Folder" where the system has none
 
-// Resolves a path of the desktop's name space, with its `shell:` in front (`shell:downloads`), to a folder
-// with `\` between components. On POSIX the names are those of the XDG user folders and `home`, case ignored,
-// and more components may follow. False when there is no such folder.
+// Resolves a path of the desktop's name space, with its `shell:` in front (`shell:downloads`), to the
+// absolute path of a folder or file, with `\` between components. On POSIX the names are those of the XDG
+// user folders and `home`, and what the same folders are called on Windows; case is ignored, and more
+// components may follow. False, and an empty text, when there is no such folder or file.
 bool os_shell_get_path(const char *text, u32 length, utf8_buf_t *out);
+
+// Forgets what was read; it is read again when it is asked for. os_kill calls it. No other call may be
+// running.
+void os_shell_kill();
 
 } // namespace findwright

@@ -68,6 +68,11 @@ TEST(os_folder_posix, kinds_and_attributes) {
         EXPECT_EQ(entry.is_folder, (item.attributes & OS_ATTRIBUTE_FOLDER) != 0) << item.name;
         EXPECT_EQ(entry.is_link, (item.attributes & OS_ATTRIBUTE_LINK) != 0) << item.name;
         EXPECT_EQ(entry.device, info.st_dev) << item.name;
+        os_folder_entry_t alone;
+        ASSERT_TRUE(os_folder_get_link_entry((folder / item.name).c_str(), &alone)) << item.name;
+        EXPECT_EQ(alone.attributes, item.attributes) << item.name;
+        EXPECT_EQ(alone.size, item.size) << item.name;
+        EXPECT_EQ(alone.date_modified, entry.date_modified) << item.name;
     }
     const struct {
         const char *name;
