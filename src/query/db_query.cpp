@@ -114,6 +114,7 @@ static void _db_query_rebuild_started(db_query_link_t *link) {
     db_query_t *query = _db_query(link);
     db_query_free_terms(query);
     _db_query_clear_results(query);
+    db_extended_info_clear(query->extended_info);
     _db_query_drop_results_changed(query);
     query->sorted = 0;
     event_post(_db_query_rebuilt_notification_proc, link);
@@ -148,6 +149,7 @@ db_query_t *db_query_create(db_t *db, bool is_ui, db_query_callback_t *callback,
     query->user_data = user_data;
     query->hooks = &_db_query_hooks;
     query->folders_first = 1;
+    query->extended_info = db_extended_info_create(db);
     db_add_query(db, query);
     utf8_buf_t status;
     utf8_buf_init(&status);
@@ -168,6 +170,7 @@ void db_destroy_query(db_query_t *query) {
         event_remove(proc, _db_query_link(query));
     array_kill(&query->folder_results);
     array_kill(&query->file_results);
+    db_extended_info_destroy(query->extended_info);
     _db_query_free_deferred(query);
     db_remove_query(db, query);
     if (db->worker_query == query)
