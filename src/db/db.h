@@ -81,6 +81,9 @@ struct db_t {
     array_t file_extension_array;
     array_t folder_frn_array;    // folders of NTFS indexes, by their number
     array_t folder_frn128_array; // folders of ReFS indexes
+    // Side tables about items (track/db_recent_change.h, track/db_run_history.h); not in the database file.
+    array_t recent_changes_by_item, recent_changes_by_date;
+    array_t run_history_by_item, run_history_links_by_count, run_history_links_by_date;
 
     db_mem_t mem;             // the records
     db_exclude_set_t exclude; // what the content was built without

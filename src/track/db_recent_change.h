@@ -1,5 +1,11 @@
 // The items that changed since the program watches them, with the date of their last change: a side table of
-// the database, by item and by date.
+// the database, not saved with it.
+//
+//   recent_changes_by_item:  by the item's reference
+//   recent_changes_by_date:  newest first, then by the item's reference
+//
+// A record is in both arrays or in neither. It comes from the database's allocator, and goes with the
+// content; whoever frees an item takes its record out first.
 //
 // Main thread, with no worker at work, writes; any thread of a worker reads.
 #pragma once
@@ -8,15 +14,17 @@
 
 namespace findwright {
 
+#pragma pack(push, 4) // records of the arena lie at multiples of 4
 struct db_recent_change_t {
     u64 date; // file time
     mem_ref_t item;
     u8 is_folder;
 };
+#pragma pack(pop)
 
-// The record of an item, or 0.
+// The record of an item, or 0. Arrays that disagree are logged and reported (db_report_corrupt).
 const db_recent_change_t *db_recent_change_find(const db_t *db, const db_item_t *item);
-// Makes the record, or moves it to its new place.
+// Makes the record, or moves it to its new place. Of an item that is in one array only nothing is changed.
 void db_recent_change_set(db_t *db, bool is_folder, const db_item_t *item, u64 date);
 void db_recent_change_remove(db_t *db, const db_item_t *item);
 void db_recent_change_clear(db_t *db);
