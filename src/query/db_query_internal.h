@@ -2,6 +2,7 @@
 #pragma once
 
 #include "query/db_query.h"
+#include "query/db_text_table.h"
 
 namespace findwright {
 
@@ -62,18 +63,37 @@ struct db_anchors_t : db_term_data_t {
 db_anchors_t *db_anchors_create(const mem_ref_t *inner, u32 inner_count, const mem_ref_t *outer,
                                 u32 outer_count, const mem_ref_t *files, u32 file_count);
 
-// The extensions of `ext:`, each once, folded, in the order of db_extension_compare_text.
+// The extensions of `ext:`, each once, folded, in the order of their bytes.
 struct db_extension_t {
     const char *text;
     u32 length;
 };
 struct db_extensions_t : db_term_data_t {
     u32 count;
-    bool has_empty; // a name without any extension is in the list; the list itself has no empty item
+    u32 most_dots;         // that an extension of the list has in it
+    bool has_empty;        // a name without any extension is in the list; the list itself has no empty item
+    db_text_table_t table; // the same texts
     db_extension_t items[1];
 };
+// `text` is what follows `ext:`.
+db_extensions_t *db_extensions_create(utf8_mode_t mode, const char *text);
+// True when the name ends with `.` and one of the extensions, or is without one and that is in the list.
+template<utf8_mode_t mode>
+inline bool db_extensions_match(const db_extensions_t *list, const char *name, u32 length) {
+    const char *end = name + length;
+    u32 dots = 0;
+    for (const char *p = end; p != name; p--) {
+        if (p[-1] != '.')
+            continue;
+        if (db_text_table_has<mode>(&list->table, p, static_cast<u32>(end - p)))
+            return true;
+        if (dots++ == list->most_dots)
+            return false;
+    }
+    return dots == 0 && list->has_empty;
+}
 
-// The names of `filelist:`, folded and sorted.
+// The names of `filelist:`, each once, folded, in the order of their bytes.
 struct db_file_list_name_t {
     const char *text;
     u32 length;
@@ -81,7 +101,15 @@ struct db_file_list_name_t {
 };
 struct db_file_list_names_t : db_term_data_t {
     u32 count;
+    db_text_table_t names;      // those without a path
+    db_text_table_t paths;      // those with one
+    db_text_table_t last_names; // what stands behind the last `\` of those with one
     db_file_list_name_t items[1];
 };
+// `text` is what follows `filelist:`, with `\` for every separator.
+db_file_list_names_t *db_file_list_names_create(utf8_mode_t mode, const char *text);
+// True when the item's name is in the list, or with `has_path` its full path, which is made in `path`.
+bool db_file_list_names_match(const db_file_list_names_t *list, utf8_mode_t mode, const db_item_t *item,
+                              bool has_path, utf8_buf_t *path);
 
 } // namespace findwright

@@ -178,6 +178,7 @@ static void _db_read_term_text(_db_parser_t *parser, utf8_buf_t *out) {
         }
     }
     const char *p = parser->text;
+    bool is_file_list = _db_text_begins(p, "filelist:");
     for (bool quoted = false; *p;) {
         if (*p == '"') {
             quoted = !quoted;
@@ -187,8 +188,11 @@ static void _db_read_term_text(_db_parser_t *parser, utf8_buf_t *out) {
         if (!quoted) {
             if (_db_is_term_end(parser, *p))
                 break;
+            i32 length = out->length;
             if (u32 taken = _db_replace_entity(p, out)) {
                 p += taken;
+                if (is_file_list && out->length > length && out->data[length] == '|')
+                    out->data[length] = DB_TERM_LITERAL_BAR; // it separates no names
                 continue;
             }
         }

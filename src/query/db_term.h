@@ -49,6 +49,10 @@ struct db_term_t {
     char text[1]; // terminated; in the same block
 };
 
+// What stands in the text of a `filelist:` term for a `|` that is part of a name: one that was written by its
+// number. No name has that byte.
+inline constexpr char DB_TERM_LITERAL_BAR = 0x01;
+
 // Settings of the parser and the compiler.
 extern u32 operator_precedence; // 0: OR binds tighter than AND; 1: AND does
 extern u32 allow_literal_operators;
@@ -96,7 +100,7 @@ using db_text_test_t = bool(const db_exec_term_t *term, void *regex_match, const
 // form of a term each have their own.
 //   EXTENSION, EXTENSION_OR_NONE     db_extensions_t
 //   ANCHORS..., ANCHOR_...           db_anchors_t
-//   PARENT, PARENTS_SEVERAL          db_anchors_t, the folders in `inner`
+//   PARENT, PARENTS_SEVERAL          db_anchors_t, the folders in `inner`; 0 stands for no parent
 //   EMPTY, CHILD..., DUPE_...        db_item_set_t: the items that the test is true for
 //   FILE_LIST                        db_file_list_names_t
 //   COMPONENT_..., FIND on paths     db_item_set_t: the folders at or below which the test is true
