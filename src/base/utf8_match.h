@@ -68,6 +68,26 @@ inline constexpr bool utf8_mode_is_bytewise(utf8_mode_t mode) {
     return mode == UTF8_MODE_EXACT || mode == UTF8_MODE_ASCII;
 }
 
+// True when every lead byte is followed by its continuation bytes, and they stand nowhere else but at the
+// start, where those of one character may.
+inline bool utf8_is_whole(const char *text, const char *text_end) {
+    for (u32 i = 0; i < UTF8_CHAR_MAX - 1 && text < text_end && (*text & 0xC0) == 0x80; i++) {
+        text++;
+    }
+    while (text < text_end) {
+        const char *next = text + utf8_char_length(text, text_end);
+        if (static_cast<u8>(*text) >= 0x80 && next == text + 1) {
+            return false;
+        }
+        while (++text < next) {
+            if ((*text & 0xC0) != 0x80) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 // Compares the characters at `*text` and `*pattern`, neither at its end, and moves both on when they are
 // equal.
 template<utf8_mode_t mode>
@@ -203,6 +223,26 @@ inline i32 utf8_starts_with(const char *text, u32 length, const char *pattern, u
                ? static_cast<i32>(end - text)
                : UTF8_NO_MATCH;
 }
+// Among bytes that are no UTF-8 the characters depend on the end from which one begins to read, and a pattern
+// is read from its front. So where the way back from the end has failed at `failed`, and what it read, with
+// the bytes in front that may reach into it, is broken, each way forward is tried.
+template<utf8_mode_t mode>
+inline i32 utf8_ends_with_broken(const char *text, const char *failed, const char *text_end,
+                                 const char *pattern, u32 pattern_length) {
+    const char *from = failed - text < UTF8_CHAR_MAX - 1 ? text : failed - (UTF8_CHAR_MAX - 1);
+    if (utf8_is_whole(from, text_end)) {
+        return UTF8_NO_MATCH;
+    }
+    const u32 most = pattern_length * UTF8_CHAR_MAX;
+    for (from = text_end - text < most ? text : text_end - most; from < text_end; from++) {
+        const char *end;
+        if (utf8_match_here<mode>(from, text_end, pattern, pattern + pattern_length, &end) &&
+            end == text_end) {
+            return static_cast<i32>(text_end - from);
+        }
+    }
+    return UTF8_NO_MATCH;
+}
 template<utf8_mode_t mode>
 inline i32 utf8_ends_with(const char *text, u32 length, const char *pattern, u32 pattern_length) {
     if (utf8_is_too_long<mode>(length, pattern_length)) {
@@ -216,14 +256,14 @@ inline i32 utf8_ends_with(const char *text, u32 length, const char *pattern, u32
     const char *t = text_end;
     while (pattern_end > pattern) {
         if (t == text) {
-            return UTF8_NO_MATCH;
+            return utf8_ends_with_broken<mode>(text, text, text_end, pattern, pattern_length);
         }
         const char *text_char = utf8_step_back(text, t);
         const char *pattern_char = utf8_step_back(pattern, pattern_end);
         const char *text_cursor = text_char;
         const char *pattern_cursor = pattern_char;
         if (!utf8_match_char<mode>(&text_cursor, t, &pattern_cursor, pattern_end)) {
-            return UTF8_NO_MATCH;
+            return utf8_ends_with_broken<mode>(text, text_char, text_end, pattern, pattern_length);
         }
         t = text_char;
         pattern_end = pattern_char;
