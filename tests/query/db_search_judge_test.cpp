@@ -21,7 +21,7 @@ namespace {
 
 // The functions that the judge knows and the engine has.
 constexpr bool functions[JUDGE_FUNCTIONS] = {true, false, false, false, false};
-constexpr bool path_components = false, path_anchors = false;
+constexpr bool path_components = true, path_anchors = true;
 
 u32 get_number(const char *name, u32 value) {
     const char *text = std::getenv(name);
@@ -85,20 +85,22 @@ struct judged_db_t {
         db_rebuild_start(db, &wanted, nullptr);
         test_db_wait(db);
     }
+    // Parents first.
     void describe(const std::map<u32, u32> &places, u32 place) {
         judge_item_t &judged = items[place];
-        std::string path;
-        for (u32 ref = refs[place]; ref; ref = db_item(ref)->parent) {
-            u32 length;
-            const char *name = db_item_get_name(db_item(ref), &length);
-            path = std::string(name, length) + (path.empty() ? "" : "\\") + path;
-            if (ref == refs[place])
-                judged.name = judge_text(path);
-        }
-        judged.is_folder = place < folder_count;
-        judged.path = judge_text(path);
+        if (!judged.path.bytes.empty())
+            return;
         const u32 parent = db_item(refs[place])->parent;
-        judged.parent = parent ? &items[places.at(parent)] : nullptr;
+        u32 length;
+        const char *name = db_item_get_name(db_item(refs[place]), &length);
+        judged.is_folder = place < folder_count;
+        judged.path = judged.name = judge_text(std::string(name, length));
+        if (parent) {
+            describe(places, places.at(parent));
+            judged.parent = &items[places.at(parent)];
+            judged.path = judge_join(judged.parent->path, judged.name);
+        }
+        judged.flat_path = judge_text(judged.path.bytes);
     }
 
     // The answers of the engine, by item.

@@ -518,8 +518,10 @@ judge_answer_t judge_term(const term_t &term, const judge_item_t &item) {
     judge_answer_t best = JUDGE_NO;
     do {
         for (const pattern_t &pattern : term.patterns) {
-            const judge_answer_t answer =
-                matches(pattern, term.where == IN_COMPONENT ? component->name : text);
+            judge_answer_t answer = matches(pattern, term.where == IN_COMPONENT ? component->name : text);
+            // Where a name is broken at its end, a path may be read either way.
+            if (term.where == IN_PATH && !text.is_valid && answer != matches(pattern, item.flat_path))
+                answer = JUDGE_ANY;
             if (answer == JUDGE_YES)
                 return JUDGE_YES;
             best = std::max(best, answer);
@@ -597,6 +599,19 @@ judge_text_t judge_text(const std::string &bytes) {
         text.values[JUDGE_ASCII].push_back(lower_ascii(byte));
     }
     return text;
+}
+
+judge_text_t judge_join(const judge_text_t &path, const judge_text_t &name) {
+    judge_text_t joined = path;
+    for (const judge_text_t &text : {judge_text("\\"), name}) {
+        joined.bytes += text.bytes;
+        joined.is_valid = joined.is_valid && text.is_valid;
+        joined.lengths.insert(joined.lengths.end(), text.lengths.begin(), text.lengths.end());
+        for (u32 mode = 0; mode < JUDGE_MODES; mode++)
+            joined.values[mode].insert(joined.values[mode].end(), text.values[mode].begin(),
+                                       text.values[mode].end());
+    }
+    return joined;
 }
 
 bool judge_apply(judge_flags_t *flags, const std::string &modifier) {

@@ -29,11 +29,14 @@ struct judge_text_t {
     std::vector<u32> values[JUDGE_MODES];
 };
 judge_text_t judge_text(const std::string &bytes);
+// A path, whose characters end at the separators, even broken ones.
+judge_text_t judge_join(const judge_text_t &path, const judge_text_t &name);
 
 struct judge_item_t {
     bool is_folder;
     judge_text_t name;
-    judge_text_t path; // full
+    judge_text_t path;      // full, joined of names
+    judge_text_t flat_path; // the same bytes as one text
     const judge_item_t *parent;
 };
 using judge_items_t = std::vector<judge_item_t>;
