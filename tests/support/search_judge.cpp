@@ -377,28 +377,33 @@ bool is_open(const std::string &text) {
            text.back() == '*';
 }
 
+// A star at an end says nothing where the text may stand anywhere.
+std::string strip_open_stars(const std::string &text, const judge_flags_t &flags) {
+    if (!flags.wildcards)
+        return text;
+    if (is_open(text))
+        return text.substr(1, text.size() - 2);
+    const size_t wild = text.find_first_of("*?");
+    const bool is_end = wild == 0 || wild == text.size() - 1;
+    if (wild == std::string::npos || text[wild] != '*' || !is_end || flags.whole_name_wildcards ||
+        flags.whole_word || text.find_first_of("*?", wild + 1) != std::string::npos)
+        return text;
+    return wild == 0 ? text.substr(1) : text.substr(0, wild);
+}
+
 void judge_path(term_t *term, std::string text, pattern_t *pattern, const judge_settings_t &settings,
                 const judge_items_t &items) {
     const judge_flags_t &flags = term->flags;
     term->where = IN_PATH;
     if (flags.whole_word || flags.whole_name)
         return;
-    // A star at an end says nothing where the text may stand anywhere.
+    text = strip_open_stars(text, flags);
     const size_t wild = flags.wildcards ? text.find_first_of("*?") : std::string::npos;
-    bool is_wild = wild != std::string::npos;
-    if (is_wild && is_open(text)) {
-        text = text.substr(1, text.size() - 2);
-        is_wild = false;
-    } else if (is_wild && text[wild] == '*' && text.find_first_of("*?", wild + 1) == std::string::npos) {
-        const bool is_last = wild == text.size() - 1;
-        is_wild = flags.whole_name_wildcards || (wild != 0 && !is_last);
-        if (!is_wild || is_last)
-            text.erase(wild, 1);
-        else
-            return;
-    } else if (is_wild) {
+    const bool is_wild = wild != std::string::npos;
+    if (is_wild && (text[wild] != '*' || wild != text.size() - 1))
         return;
-    }
+    if (is_wild)
+        text.pop_back();
     if (has_drive(text)) {
         term->is_any = text.size() > 2 && text[2] != '\\';
         pattern->at_start = true;
@@ -406,7 +411,7 @@ void judge_path(term_t *term, std::string text, pattern_t *pattern, const judge_
             judge_anchor(term, text, pattern->mode, items);
     } else if (text.starts_with("\\\\")) {
         term->is_any = true;
-    } else if (!is_wild && settings.components) {
+    } else if (!is_wild && !text.empty() && settings.components) {
         judge_component(term, text, pattern->mode);
     }
 }
@@ -427,7 +432,8 @@ term_t judge_text_term(std::string text, judge_flags_t flags, const judge_settin
     // What is open at both ends begins and ends nowhere.
     if (flags.wildcards && (text == "*" || is_open(text)))
         flags.whole_word = flags.whole_name = false;
-    if (settings.separator_matches_path && (has_drive(text) || text.find('\\') != std::string::npos))
+    if (settings.separator_matches_path &&
+        (has_drive(strip_open_stars(text, flags)) || text.find('\\') != std::string::npos))
         flags.path = true;
     term.flags = flags;
     const bool is_wild = flags.wildcards && text.find_first_of("*?") != std::string::npos;

@@ -36,7 +36,7 @@ struct judge_item_t {
     bool is_folder;
     judge_text_t name;
     judge_text_t path;      // full, joined of names
-    judge_text_t flat_path; // the same bytes as one text
+    judge_text_t flat_path; // the same bytes as one text, where they are no UTF-8
     const judge_item_t *parent;
 };
 using judge_items_t = std::vector<judge_item_t>;

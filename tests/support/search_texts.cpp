@@ -56,7 +56,7 @@ pieces_t random_alphabet(std::mt19937 &random) {
 }
 
 std::string random_name(std::mt19937 &random, const pieces_t &alphabet) {
-    const u32 kind = below(random, 40);
+    const u32 kind = below(random, 60);
     const size_t length = kind == 0  ? 1 + below(random, 300)
                           : kind < 4 ? 1 + below(random, 90)
                                      : 1 + below(random, 12);
@@ -144,7 +144,7 @@ std::vector<std::string> random_paths(std::mt19937 &random, u32 count) {
         if (i % 100 == 0)
             alphabet = random_alphabet(random);
         std::string folder = pick(random, folders);
-        if (std::count(folder.begin(), folder.end(), '\\') > 6 || folder.size() > 400)
+        if (std::count(folder.begin(), folder.end(), '\\') > 6 || folder.size() > 150)
             folder = drives[i % 3];
         const bool is_folder = one_in(random, 16);
         paths.push_back(folder + random_name(random, alphabet) + (is_folder ? "\\" : ""));
