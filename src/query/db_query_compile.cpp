@@ -110,13 +110,14 @@ static void _db_take_family(_db_text_t *t, u32 family) {
     u32 flags = t->flags;
     bool match_case = flags & TERM_CASE, diacritics = flags & TERM_DIACRITICS;
     t->mode = db_term_get_mode(flags);
+    // Before it is folded: letters beyond ASCII that fold into it must find themselves.
+    bool is_ascii = utf8_is_ascii(t->text.data, static_cast<u32>(t->text.length));
     utf8_buf_t folded;
     utf8_buf_init(&folded);
     utf8_fold_pattern(t->mode, &folded, t->text.data, static_cast<u32>(t->text.length));
     utf8_buf_copy_utf8(&t->text, folded.data, folded.length);
     utf8_buf_kill(&folded);
-    bool fast = !match_case && diacritics && flags & TERM_FAST_ASCII &&
-                utf8_is_ascii(t->text.data, static_cast<u32>(t->text.length));
+    bool fast = !match_case && diacritics && flags & TERM_FAST_ASCII && is_ascii;
     if (fast)
         t->mode = UTF8_MODE_ASCII;
     u32 bit = 1;
