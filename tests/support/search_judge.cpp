@@ -155,6 +155,11 @@ judge_answer_t matches(const pattern_t &pattern, const judge_text_t &text) {
     const bool answer = matches_moving(pattern, text, is_bytes);
     if (!is_bytes && (!text.is_valid || !pattern.is_valid) && answer != matches_moving(pattern, text, true))
         return JUDGE_ANY;
+    // A broken name that is read from its end may end with what it does not hold when it is read from its
+    // front.
+    const bool is_end = pattern.at_end && (!pattern.at_start || pattern.values.front() == MANY);
+    if (!answer && is_end && !is_bytes && !text.is_valid)
+        return JUDGE_ANY;
     return answer ? JUDGE_YES : JUDGE_NO;
 }
 
