@@ -63,14 +63,22 @@ static u32 _bench_width(const std::string &text) {
         std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
+// A cell as a table of Markdown takes it.
+static std::string _bench_escape(const std::string &text) {
+    std::string escaped;
+    for (char c : text)
+        escaped.append(c == '|' ? "\\" : "").push_back(c);
+    return escaped;
+}
+
 void bench_print_table() {
     std::vector<std::vector<std::string>> cells = {{"what", "ours", "peer", "ratio", "target", "verdict"}};
     for (const bench_row_t &row : _bench_rows) {
         std::string target = row.goal == BENCH_NO_GOAL
                                  ? ""
                                  : bench_format("%s %g", row.goal == BENCH_AT_MOST ? "<=" : ">=", row.target);
-        cells.push_back({row.what, row.ours, row.peer, row.ratio < 0 ? "" : bench_format("%.2f", row.ratio),
-                         target, _bench_verdict(row)});
+        cells.push_back({_bench_escape(row.what), row.ours, row.peer,
+                         row.ratio < 0 ? "" : bench_format("%.2f", row.ratio), target, _bench_verdict(row)});
     }
     std::vector<u32> widths(cells[0].size());
     for (const auto &line : cells) {
@@ -196,6 +204,17 @@ db_t *bench_index_volume(const char *name, db_rebuild_stats_t *stats) {
     return _bench_rebuild(&wanted, stats);
 }
 
+db_t *bench_index_folder(const std::string &folder) {
+    db_wanted_t wanted;
+    db_wanted_init(&wanted);
+    utf8_buf_t path;
+    utf8_buf_init(&path);
+    os_path_from_system(folder.data(), static_cast<u32>(folder.size()), &path);
+    db_wanted_add_folder(&wanted, path.data);
+    utf8_buf_kill(&path);
+    return _bench_rebuild(&wanted, nullptr);
+}
+
 u64 bench_item_count(const db_t *db) {
     return static_cast<u64>(db->folder_name_array.count) + db->file_name_array.count;
 }
@@ -203,7 +222,7 @@ u64 bench_item_count(const db_t *db) {
 // The source of an index: a walk along sorted paths, where a folder is new when the path before was not in
 // it.
 struct _bench_source_t {
-    bench_file_t paths;
+    std::string_view parts[2]; // the paths
     u64 item_limit;
     std::string names; // of the items, one per line, where they are asked for
     bool keep_names;
@@ -297,11 +316,12 @@ static void _bench_read_paths(void *param, void *user_data, ntfs_record_proc_t *
     root.frn = root.parent_frn = NTFS_FRN_ROOT;
     root.attributes = ATTRIBUTE_DIRECTORY;
     sink(user_data, &root);
-    std::string_view rest(source->paths.bytes, source->paths.size);
-    while (!rest.empty() && source->item_count < source->item_limit) {
-        size_t end = std::min(rest.find('\n'), rest.size());
-        _bench_add_path(source, rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+    for (std::string_view rest : source->parts) {
+        while (!rest.empty() && source->item_count < source->item_limit) {
+            size_t end = std::min(rest.find('\n'), rest.size());
+            _bench_add_path(source, rest.substr(0, end));
+            rest.remove_prefix(std::min(end + 1, rest.size()));
+        }
     }
 }
 
@@ -313,9 +333,11 @@ static void _bench_write(const char *name, const std::string &bytes) {
         fclose(file);
 }
 
-db_t *bench_index_paths(bench_file_t paths, u64 item_limit, db_rebuild_stats_t *stats, const char *names) {
+db_t *bench_index_paths(bench_file_t paths, u64 item_limit, db_rebuild_stats_t *stats, const char *names,
+                        std::string_view more) {
     _bench_source_t source = {};
-    source.paths = paths;
+    source.parts[0] = {paths.bytes, paths.size};
+    source.parts[1] = more;
     source.item_limit = item_limit;
     source.keep_names = names != nullptr;
     db_wanted_t wanted;

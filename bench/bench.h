@@ -8,6 +8,7 @@
 
 #include "db/db.h"
 #include "index/db_create.h"
+#include "query/db_query.h"
 
 #include <string>
 #include <string_view>
@@ -70,14 +71,35 @@ inline constexpr u32 BENCH_INDEX_FLAGS =
 
 // An index of sorted paths, the first `item_limit` files and folders of them, through the rebuild that fills
 // one from a volume. The root folder is one more item. `names` (0 or a file to write) gets the items' names.
-db_t *bench_index_paths(bench_file_t paths, u64 item_limit, db_rebuild_stats_t *stats, const char *names);
+// `more` are paths behind them; one that ends with a separator is a folder.
+db_t *bench_index_paths(bench_file_t paths, u64 item_limit, db_rebuild_stats_t *stats, const char *names,
+                        std::string_view more = {});
 // An index of a volume's image. 0 when it cannot be read.
 db_t *bench_index_volume(const char *name, db_rebuild_stats_t *stats);
+// An index of a folder, its full path as the system has it.
+db_t *bench_index_folder(const std::string &folder);
 u64 bench_item_count(const db_t *db);
+
+// --- Searches ----------------------------------------------------------------------------------------------
+
+// A term whose scan reads every record.
+inline constexpr const char BENCH_PLAIN_SCAN[] = "7";
+// A regular expression without any letter that all of its matches have, and the search for it.
+inline constexpr const char BENCH_SLOW_EXPRESSION[] = "^[a-f0-9]{2}[0-9]{2,4}[._-]";
+inline constexpr const char BENCH_SLOW_SEARCH[] = "regex:\"^[a-f0-9]{2}[0-9]{2,4}[._-]\"";
+
+// Runs a search on that many threads and waits for its end: the seconds from db_query_search to the count.
+double bench_run_search(db_query_t *query, const char *text, bool match_diacritics, u32 threads, u32 *count);
 
 // --- The rows ----------------------------------------------------------------------------------------------
 
 bool bench_search(const bench_options_t &options);
+bool bench_language(const bench_options_t &options);
+// The part of the language rows that has no peer: what functions find is counted from the records.
+void bench_functions(const bench_options_t &options, db_t *db);
+// How long a search keeps its owner waiting: for the first answer, and for the end when it is cancelled.
+// False when the file that one search reads cannot be made.
+bool bench_waiting(const bench_options_t &options, db_t *db);
 bool bench_memory(const bench_options_t &options);
 bool bench_index(const bench_options_t &options);
 bool bench_read(const bench_options_t &options);

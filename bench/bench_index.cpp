@@ -8,7 +8,7 @@ namespace findwright {
 
 static constexpr u64 INDEX_ITEMS = 1000000;
 static constexpr double INDEX_TARGET = 3;   // times the peer's time
-static constexpr double MEMORY_TARGET = 40; // bytes
+static constexpr double MEMORY_TARGET = 48; // bytes
 static constexpr u32 THREADS = 2;
 
 bool bench_index(const bench_options_t &options) {

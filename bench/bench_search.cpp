@@ -1,5 +1,5 @@
 // Search rows: counting the matches of a term over all real names, beside `rg -j1 -i -c -F` over the same
-// names.
+// names; and the plain scan, a search that reads every record, beside a sum of the same memory.
 #include "bench.h"
 
 #include "os/event.h"
@@ -17,19 +17,35 @@ struct _bench_term_t {
     const char *text;
     const char *upper;
     bool match_diacritics;
-    bool memory_rows; // what it walks is put beside a plain sum
-    std::vector<double> ours, ours_alone, peer;
-    u64 found, found_by_accent, peer_found;
+    bool alone; // on one thread, too
 };
 
-static constexpr double SEARCH_TARGET = 1.2; // times the peer's time
+// The last one is no letter: the words beside the names tell nothing of it, and its scan reads every record.
+static constexpr _bench_term_t terms[] = {
+    {"qt", "QT", false, true},
+    {"config", "CONFIG", false, false},
+    {"zq", "ZQ", false, false},
+    {"e", "E", false, true},
+    {"notify", "NOTIFY", false, false},
+    {"configuration", "CONFIGURATION", false, false},
+    {"readme", "README", false, false},
+    {"main.c", "MAIN.C", false, false},
+    {"png", "PNG", false, false},
+    {"é", "É", true, true},
+    {BENCH_PLAIN_SCAN, BENCH_PLAIN_SCAN, false, false},
+};
+static constexpr u32 TERMS = sizeof terms / sizeof terms[0];
+static constexpr u32 PLAIN_SCAN = TERMS - 1;
+
+static constexpr double SEARCH_TARGET = 0.9; // times the peer's time
+static constexpr double MEDIAN_TARGET = 0.25;
 static constexpr u32 THREADS = 2;
 
-static double _bench_run_search(db_query_t *query, const _bench_term_t &term, u32 threads, u32 *count) {
+double bench_run_search(db_query_t *query, const char *text, bool match_diacritics, u32 threads, u32 *count) {
     max_threads = threads;
     db_query_params_t params = {};
-    params.match_diacritics = term.match_diacritics;
-    params.search = term.text;
+    params.match_diacritics = match_diacritics;
+    params.search = text;
     params.filter_search = "";
     double start = bench_now();
     db_query_search(query, &params);
@@ -113,68 +129,106 @@ static double _bench_run_sum(std::vector<_bench_span_t> *spans, u32 threads) {
 
 // --- The rows ----------------------------------------------------------------------------------------------
 
+// What was found for a term, and the times of each turn.
+struct _bench_measured_t {
+    u64 found, found_by_accent, peer_found;
+    std::vector<double> ours, ours_alone, peer;
+};
+
+static bool _bench_is_equal(const _bench_measured_t &measured) {
+    return measured.found - measured.found_by_accent == measured.peer_found;
+}
+
 struct _bench_search_t {
     db_query_t *query;
     std::string names;
     std::vector<_bench_span_t> spans;
     u64 scanned_bytes;
+    _bench_measured_t measured[TERMS];
     std::vector<double> sum[THREADS + 1];
 };
 
-static void _bench_check_answers(_bench_search_t *search, _bench_term_t *term) {
+static void _bench_check_answers(_bench_search_t *search, u32 number) {
+    const _bench_term_t &term = terms[number];
+    _bench_measured_t *measured = &search->measured[number];
     u32 count;
-    _bench_run_search(search->query, *term, THREADS, &count);
-    term->found = count;
-    term->found_by_accent = _bench_count_by_accent(search->query, *term);
-    _bench_run_rg(search->names, *term, &term->peer_found);
-    bool equal = term->found - term->found_by_accent == term->peer_found;
-    bench_add_note(
-        "`%s`%s: %llu found, %llu of them only without their accents; rg finds %llu: %s", term->text,
-        term->match_diacritics ? " with its accent" : "", static_cast<unsigned long long>(term->found),
-        static_cast<unsigned long long>(term->found_by_accent),
-        static_cast<unsigned long long>(term->peer_found), equal ? "the same names" : "NOT THE SAME");
+    bench_run_search(search->query, term.text, term.match_diacritics, THREADS, &count);
+    measured->found = count;
+    measured->found_by_accent = _bench_count_by_accent(search->query, term);
+    _bench_run_rg(search->names, term, &measured->peer_found);
+    bench_add_note("`%s`%s: %llu found, %llu of them only without their accents; rg finds %llu: %s",
+                   term.text, term.match_diacritics ? " with its accent" : "",
+                   static_cast<unsigned long long>(measured->found),
+                   static_cast<unsigned long long>(measured->found_by_accent),
+                   static_cast<unsigned long long>(measured->peer_found),
+                   _bench_is_equal(*measured) ? "the same names" : "NOT THE SAME");
 }
 
-static void _bench_run_turn(_bench_search_t *search, std::vector<_bench_term_t> *terms) {
-    for (_bench_term_t &term : *terms) {
-        u32 count;
-        u64 peer_count;
-        term.ours.push_back(_bench_run_search(search->query, term, THREADS, &count));
-        term.peer.push_back(_bench_run_rg(search->names, term, &peer_count));
-        term.ours_alone.push_back(_bench_run_search(search->query, term, 1, &count));
+static void _bench_run_turn(_bench_search_t *search) {
+    u32 count;
+    u64 peer_count;
+    for (u32 i = 0; i < TERMS; i++) {
+        const _bench_term_t &term = terms[i];
+        _bench_measured_t *measured = &search->measured[i];
+        measured->ours.push_back(
+            bench_run_search(search->query, term.text, term.match_diacritics, THREADS, &count));
+        measured->peer.push_back(_bench_run_rg(search->names, term, &peer_count));
+        if (term.alone || i == PLAIN_SCAN)
+            measured->ours_alone.push_back(
+                bench_run_search(search->query, term.text, term.match_diacritics, 1, &count));
     }
     // Each sum behind a run of the peer: the caches then hold what they do for a search.
     for (u32 threads : {THREADS, 1u}) {
-        u64 peer_count;
-        _bench_run_rg(search->names, terms->front(), &peer_count);
+        _bench_run_rg(search->names, terms[0], &peer_count);
         search->sum[threads].push_back(_bench_run_sum(&search->spans, threads));
     }
 }
 
-static void _bench_add_search_rows(const _bench_term_t &term) {
-    bool equal = term.found - term.found_by_accent == term.peer_found;
-    double peer = bench_median(term.peer);
-    std::string remark = equal ? "" : "answers differ";
-    for (u32 threads : {THREADS, 1u}) {
-        double ours = bench_median(threads == 1 ? term.ours_alone : term.ours);
-        bench_add_row(
-            {bench_format("search `%s`%s, %u thread%s, rg -j1", term.text,
-                          term.match_diacritics ? " with its accent" : "", threads, threads == 1 ? "" : "s"),
-             bench_seconds(ours), bench_seconds(peer), ours / peer,
-             threads == 1 ? BENCH_NO_GOAL : BENCH_AT_MOST, SEARCH_TARGET, remark});
+// Returns the ratio on all threads.
+static double _bench_add_search_rows(const _bench_search_t &search, u32 number) {
+    const _bench_term_t &term = terms[number];
+    const _bench_measured_t &measured = search.measured[number];
+    double peer = bench_median(measured.peer);
+    std::string remark = _bench_is_equal(measured) ? "" : "answers differ";
+    std::string name = bench_format("%ssearch `%s`%s", number == PLAIN_SCAN ? "plain scan: " : "", term.text,
+                                    term.match_diacritics ? " with its accent" : "");
+    double ours = bench_median(measured.ours);
+    bench_add_row({bench_format("%s, %u threads, rg -j1", name.c_str(), THREADS), bench_seconds(ours),
+                   bench_seconds(peer), ours / peer, number == PLAIN_SCAN ? BENCH_NO_GOAL : BENCH_AT_MOST,
+                   SEARCH_TARGET, remark});
+    if (term.alone) {
+        double alone = bench_median(measured.ours_alone);
+        bench_add_row({bench_format("%s, 1 thread, rg -j1", name.c_str()), bench_seconds(alone),
+                       bench_seconds(peer), alone / peer, BENCH_NO_GOAL, 0, remark});
     }
+    return ours / peer;
 }
 
-static void _bench_add_memory_rows(const _bench_search_t &search, const _bench_term_t &term) {
+static void _bench_add_memory_rows(const _bench_search_t &search) {
+    const _bench_measured_t &measured = search.measured[PLAIN_SCAN];
     for (u32 threads : {THREADS, 1u}) {
         double bytes = static_cast<double>(search.scanned_bytes);
-        double ours = bytes / bench_median(threads == 1 ? term.ours_alone : term.ours);
+        double ours = bytes / bench_median(threads == 1 ? measured.ours_alone : measured.ours);
         double peer = bytes / bench_median(search.sum[threads]);
-        bench_add_row({bench_format("memory walked by search `%s`, %u thread%s, plain sum of it", term.text,
-                                    threads, threads == 1 ? "" : "s"),
+        bench_add_row({bench_format("memory walked by the plain scan, %u thread%s, plain sum of it", threads,
+                                    threads == 1 ? "" : "s"),
                        bench_format("%.1f GB/s", ours / 1e9), bench_format("%.1f GB/s", peer / 1e9),
                        ours / peer, BENCH_NO_GOAL, 0, ""});
     }
+}
+
+static void _bench_add_rows(const _bench_search_t &search) {
+    std::vector<double> ratios;
+    bool equal = true;
+    for (u32 i = 0; i < PLAIN_SCAN; i++) {
+        ratios.push_back(_bench_add_search_rows(search, i));
+        equal = equal && _bench_is_equal(search.measured[i]);
+    }
+    bench_add_row(
+        {bench_format("median of the ratios of these %zu terms, %u threads", ratios.size(), THREADS), "", "",
+         bench_median(ratios), BENCH_AT_MOST, MEDIAN_TARGET, equal ? "" : "answers differ"});
+    _bench_add_search_rows(search, PLAIN_SCAN);
+    _bench_add_memory_rows(search);
 }
 
 bool bench_search(const bench_options_t &options) {
@@ -195,22 +249,11 @@ bool bench_search(const bench_options_t &options) {
     search.spans = _bench_scanned_memory(db);
     for (_bench_span_t span : search.spans)
         search.scanned_bytes += span.count * sizeof(u64);
-    std::vector<_bench_term_t> terms = {{"qt", "QT", false, false, {}, {}, {}, 0, 0, 0},
-                                        {"config", "CONFIG", false, false, {}, {}, {}, 0, 0, 0},
-                                        {"zq", "ZQ", false, true, {}, {}, {}, 0, 0, 0},
-                                        {"e", "E", false, true, {}, {}, {}, 0, 0, 0},
-                                        {"notify", "NOTIFY", false, false, {}, {}, {}, 0, 0, 0},
-                                        {"é", "É", true, false, {}, {}, {}, 0, 0, 0}};
-    for (_bench_term_t &term : terms)
-        _bench_check_answers(&search, &term);
+    for (u32 i = 0; i < TERMS; i++)
+        _bench_check_answers(&search, i);
     for (u32 run = 0; run < options.runs; run++)
-        _bench_run_turn(&search, &terms);
-    for (const _bench_term_t &term : terms)
-        _bench_add_search_rows(term);
-    for (const _bench_term_t &term : terms) {
-        if (term.memory_rows)
-            _bench_add_memory_rows(search, term);
-    }
+        _bench_run_turn(&search);
+    _bench_add_rows(search);
     db_destroy_query(search.query);
     db_destroy(db);
     bench_unmap(paths);
