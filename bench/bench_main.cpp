@@ -16,9 +16,9 @@ struct row_t {
     bool (*run)(const bench_options_t &options);
 };
 
-static constexpr row_t rows[] = {{"search", bench_search}, {"index", bench_index}, {"memory", bench_memory},
-                                 {"read", bench_read},     {"list", bench_list},   {"load", bench_load},
-                                 {"folder", bench_folder}};
+static constexpr row_t rows[] = {
+    {"search", bench_search}, {"language", bench_language}, {"index", bench_index}, {"memory", bench_memory},
+    {"read", bench_read},     {"list", bench_list},         {"load", bench_load},   {"folder", bench_folder}};
 
 static const row_t *find_row(std::string_view name) {
     for (const row_t &row : rows) {
@@ -66,7 +66,7 @@ int main(int argc, char **argv) {
     if (!parse(argc, argv, &options, &wanted)) {
         fprintf(stderr, "usage: fw_bench [--data FOLDER] [--runs N] [--peer-runs N] [--volume NAME=FILE]... "
                         "[--note TEXT]... ROW...\n"
-                        "rows: search index memory read list load folder\n");
+                        "rows: search language index memory read list load folder\n");
         return 2;
     }
     os_init();
