@@ -78,6 +78,14 @@ db_t *bench_index_paths(bench_file_t paths, u64 item_limit, db_rebuild_stats_t *
 db_t *bench_index_volume(const char *name, db_rebuild_stats_t *stats);
 // An index of a folder, its full path as the system has it.
 db_t *bench_index_folder(const std::string &folder);
+// Calls `visit` for every item of an array.
+template<class Visit>
+void bench_for_each(const array_t *array, Visit visit) {
+    u32 page = 0, value;
+    i32 position = -1;
+    while (array_next_to(array, &page, &position, &value))
+        visit(db_item(value));
+}
 u64 bench_item_count(const db_t *db);
 
 // --- Searches ----------------------------------------------------------------------------------------------

@@ -33,16 +33,8 @@ struct _bench_tree_t {
     std::unordered_map<mem_ref_t, size_t> places;
 };
 
-template<class Visit>
-static void _bench_for_each(const array_t *array, Visit visit) {
-    u32 page = 0, value;
-    i32 position = -1;
-    while (array_next_to(array, &page, &position, &value))
-        visit(db_item(value));
-}
-
 static void _bench_count_children(const db_t *db, _bench_tree_t *tree) {
-    _bench_for_each(&db->folder_name_array, [&](const db_item_t *folder) {
+    bench_for_each(&db->folder_name_array, [&](const db_item_t *folder) {
         u32 depth = 0;
         for (const db_item_t *item = folder; !db_item_is_top(item); item = db_item(item->parent))
             depth++;
@@ -53,7 +45,7 @@ static void _bench_count_children(const db_t *db, _bench_tree_t *tree) {
     for (size_t i = 0; i < tree->folders.size(); i++)
         tree->places[mem_ref(tree->folders[i].item)] = i;
     for (const array_t *array : {&db->folder_name_array, &db->file_name_array}) {
-        _bench_for_each(array, [&](const db_item_t *item) {
+        bench_for_each(array, [&](const db_item_t *item) {
             if (!db_item_is_top(item))
                 tree->folders[tree->places.at(item->parent)].children++;
         });
@@ -84,7 +76,7 @@ static u64 _bench_count_same_names(const array_t *array) {
     std::vector<u64> keys;
     utf8_buf_t folded;
     utf8_buf_init(&folded);
-    _bench_for_each(array, [&](const db_item_t *item) {
+    bench_for_each(array, [&](const db_item_t *item) {
         u32 length;
         const char *name = db_item_get_name(item, &length);
         utf8_fold_pattern(UTF8_MODE_FOLD, &folded, name, length);
@@ -96,8 +88,8 @@ static u64 _bench_count_same_names(const array_t *array) {
 
 static u64 _bench_count_same_sizes(const db_t *db) {
     std::vector<u64> keys;
-    _bench_for_each(&db->file_name_array,
-                    [&](const db_item_t *file) { keys.push_back(db_file_get_size(db, file)); });
+    bench_for_each(&db->file_name_array,
+                   [&](const db_item_t *file) { keys.push_back(db_file_get_size(db, file)); });
     return _bench_count_repeated(std::move(keys));
 }
 

@@ -46,10 +46,7 @@ bool bench_index(const bench_options_t &options) {
 
 static u64 _bench_name_bytes(const array_t *array) {
     u64 bytes = 0;
-    u32 page = 0, value;
-    i32 position = -1;
-    while (array_next_to(array, &page, &position, &value))
-        bytes += db_item_get_name_length(db_item(value));
+    bench_for_each(array, [&](const db_item_t *item) { bytes += db_item_get_name_length(item); });
     return bytes;
 }
 

@@ -40,13 +40,15 @@ static bool _bench_is_ascii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<u8>(c) < 0x80; });
 }
 
-// Calls `visit` for every item of an array.
-template<class Visit>
-static void _bench_for_each(const array_t *array, Visit visit) {
-    u32 page = 0, value;
-    i32 position = -1;
-    while (array_next_to(array, &page, &position, &value))
-        visit(db_item(value));
+// A name as it is on its disk, where a `\` may stand in it.
+static void _bench_add_name(std::string *text, const db_item_t *item) {
+    static constexpr char BACKSLASH[] = "\uF05C"; // in the index
+    u32 length;
+    const char *name = db_item_get_name(item, &length);
+    size_t start = text->size();
+    text->append(name, length).push_back('\n');
+    while ((start = text->find(BACKSLASH, start)) != text->npos)
+        text->replace(start, sizeof BACKSLASH - 1, "\\");
 }
 
 static void _bench_add_path(std::string *text, utf8_buf_t *path, const db_item_t *item) {
@@ -79,7 +81,7 @@ static bool _bench_write_items(const std::string &data, const db_t *db, const st
             ok = ok && fwrite(text.data(), 1, text.size(), file) == text.size();
             text.clear();
         };
-        _bench_for_each(array, [&](const db_item_t *item) {
+        bench_for_each(array, [&](const db_item_t *item) {
             _bench_add_path(&text, &path, item);
             if (text.size() > 1 << 20)
                 write();
@@ -195,19 +197,17 @@ static u64 _bench_collect(db_t *db, db_query_t *query, const _bench_line_t &line
     u32 count = db_get_result_count(query);
     for (u32 i = 0; i < count; i++) {
         const db_item_t *item = db_get_result_item(query, static_cast<i32>(i));
-        u32 length;
-        const char *name = db_item_get_name(item, &length);
         if (line.paths)
             _bench_add_path(text, &path, item);
         else
-            text->append(name, length).push_back('\n');
+            _bench_add_name(text, item);
     }
     utf8_buf_kill(&path);
     u64 folders = 0;
     if (!line.files_only)
         return folders;
     std::unordered_set<std::string> extensions(_bench_extensions.begin(), _bench_extensions.end());
-    _bench_for_each(&db->folder_name_array, [&](const db_item_t *item) {
+    bench_for_each(&db->folder_name_array, [&](const db_item_t *item) {
         u32 length;
         const char *name = db_item_get_name(item, &length);
         std::string end(name, length);
@@ -217,7 +217,7 @@ static u64 _bench_collect(db_t *db, db_query_t *query, const _bench_line_t &line
                        [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
         if (dot == end.npos || !extensions.count(end))
             return;
-        text->append(name, length).push_back('\n');
+        _bench_add_name(text, item);
         folders++;
     });
     return folders;
