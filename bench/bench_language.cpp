@@ -5,13 +5,10 @@
 #include "bench.h"
 
 #include "db/db_item.h"
-#include "os/event.h"
 #include "os/os.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <sys/stat.h>
 #include <unordered_set>
@@ -95,7 +92,7 @@ static bool _bench_write_items(const std::string &data, const db_t *db, const st
 
 // --- The searches ------------------------------------------------------------------------------------------
 
-// Sixty of the extensions that the names have most.
+// Sixty real extensions, most of them among the most frequent of these names.
 static const std::vector<std::string> _bench_extensions = {
     "html", "png", "svg", "gz",   "py",  "js",  "txt",   "mo",  "go",      "rs",   "xml",   "hpp",
     "rb",   "php", "pm",  "so",   "jpg", "css", "gif",   "ogg", "md",      "po",   "cpp",   "hxx",
@@ -110,12 +107,17 @@ static std::string _bench_join(const std::vector<std::string> &texts, char betwe
     return joined;
 }
 
+enum _bench_lines_kind_t : u32 {
+    BENCH_NAMES,
+    BENCH_FILES, // names; the search finds no folders, which the peer cannot tell apart
+    BENCH_PATHS,
+};
+
 struct _bench_line_t {
     std::string what; // in the table
     std::string search;
-    std::vector<std::string> peer; // arguments; those after the first of a pipe are its own program's
-    bool paths;                    // over full paths, and not names
-    bool files_only;               // the search finds no folders, which the peer cannot tell apart
+    std::vector<std::string> peer; // its arguments, as they list what it finds
+    _bench_lines_kind_t kind;
     std::vector<double> ours_times, peer_times;
     bool equal;
 };
@@ -128,62 +130,32 @@ static std::vector<std::string> _bench_rg(const std::vector<std::string> &option
     return arguments;
 }
 
-static _bench_line_t _bench_names_line(const char *what, const char *search, const char *rg,
-                                       const char *shown, const std::string &names) {
-    return {bench_format("%s`%s`, rg %s", what, search, shown),
-            search,
-            _bench_rg({"-e", rg}, names),
-            false,
-            false,
-            {},
-            {},
-            false};
-}
-
 static std::vector<_bench_line_t> _bench_make_lines(const std::string &names, const std::string &items) {
-    auto line = [&](const char *search, const char *rg) {
-        return _bench_names_line("", search, rg, rg, names);
-    };
     std::vector<_bench_line_t> lines;
-    lines.push_back({"whole word `ww:config`, rg -w",
-                     "ww:config",
-                     _bench_rg({"-w", "-F", "config"}, names),
-                     false,
-                     false,
-                     {},
-                     {},
-                     false});
-    lines.push_back(line("*.png", "\\.png$"));
-    lines.push_back(line("lib*", "^lib"));
-    lines.push_back(line("lib*config*.h", "^lib.*config.*\\.h$"));
-    lines.push_back({bench_format("`ext:` with %zu extensions, rg \\.(...)$", _bench_extensions.size()),
-                     "ext:" + _bench_join(_bench_extensions, ';'),
-                     _bench_rg({"-e", "\\.(" + _bench_join(_bench_extensions, '|') + ")$"}, names),
-                     false,
-                     true,
-                     {},
-                     {},
-                     false});
-    lines.push_back({"`path:python path:test` over full paths, rg (python.*test|test.*python)",
-                     "path:python path:test",
-                     _bench_rg({"-e", "(python.*test|test.*python)"}, items),
-                     true,
-                     false,
-                     {},
-                     {},
-                     false});
-    lines.push_back(
-        {"three terms `config|notify !qt`, rg | rg -v",
-         "config|notify !qt",
-         {"sh", "-c", "rg -j1 -i 'config|notify' \"$1\" | rg -j1 -i -v ${2:+\"$2\"} -F qt", "sh", names},
-         false,
-         false,
-         {},
-         {},
-         false});
-    lines.push_back(_bench_names_line("", "regex:\"^lib.*\\.so\\.[0-9]+$\"", "^lib.*\\.so\\.[0-9]+$",
-                                      "with the same", names));
-    lines.push_back(_bench_names_line("", BENCH_SLOW_SEARCH, BENCH_SLOW_EXPRESSION, "with the same", names));
+    auto add = [&](const std::string &what, const std::string &search, const std::vector<std::string> &peer,
+                   _bench_lines_kind_t kind = BENCH_NAMES) {
+        lines.push_back({what, search, peer, kind, {}, {}, false});
+    };
+    auto add_wildcards = [&](const char *search, const char *expression) {
+        add(bench_format("`%s`, rg %s", search, expression), search, _bench_rg({"-e", expression}, names));
+    };
+    auto add_regex = [&](const std::string &search, const char *expression) {
+        add("`" + search + "`, rg with the same", search, _bench_rg({"-e", expression}, names));
+    };
+    add("whole word `ww:config`, rg -w", "ww:config", _bench_rg({"-w", "-F", "config"}, names));
+    add_wildcards("*.png", "\\.png$");
+    add_wildcards("lib*", "^lib");
+    add_wildcards("lib*config*.h", "^lib.*config.*\\.h$");
+    add(bench_format("`ext:` with %zu extensions, rg \\.(...)$", _bench_extensions.size()),
+        "ext:" + _bench_join(_bench_extensions, ';'),
+        _bench_rg({"-e", "\\.(" + _bench_join(_bench_extensions, '|') + ")$"}, names), BENCH_FILES);
+    add("`path:python path:test` over full paths, rg (python.*test|test.*python)", "path:python path:test",
+        _bench_rg({"-e", "(python.*test|test.*python)"}, items), BENCH_PATHS);
+    // The second argument of the script, where there is one, is the `-c`.
+    add("three terms `config|notify !qt`, rg | rg -v", "config|notify !qt",
+        {"sh", "-c", "rg -j1 -i 'config|notify' \"$1\" | rg -j1 -i -v ${2:+\"$2\"} -F qt", "sh", names});
+    add_regex("regex:\"^lib.*\\.so\\.[0-9]+$\"", "^lib.*\\.so\\.[0-9]+$");
+    add_regex(BENCH_SLOW_SEARCH, BENCH_SLOW_EXPRESSION);
     return lines;
 }
 
@@ -197,14 +169,14 @@ static u64 _bench_collect(db_t *db, db_query_t *query, const _bench_line_t &line
     u32 count = db_get_result_count(query);
     for (u32 i = 0; i < count; i++) {
         const db_item_t *item = db_get_result_item(query, static_cast<i32>(i));
-        if (line.paths)
+        if (line.kind == BENCH_PATHS)
             _bench_add_path(text, &path, item);
         else
             _bench_add_name(text, item);
     }
     utf8_buf_kill(&path);
     u64 folders = 0;
-    if (!line.files_only)
+    if (line.kind != BENCH_FILES)
         return folders;
     std::unordered_set<std::string> extensions(_bench_extensions.begin(), _bench_extensions.end());
     bench_for_each(&db->folder_name_array, [&](const db_item_t *item) {
@@ -251,12 +223,12 @@ static bool _bench_check_line(db_t *db, db_query_t *query, _bench_line_t *line) 
                         std::back_inserter(only_peer));
     line->equal = _bench_is_explained(only_ours, "ours") && _bench_is_explained(only_peer, "the peer's");
     std::string note = bench_format("%s: %u found", line->what.c_str(), found);
-    if (line->files_only)
+    if (line->kind == BENCH_FILES)
         note += bench_format(", and %llu folders counted apart, which have no extension",
                              static_cast<unsigned long long>(folders));
     note += bench_format("; the peer finds %zu: ", peer_lines.size());
     if (only_ours.empty() && only_peer.empty())
-        note += line->paths ? "the same paths" : "the same names";
+        note += line->kind == BENCH_PATHS ? "the same paths" : "the same names";
     else
         note += bench_format("%zu only ours, %zu only the peer's, %s", only_ours.size(), only_peer.size(),
                              line->equal ? "all with characters above ASCII, where accents and the borders "
