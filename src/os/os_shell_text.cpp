@@ -181,6 +181,10 @@ static void _xml_decode(text_t text, utf8_buf_t *out) {
         u32 size = utf8_decode(text.data(), text.data() + text.size(), &value);
         char bytes[UTF8_CHAR_MAX];
         std::memcpy(bytes, text.data(), size);
+        for (u32 i = 1; i < size; i++) { // decoding does not ask what continues a character
+            if ((bytes[i] & 0xC0) != 0x80)
+                size = 1;
+        }
         size_t end = value == '&' ? text.substr(0, REFERENCE_MAX).find(';') : text_t::npos;
         u32 reference = end != text_t::npos ? _xml_reference(text.substr(1, end - 1)) : 0;
         text.remove_prefix(reference ? end + 1 : size);

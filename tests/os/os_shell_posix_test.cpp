@@ -168,6 +168,7 @@ TEST(os_shell_posix, descriptions_as_xml_writes_them) {
         {"<comment xml:lang='de_DE'>no</comment>", "(none)"},
         {"<comment xml:lang=de>odd</comment>", "odd"},
         {"<comment>cut", "cut"},
+        {"<comment>a\xE0\n\tb</comment>", "a\xE0 b"}, // no character of three bytes
         {"<comment xml:lang='de", "(none)"},
         {"<!-- <comment>no</comment>", "(none)"},
         {"", "(none)"},
