@@ -128,11 +128,14 @@ static std::string _fw_load(_fw_client_t *client, fw_load_t *load) {
     return load->is_loaded ? "" : fw_load_get_error(load);
 }
 
-// The settings' columns are those of a database that is kept; a run needs its own. Sizes of folders are as
-// the settings want them.
-static void _fw_rebuild(_fw_client_t *client, const fw_options_t *options, fw_plan_t *plan,
-                        db_rebuild_stats_t *stats) {
-    plan->wanted.index_flags = _fw_index_flags(options) | (plan->wanted.index_flags & DB_FLAG_FOLDER_SIZE);
+// The settings' columns are those of a database that is kept; a run needs those that it prints, sorts by and
+// searches. Sizes of folders are as the settings want them.
+static void _fw_rebuild(_fw_client_t *client, const fw_options_t *options, const fw_search_t *search,
+                        fw_plan_t *plan, db_rebuild_stats_t *stats) {
+    plan->wanted.index_flags = _fw_index_flags(options) |
+                               db_search_get_columns(search->match_flags, search->search.c_str()) |
+                               db_search_get_columns(search->filter_flags, search->filter_search.c_str()) |
+                               (plan->wanted.index_flags & DB_FLAG_FOLDER_SIZE);
     db_rebuild_start(client->db, &plan->wanted, stats);
     _fw_wait_until_ready(client);
 }
@@ -208,7 +211,7 @@ static int _fw_run_plan(const fw_options_t *options, fw_plan_t *plan, const fw_s
     if (is_loaded)
         error = _fw_load(&client, &load);
     else
-        _fw_rebuild(&client, options, plan, &rebuild);
+        _fw_rebuild(&client, options, search, plan, &rebuild);
     int status = error.empty() ? _fw_search(&client, options, search, is_loaded ? &load : nullptr, &rebuild)
                                : _fw_fail(io, error);
     db_destroy_query(client.query);

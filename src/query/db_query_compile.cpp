@@ -390,7 +390,7 @@ static void _db_compile_text(db_query_t *query, db_term_t *term, _db_text_t *t) 
 }
 
 void db_term_compile(db_query_t *query, db_term_t *term) {
-    if (term->flags & TERM_FUNCTION_SYNTAX && db_term_compile_function(query, term))
+    if (db_term_compile_function(query, term))
         return;
     _db_text_t t;
     _db_text_init(&t, term->flags, term->text, term->length);

@@ -460,7 +460,7 @@ static constexpr _db_function_t functions[] = {
     {"len:", _db_compile_count, DB_OP_LENGTH, 0, 0},
     {"parents:", _db_compile_count, DB_OP_PARENTS, 0, 0},
     {"depth:", _db_compile_count, DB_OP_PARENTS, 0, 0},
-    {"size:", _db_compile_size, 0, 0, 0},
+    {"size:", _db_compile_size, 0, 0, DB_FLAG_SIZE},
     {"type:", _db_compile_type, 0, 0, 0},
     {"shell:", _db_compile_shell, 0, 0, 0},
     {"content:", _db_compile_content, DB_OP_CONTENT, 0, 0},
@@ -491,8 +491,8 @@ static constexpr _db_function_t functions[] = {
     {"datecreated:", _db_compile_date_or_dates, DB_OP_DATE_CREATED, DB_OP_DATE_CREATED_READ,
      DB_FLAG_DATE_CREATED},
     {"dc:", _db_compile_date_or_dates, DB_OP_DATE_CREATED, DB_OP_DATE_CREATED_READ, DB_FLAG_DATE_CREATED},
-    {"attributes:", _db_compile_attributes, 0, 0, 0},
-    {"attrib:", _db_compile_attributes, 0, 0, 0},
+    {"attributes:", _db_compile_attributes, 0, 0, DB_FLAG_ATTRIBUTES},
+    {"attrib:", _db_compile_attributes, 0, 0, DB_FLAG_ATTRIBUTES},
     {"startwith:", _db_compile_end, DB_OP_STARTS_WITH, DB_OP_STARTS_WITH_ASCII, 0},
     {"endwith:", _db_compile_end, DB_OP_ENDS_WITH, DB_OP_ENDS_WITH_ASCII, 0},
     {"infolder:", _db_compile_parent, 0, 0, 0},
@@ -500,21 +500,48 @@ static constexpr _db_function_t functions[] = {
     {"filelistfilename:", _db_compile_file_list_filename, 0, 0, 0},
 };
 
-bool db_term_compile_function(db_query_t *query, db_term_t *term) {
+// The row of a term that is a function, and its argument; 0 for plain text.
+static const _db_function_t *_db_find_function(const db_term_t *term, const char **argument) {
+    *argument = "";
+    if (!(term->flags & TERM_FUNCTION_SYNTAX))
+        return nullptr;
     for (const _db_function_t &function : bare_functions) {
-        if (std::strcmp(term->text, function.name) == 0) {
-            function.compile(query, term, &function, "");
-            return true;
-        }
+        if (std::strcmp(term->text, function.name) == 0)
+            return &function;
     }
     for (const _db_function_t &function : functions) {
         size_t length = std::strlen(function.name);
         if (std::strncmp(term->text, function.name, length) == 0) {
-            function.compile(query, term, &function, term->text + length);
-            return true;
+            *argument = term->text + length;
+            return &function;
         }
     }
-    return false;
+    return nullptr;
+}
+
+bool db_term_compile_function(db_query_t *query, db_term_t *term) {
+    const char *argument;
+    const _db_function_t *function = _db_find_function(term, &argument);
+    if (!function)
+        return false;
+    function->compile(query, term, function, argument);
+    return true;
+}
+
+u32 db_search_get_columns(u32 match_options, const char *search) {
+    u32 flags = 0;
+    db_term_t *terms = _db_query_term_parse_all(db_term_default_flags(match_options), search, false);
+    for (const db_term_t *term = terms; term; term = term->link) {
+        const char *argument;
+        const _db_function_t *function = _db_find_function(term, &argument);
+        if (!function)
+            continue;
+        flags |= function->flag;
+        if (function->compile == _db_compile_date_or_dates) // it may be compared with the other one
+            flags |= DB_FLAG_DATE_CREATED | DB_FLAG_DATE_MODIFIED;
+    }
+    db_term_free_all(terms);
+    return flags;
 }
 
 } // namespace findwright

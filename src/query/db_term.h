@@ -75,6 +75,8 @@ u32 db_term_default_flags(u32 match_options);
 // Parses a search text. 0 for no term. No text is an error.
 db_term_t *_db_query_term_parse_all(u32 default_flags, const char *text, bool is_filter);
 void db_term_free_all(db_term_t *first);
+// The columns and orders (DB_FLAG_...) that an index should have so that a search needs no file system.
+u32 db_search_get_columns(u32 match_options, const char *search);
 
 // --- Executable terms --------------------------------------------------------------------------------------
 
