@@ -2,6 +2,7 @@
 #include "base/mem.h"
 #include "base/utf8.h"
 #include "os/os.h"
+#include "query/db_item_set.h"
 #include "query/db_query_internal.h"
 #include "query/db_regex.h"
 #include "query/db_search.h"
@@ -63,8 +64,10 @@ db_exec_term_t *db_exec_term_create_constant(const db_term_t *term, bool value) 
 static void _db_exec_term_free(db_exec_term_t *term) {
     if (term->owns_regex)
         db_regex_free(term->regex);
-    if (term->data && !term->data_is_shared)
+    if (term->data)
         term->data->free(term->data);
+    if (term->folders && !term->folders_are_shared)
+        db_item_set_free(term->folders);
     mem_free(term);
 }
 

@@ -196,14 +196,12 @@ static void _db_scan_proc(void *param, u32 part, u32 parts) {
 
 // --- A pass ------------------------------------------------------------------------------------------------
 
-static void _db_search_prepare_term(db_query_t *query, db_exec_term_t *term, bool is_folder) {
-    db_search_prepare_path(query, term, is_folder);
-    db_search_prepare_function(query, term, is_folder);
-}
-
-void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder) {
-    for (db_exec_term_t *term = terms; term && !query->cancel_search; term = term->link)
-        _db_search_prepare_term(query, term, is_folder);
+void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder, bool is_narrowed) {
+    for (db_exec_term_t *term = terms; term && !query->cancel_search; term = term->link) {
+        if (!is_narrowed) // few items: the way up from each is shorter than one over all folders
+            db_search_prepare_path(query, term, is_folder);
+        db_search_prepare_function(query, term, is_folder);
+    }
 }
 
 // The letter's bit of a pass that looks for one letter in all its spellings, else 0.
@@ -245,9 +243,9 @@ static void _db_search_pass(db_query_t *query, const array_t *scan_array, db_exe
     db_word_filter_make(&filter, first_term);
     if (filter.count == 0)
         return; // no name can match
-    db_search_prepare(query, first_term, is_folder);
     array_t narrowed;
     bool is_narrowed = db_search_narrow(query, first_term, is_folder, &narrowed);
+    db_search_prepare(query, first_term, is_folder, is_narrowed);
     _db_run_pass(query, is_narrowed ? &narrowed : scan_array, first_term, &filter, is_folder, results);
     if (is_narrowed)
         array_kill(&narrowed);

@@ -52,7 +52,8 @@ u32 db_scan_by_test(db_scan_t *scan, const db_exec_term_t *term, const u32 *valu
 db_text_test_t *db_op_get_text_test(u32 op);
 
 // Before the threads of a pass start: fills what terms of the pass need to know of all items.
-void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder);
+// `is_narrowed`: it scans few items only.
+void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder, bool is_narrowed);
 // The parts of it for texts in components, and for functions (db_search_function_prepare.cpp).
 void db_search_prepare_path(db_query_t *query, db_exec_term_t *term, bool is_folder);
 void db_search_prepare_function(db_query_t *query, db_exec_term_t *term, bool is_folder);

@@ -33,19 +33,26 @@ static bool _db_is_at(const db_item_t *item, const mem_ref_t *refs, u32 count) {
     return false;
 }
 
+// The item is below one of the anchors: by the folders that the pass knows to be, or up the chain of parents.
+template<u32 family>
+static bool _db_is_anchored(const db_exec_term_t *term, const db_item_t *item) {
+    const db_anchors_t *anchors = static_cast<const db_anchors_t *>(term->data);
+    bool below = term->folders && db_item_set_has(term->folders, item->parent);
+    if constexpr (family != DB_OP_ANCHOR_OUTER && family != DB_OP_ANCHORS_OUTER)
+        below = below || (!term->folders && anchors->inner_count != 0 &&
+                          _db_is_at<false>(item, anchors->inner, anchors->inner_count));
+    if constexpr (family != DB_OP_ANCHOR_INNER && family != DB_OP_ANCHORS_INNER)
+        below = below || (term->folders ? _db_has_ref(anchors->outer, anchors->outer_count, mem_ref(item))
+                                        : anchors->outer_count != 0 &&
+                                              _db_is_at<true>(item, anchors->outer, anchors->outer_count));
+    if constexpr (family == DB_OP_ANCHORS)
+        below = below || _db_has_ref(anchors->files, anchors->file_count, mem_ref(item));
+    return below;
+}
+
 template<u32 family, bool negated>
 static bool _db_test_anchor(db_scan_t *, const db_exec_term_t *term, const db_item_t *item) {
-    const db_anchors_t *anchors = static_cast<const db_anchors_t *>(term->data);
-    bool below;
-    if constexpr (family == DB_OP_ANCHOR_INNER || family == DB_OP_ANCHORS_INNER)
-        below = _db_is_at<false>(item, anchors->inner, anchors->inner_count);
-    else if constexpr (family == DB_OP_ANCHOR_OUTER || family == DB_OP_ANCHORS_OUTER)
-        below = _db_is_at<true>(item, anchors->outer, anchors->outer_count);
-    else
-        below = (anchors->inner_count != 0 && _db_is_at<false>(item, anchors->inner, anchors->inner_count)) ||
-                (anchors->outer_count != 0 && _db_is_at<true>(item, anchors->outer, anchors->outer_count)) ||
-                _db_has_ref(anchors->files, anchors->file_count, mem_ref(item));
-    return below != negated;
+    return _db_is_anchored<family>(term, item) != negated;
 }
 
 // --- Components --------------------------------------------------------------------------------------------
@@ -75,11 +82,19 @@ static bool _db_test_own_name(const db_exec_term_t *term, const db_item_t *item)
     return _db_test_components(term, nullptr, name, length);
 }
 
+static bool _db_test_folder_names(const db_exec_term_t *term, mem_ref_t folder) {
+    if (term->folders)
+        return db_item_set_has(term->folders, folder);
+    for (; folder >= MEM_REF_FIRST; folder = db_item(folder)->parent) {
+        if (_db_test_own_name(term, db_item(folder)))
+            return true;
+    }
+    return false;
+}
+
 template<bool negated>
 static bool _db_test_component(db_scan_t *, const db_exec_term_t *term, const db_item_t *item) {
-    bool matches = (item->parent >= MEM_REF_FIRST &&
-                    db_item_set_has(static_cast<const db_item_set_t *>(term->data), item->parent)) ||
-                   _db_test_own_name(term, item);
+    bool matches = _db_test_own_name(term, item) || _db_test_folder_names(term, item->parent);
     return matches != negated;
 }
 
@@ -87,7 +102,9 @@ static bool _db_test_component(db_scan_t *, const db_exec_term_t *term, const db
 template<bool negated>
 static u32 _db_scan_path_find(db_scan_t *scan, const db_exec_term_t *term, const u32 *values, u32 count,
                               u32 *out) {
-    const db_item_set_t *set = static_cast<const db_item_set_t *>(term->data);
+    const db_item_set_t *set = term->folders;
+    if (!set)
+        return db_scan_by_test(scan, term, values, count, out);
     db_op_parts_t parts = db_op_decode(term->op);
     u32 hits[ARRAY_PAGE_VALUES + 1];
     u32 hit_count = db_find_scans_get()->scans[parts.mode][parts.whole_word](scan, term, values, count, hits);
@@ -174,35 +191,54 @@ static bool _db_is_component_family(u32 family) {
            family == DB_OP_COMPONENT_EQUAL;
 }
 
+static bool _db_is_anchor_family(u32 family) {
+    return family == DB_OP_ANCHORS || family == DB_OP_ANCHORS_INNER || family == DB_OP_ANCHORS_OUTER ||
+           family == DB_OP_ANCHOR_INNER || family == DB_OP_ANCHOR_OUTER;
+}
+
+// The folders that a term begins from; those below them follow.
+static void _db_find_first_folders(_db_path_work_t *work, bool is_anchored, u32 threads) {
+    if (!is_anchored) {
+        os_parallel(threads, _db_find_named_folders_proc, work);
+        return;
+    }
+    const db_anchors_t *anchors = static_cast<const db_anchors_t *>(work->term->data);
+    for (u32 i = 0; i < anchors->inner_count; i++)
+        db_item_set_add(work->found, anchors->inner[i]);
+    for (u32 i = 0; i < anchors->outer_count; i++)
+        db_item_set_add(work->found, anchors->outer[i]);
+}
+
 // The same set serves both passes.
-static const db_exec_term_t *_db_find_twin(const db_query_t *query, const db_exec_term_t *term) {
+static db_item_set_t *_db_find_twin(const db_query_t *query, const db_exec_term_t *term) {
     const db_exec_term_t *twin = query->folder_terms;
     while (twin && twin->number != term->number)
         twin = twin->link;
-    return twin && twin->op == term->op && twin->data ? twin : nullptr;
+    return twin && twin->op == term->op ? twin->folders : nullptr;
 }
 
 void db_search_prepare_path(db_query_t *query, db_exec_term_t *term, bool is_folder) {
     db_op_parts_t parts = db_op_decode(term->op);
     bool is_find = parts.family == DB_OP_FIND && parts.path && !term->has_separator;
-    if (!is_find && !_db_is_component_family(parts.family))
+    bool is_anchored = _db_is_anchor_family(parts.family);
+    if (!is_find && !is_anchored && !_db_is_component_family(parts.family))
         return;
-    const db_exec_term_t *twin = is_folder ? nullptr : _db_find_twin(query, term);
-    if (twin) {
-        term->data = twin->data;
-        term->data_is_shared = true;
-        return;
+    if (!is_folder) {
+        term->folders = _db_find_twin(query, term);
+        term->folders_are_shared = term->folders != nullptr;
+        if (term->folders)
+            return;
     }
     const array_t *folders = &query->db->folder_name_array;
     _db_path_work_t work = {query, term, folders, db_item_set_create(folders), nullptr};
     u32 threads = os_get_thread_count(folders->count, FOLDERS_PER_THREAD);
-    os_parallel(threads, _db_find_named_folders_proc, &work);
+    _db_find_first_folders(&work, is_anchored, threads);
     if (!_db_set_is_empty(work.found)) {
         work.known = db_item_set_create(folders);
         os_parallel(threads, _db_decide_folders_proc, &work);
         db_item_set_free(work.known);
     }
-    term->data = work.found;
+    term->folders = work.found;
 }
 
 // --- The table ---------------------------------------------------------------------------------------------

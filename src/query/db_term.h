@@ -19,6 +19,7 @@ struct db_exec_term_t;
 struct db_query_t;
 struct db_scan_t;
 struct db_item_t;
+struct db_item_set_t;
 
 enum db_term_flag_t : u32 {
     TERM_CASE = 0x0001, // match case
@@ -105,7 +106,6 @@ using db_text_test_t = bool(const db_exec_term_t *term, void *regex_match, const
 //   PARENT, PARENTS_SEVERAL          db_anchors_t, the folders in `inner`; 0 stands for no parent
 //   EMPTY, CHILD..., DUPE_...        db_item_set_t: the items that the test is true for
 //   FILE_LIST                        db_file_list_names_t
-//   COMPONENT_..., FIND on paths     db_item_set_t: the folders at or below which the test is true
 struct db_term_data_t {
     void (*free)(db_term_data_t *data); // frees the block
 };
@@ -135,8 +135,12 @@ struct db_exec_term_t {
         u32 mask; // attributes that must be set
     };
     db_term_data_t *data; // or 0
-    bool data_is_shared;  // another term owns it
-    bool has_separator;   // the text has a `\`: it may span components of a path
+    // For families that lead through folders: those whose path has what is looked for, or that are an anchor
+    // or below one. Made by a pass over all items; without it the folders above an item are looked at one by
+    // one.
+    db_item_set_t *folders;
+    bool folders_are_shared; // the other form of the term owns them
+    bool has_separator;      // the text has a `\`: it may span components of a path
     db_needle_t needle;
     u32 text_length;
     char text[1]; // folded, unterminated
