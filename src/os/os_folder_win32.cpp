@@ -170,7 +170,7 @@ static bool _os_folder_find_one(const char *path, const wchar_buf_t *wide, os_fo
 bool os_folder_get_link_entry(const char *path, os_folder_entry_t *entry) {
     wchar_buf_t wide;
     wchar_buf_init(&wide);
-    _os_folder_make_path(&wide, path, "");
+    os_make_long_path(&wide, path, "");
     WIN32_FILE_ATTRIBUTE_DATA data;
     bool found = GetFileAttributesExW(_os_folder_text(&wide), GetFileExInfoStandard, &data);
     DWORD error = GetLastError();
