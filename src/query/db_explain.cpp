@@ -80,7 +80,8 @@ static void _db_explain_refs(_db_list_t *list, const char *relation, const mem_r
         if (!_db_list_next(list))
             continue;
         utf8_buf_cat_string(list->out, relation);
-        db_item_get_full_path_name(&path, db_item(refs[i]));
+        if (refs[i] != 0) // what is in no folder
+            db_item_get_full_path_name(&path, db_item(refs[i]));
         _db_explain_text(list->out, path.data, static_cast<u32>(path.length));
     }
     utf8_buf_kill(&path);
