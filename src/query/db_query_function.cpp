@@ -12,6 +12,7 @@
 #include "query/db_search.h"
 
 #include <cstring>
+#include <iterator>
 
 namespace findwright {
 
@@ -542,6 +543,13 @@ u32 db_search_get_columns(u32 match_options, const char *search) {
     }
     db_term_free_all(terms);
     return flags;
+}
+
+const char *db_query_get_function_name(u32 index) {
+    u32 bare = std::size(bare_functions);
+    if (index < bare)
+        return bare_functions[index].name;
+    return index - bare < std::size(functions) ? functions[index - bare].name : nullptr;
 }
 
 } // namespace findwright

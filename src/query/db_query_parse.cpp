@@ -87,6 +87,10 @@ static constexpr _db_modifier_t modifiers[] = {
     {"nowildcards:", 21},
 };
 
+const char *db_query_get_modifier_name(u32 index) {
+    return index < std::size(modifiers) ? modifiers[index].name : nullptr;
+}
+
 // Functions without an argument: the term ends with the name.
 static constexpr const char *bare_functions[] = {
     "root:",         "empty:",      "dupe:",

@@ -72,6 +72,9 @@ enum db_match_option_t : u32 {
     DB_MATCH_REGEX = 16,
 };
 u32 db_term_default_flags(u32 match_options);
+// The names that a search knows, each with its colon, from index 0 on; 0 behind the last one.
+const char *db_query_get_modifier_name(u32 index);
+const char *db_query_get_function_name(u32 index);
 
 // Parses a search text. 0 for no term. No text is an error.
 db_term_t *_db_query_term_parse_all(u32 default_flags, const char *text, bool is_filter);
