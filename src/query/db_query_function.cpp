@@ -376,7 +376,8 @@ static void _db_compile_end(db_query_t *query, db_term_t *term, const _db_functi
     _db_convert_path(&text, argument);
     utf8_fold_pattern(mode, &folded, text.data, static_cast<u32>(text.length));
     u32 length = static_cast<u32>(folded.length);
-    bool is_fast = _db_is_fast(term->flags, folded.data, length);
+    // As it is typed: letters beyond ASCII that fold into it must find themselves.
+    bool is_fast = _db_is_fast(term->flags, text.data, static_cast<u32>(text.length));
     db_query_append_text_term(query, term,
                               _db_take_op(term->flags, is_fast ? function->read_op : function->op),
                               is_fast ? UTF8_MODE_ASCII : mode, folded.data, length);

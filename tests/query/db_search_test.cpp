@@ -57,9 +57,9 @@ TEST(DbSearch, WhatTermsMean) {
                      "a.b.c", "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82",
                      "stra\xC3\x9F"
                      "e",
-                     "dir\\inner.txt"});
+                     "km", "\xE2\x84\xAAm", "dir\\inner.txt"});
     const names_t all = search.names("*");
-    EXPECT_EQ(13u, all.size());
+    EXPECT_EQ(15u, all.size());
     constexpr u32 CASE = DB_MATCH_CASE, WORD = DB_MATCH_WHOLE_WORD, PATH = DB_MATCH_PATH,
                   DIA = DB_MATCH_DIACRITICS, REGEX = DB_MATCH_REGEX;
     const struct {
@@ -76,6 +76,11 @@ TEST(DbSearch, WhatTermsMean) {
         {"resume", 0, {"r\xC3\xA9sum\xC3\xA9", "Resume.doc"}},
         {"R\xC3\x89SUM", DIA, {"r\xC3\xA9sum\xC3\xA9"}},
         {"resume", DIA, {"Resume.doc"}},
+        // The Kelvin sign is a small k, but is none to those who look at single bytes.
+        {"\xE2\x84\xAAM", DIA, {"km", "\xE2\x84\xAAm"}},
+        {"startwith:\xE2\x84\xAA", DIA, {"km", "\xE2\x84\xAAm"}},
+        {"endwith:\xE2\x84\xAAM", DIA, {"km", "\xE2\x84\xAAm"}},
+        {"km", DIA, {"km"}},
         {"Resume", CASE, {"Resume.doc"}},
         {"resume", CASE, {"r\xC3\xA9sum\xC3\xA9"}},
         {"r\xC3\xA9", CASE | DIA, {"r\xC3\xA9sum\xC3\xA9"}},
@@ -100,7 +105,7 @@ TEST(DbSearch, WhatTermsMean) {
         {"inner", PATH, {"inner.txt"}},
         {"file:dir", 0, {}},
         {"folder:dir", 0, {"C:\\dir"}},
-        {"!file:abc !<abc|r|\xD0\x9F|a.b|c++|stra>", 0, {"C:"}},
+        {"!file:abc !<abc|r|\xD0\x9F|a.b|c++|stra>", 0, {"C:", "km", "\xE2\x84\xAAm"}},
         {"^.b", REGEX, {"abc.txt", "ABC_d", "abcabc"}},
         {"^A", REGEX | CASE, {"ABC_d"}},
         {"^.{5}$", REGEX, {"ABC_d", "a.b.c"}},
@@ -118,8 +123,8 @@ TEST(DbSearch, WhatTermsMean) {
         std::sort(found.begin(), found.end());
         EXPECT_EQ(expected, found) << c.text << " options " << c.options;
     }
-    EXPECT_EQ(13u, search.names("!regex:(").size());
-    EXPECT_EQ(13u, search.names("**").size());
+    EXPECT_EQ(15u, search.names("!regex:(").size());
+    EXPECT_EQ(15u, search.names("**").size());
 }
 
 // Which op a term becomes: a slower one would find the same and be seen in no result.
@@ -139,6 +144,9 @@ TEST(DbSearch, TermsTakeTheFastestOpThatServes) {
         {"!abc", DB_OP_FIND + 16},
         {"diacritics:abc", DB_OP_FIND_ASCII},
         {"diacritics:\xC3\xA9", DB_OP_FIND + 4},
+        {"diacritics:\xE2\x84\xAA", DB_OP_FIND + 4},
+        {"diacritics:startwith:k", DB_OP_STARTS_WITH_ASCII},
+        {"diacritics:startwith:\xE2\x84\xAA", DB_OP_STARTS_WITH + 2},
         {"*.txt", DB_OP_ENDS_WITH},
         {"**.txt", DB_OP_ENDS_WITH},
         {"abc*", DB_OP_STARTS_WITH},
