@@ -19,10 +19,6 @@
 namespace findwright {
 namespace {
 
-// The functions that the judge knows and the engine has.
-constexpr bool functions[JUDGE_FUNCTIONS] = {true, false, false, false, false};
-constexpr bool path_components = true, path_anchors = true;
-
 u32 get_number(const char *name, u32 value) {
     const char *text = std::getenv(name);
     return text ? static_cast<u32>(std::atoi(text)) : value;
@@ -188,8 +184,7 @@ judge_flags_t get_flags(u32 options) {
 void check(judged_db_t &db, request_t request, const judge_node_t &search, const judge_node_t *filter,
            const way_t &way, tally_t *tally) {
     const judge_settings_t settings = {convert_forward_slash_to_backslash != 0,
-                                       match_path_when_search_contains_path_separator != 0, path_components,
-                                       path_anchors};
+                                       match_path_when_search_contains_path_separator != 0};
     std::vector<judge_answer_t> expected =
         judge_search(search, get_flags(request.options), settings, db.items);
     if (filter) {
@@ -244,10 +239,7 @@ void choose_settings(std::mt19937 &random) {
 }
 
 search_syntax_t get_syntax() {
-    search_syntax_t syntax = {
-        operator_precedence != 0, allow_literal_operators != 0, allow_round_bracket_parenthesis != 0, {}};
-    std::copy(std::begin(functions), std::end(functions), syntax.functions);
-    return syntax;
+    return {operator_precedence != 0, allow_literal_operators != 0, allow_round_bracket_parenthesis != 0};
 }
 
 way_t random_way(std::mt19937 &random) {

@@ -50,9 +50,6 @@ bool judge_apply(judge_flags_t *flags, const std::string &modifier);
 
 struct judge_settings_t {
     bool slash_is_separator, separator_matches_path;
-    // Forms of paths that an engine may have: `\abc`, `abc\` and `\abc\` ask for one component; `C:\abc\` and
-    // `C:` for what is below a folder, and where there is none no file is found, negated or not.
-    bool components, anchors;
 };
 
 enum judge_kind_t : u32 { JUDGE_TERM, JUDGE_AND, JUDGE_OR, JUDGE_NOT, JUDGE_MODIFIED };
@@ -63,10 +60,23 @@ enum judge_function_t : u32 {
     JUDGE_STARTS_WITH,
     JUDGE_ENDS_WITH,
     JUDGE_LENGTH,
+    JUDGE_PARENTS,
+    JUDGE_DEPTH,
+    JUDGE_ROOT,
+    JUDGE_CHILD,
+    JUDGE_CHILDREN,
+    JUDGE_CHILD_FILES,
+    JUDGE_CHILD_FOLDERS,
+    JUDGE_EMPTY,
+    JUDGE_DUPE,
+    JUDGE_DUPE_NAME_PART,
     JUDGE_FUNCTIONS
 };
 inline constexpr const char *judge_function_names[JUDGE_FUNCTIONS] = {
-    "", "ext:", "startwith:", "endwith:", "len:"};
+    "",       "ext:",        "startwith:",      "endwith:",
+    "len:",   "parents:",    "depth:",          "root:",
+    "child:", "childcount:", "childfilecount:", "childfoldercount:",
+    "empty:", "dupe:",       "namepartdupe:"};
 
 struct judge_node_t {
     judge_kind_t kind = JUDGE_TERM;

@@ -88,18 +88,25 @@ std::string random_piece(std::mt19937 &random, const std::string &text) {
 
 // Another letter that is the same one in one of the modes: other case, accents on or off.
 std::string random_partner(std::mt19937 &random, const std::string &letter) {
-    const judge_text_t own = judge_text(letter);
-    pieces_t partners;
-    for (const pieces_t &pool : pools) {
-        for (const std::string &piece : pool) {
-            const judge_text_t other = judge_text(piece);
-            if (other.lengths[0] == piece.size() &&
-                (other.values[JUDGE_FOLD][0] == own.values[JUDGE_FOLD][0] ||
-                 other.values[JUDGE_LOWER][0] == own.values[JUDGE_LOWER][0]))
-                partners.push_back(piece);
+    static const std::vector<judge_text_t> letters = [] {
+        std::vector<judge_text_t> whole; // characters
+        for (const pieces_t &pool : pools) {
+            for (const std::string &piece : pool) {
+                whole.push_back(judge_text(piece));
+                if (whole.back().lengths[0] != piece.size())
+                    whole.pop_back();
+            }
         }
+        return whole;
+    }();
+    const judge_text_t own = judge_text(letter);
+    std::vector<const std::string *> partners;
+    for (const judge_text_t &other : letters) {
+        if (other.values[JUDGE_FOLD][0] == own.values[JUDGE_FOLD][0] ||
+            other.values[JUDGE_LOWER][0] == own.values[JUDGE_LOWER][0])
+            partners.push_back(&other.bytes);
     }
-    return partners.empty() ? letter : pick(random, partners);
+    return partners.empty() ? letter : *partners[below(random, partners.size())];
 }
 
 std::string change_letters(std::mt19937 &random, const std::string &text, u32 rate) {
@@ -222,22 +229,51 @@ std::string random_regex(std::mt19937 &random, const judge_items_t &items) {
     return regex + (one_in(random, 4) ? "$" : "");
 }
 
-std::string random_argument(std::mt19937 &random, judge_function_t function, const judge_items_t &items) {
-    if (function == JUDGE_LENGTH) {
-        const u32 low = below(random, 40);
-        return one_in(random, 2) ? std::to_string(low)
-                                 : std::to_string(low) + ".." + std::to_string(low + below(random, 60));
-    }
+// Small enough to lie among the counts of what a test holds.
+static std::string _random_range(std::mt19937 &random, u32 most) {
+    static const char *const comparisons[] = {"", "", "", "=", ">", ">=", "<", "<="};
+    if (one_in(random, 12))
+        return "";
+    const u32 low = below(random, most);
+    std::string text = comparisons[below(random, std::size(comparisons))] + std::to_string(low);
+    if (one_in(random, 3))
+        text += (one_in(random, 2) ? ".." : "-") + std::to_string(low + below(random, most));
+    return text;
+}
+
+// What stands behind one of the dots of some names; now and then nothing, which means a name without a dot.
+static std::string _random_extensions(std::mt19937 &random, const judge_items_t &items) {
     std::string text;
-    for (u32 i = 0, count = function == JUDGE_EXTENSION ? below(random, 5) : 1; i < count; i++) {
-        std::string name = pick_item(random, items).name.bytes;
-        if (function == JUDGE_EXTENSION && name.find('.') != std::string::npos)
-            name = name.substr((one_in(random, 3) ? name.find('.') : name.rfind('.')) + 1);
-        else if (function != JUDGE_EXTENSION)
-            name = random_piece(random, name);
-        text += (i ? ";" : "") + change_letters(random, name, 3);
+    for (u32 i = 0, count = below(random, 6); i < count; i++) {
+        const std::string &name = pick_item(random, items).name.bytes;
+        const size_t dot = one_in(random, 3) ? name.find('.') : name.rfind('.');
+        if (dot != std::string::npos && !one_in(random, 8))
+            text += change_letters(random, name.substr(dot + 1), 3);
+        text += i + 1 < count || one_in(random, 6) ? ";" : "";
     }
     return text;
+}
+
+std::string random_argument(std::mt19937 &random, judge_function_t function, const judge_items_t &items) {
+    switch (function) {
+    case JUDGE_EXTENSION: return _random_extensions(random, items);
+    case JUDGE_STARTS_WITH:
+    case JUDGE_ENDS_WITH: {
+        const judge_item_t &item = pick_item(random, items);
+        const std::string &text = one_in(random, 4) ? item.path.bytes : item.name.bytes;
+        const size_t start = function == JUDGE_ENDS_WITH ? below(random, text.size()) : 0;
+        const size_t length = function == JUDGE_ENDS_WITH ? text.size() : below(random, text.size() + 1);
+        return change_letters(random, text.substr(start, length), 3);
+    }
+    case JUDGE_CHILD: return random_term(random, items, false);
+    case JUDGE_LENGTH: return _random_range(random, 60);
+    case JUDGE_PARENTS:
+    case JUDGE_DEPTH:
+    case JUDGE_CHILDREN:
+    case JUDGE_CHILD_FILES:
+    case JUDGE_CHILD_FOLDERS: return _random_range(random, 5);
+    default: return "";
+    }
 }
 
 judge_node_t random_search(std::mt19937 &random, const search_syntax_t &syntax, const judge_items_t &items,
@@ -262,8 +298,8 @@ judge_node_t random_search(std::mt19937 &random, const search_syntax_t &syntax, 
         node.text = one_in(random, 8) ? "noregex:" : "regex:";
         node.nodes.emplace_back();
         node.nodes[0].text = random_regex(random, items);
-    } else if (const u32 function = below(random, JUDGE_FUNCTIONS * 4);
-               function > JUDGE_TEXT && function < JUDGE_FUNCTIONS && syntax.functions[function]) {
+    } else if (const u32 function = below(random, JUDGE_FUNCTIONS * 3);
+               function > JUDGE_TEXT && function < JUDGE_FUNCTIONS) {
         node.function = static_cast<judge_function_t>(function);
         node.text = random_argument(random, node.function, items);
     } else if (!one_in(random, 20)) {
@@ -276,11 +312,16 @@ judge_node_t random_search(std::mt19937 &random, const search_syntax_t &syntax, 
 
 // Characters that mean something in some place are quoted or written in another way; others now and then.
 static std::string _quote(std::mt19937 &random, const std::string &text) {
-    const bool whole = one_in(random, 6);
+    const bool whole = !text.empty() && one_in(random, 6);
     std::string out = whole ? "\"" : "";
     const judge_text_t decoded = judge_text(text);
-    for (size_t at = 0; at < text.size(); at += decoded.lengths[at]) {
-        const std::string letter = text.substr(at, decoded.lengths[at]);
+    for (size_t at = 0; at < text.size();) {
+        // A sign behind a cut sequence is one for who reads the search.
+        const size_t length = decoded.lengths[at];
+        const bool is_torn = length > 1 && std::any_of(&text[at] + 1, &text[at] + length,
+                                                       [](char c) { return static_cast<u8>(c) < 0x80; });
+        const std::string letter = text.substr(at, is_torn ? 1 : length);
+        at += letter.size();
         u32 value;
         utf8_decode(letter.data(), letter.data() + letter.size(), &value);
         const bool is_special = letter.find_first_of(" |<>()!&'") != std::string::npos;
@@ -307,6 +348,10 @@ static std::string _quote(std::mt19937 &random, const std::string &text) {
 
 static std::string _term_text(std::mt19937 &random, const judge_node_t &node) {
     std::string text = _quote(random, node.text);
+    // Behind some names a comparison needs no quotes, so that the `>` of a group is taken for one.
+    const bool compares = node.function == JUDGE_LENGTH || node.function == JUDGE_PARENTS;
+    if (compares && (text.empty() || (node.text.find_first_of("<>") == 0 && one_in(random, 2))))
+        text = text.empty() ? "\"\"" : node.text;
     if (node.function != JUDGE_TEXT)
         return judge_function_names[node.function] + text;
     const bool is_keyword = text.starts_with("AND") || text.starts_with("OR") || text.starts_with("NOT");

@@ -15,12 +15,11 @@ std::vector<std::string> random_paths(std::mt19937 &random, u32 count);
 std::string random_term(std::mt19937 &random, const judge_items_t &items, bool of_path);
 // Letters and the signs that judge_search knows, over the letters of one of the items.
 std::string random_regex(std::mt19937 &random, const judge_items_t &items);
-// An argument of the function, of the items' names.
+// An argument of the function: a text of the items' names, or a range of small numbers.
 std::string random_argument(std::mt19937 &random, judge_function_t function, const judge_items_t &items);
 
 struct search_syntax_t {
     bool and_is_tighter, literal_operators, round_brackets;
-    bool functions[JUDGE_FUNCTIONS]; // those that a tree may hold
 };
 judge_node_t random_search(std::mt19937 &random, const search_syntax_t &syntax, const judge_items_t &items,
                            u32 depth);
