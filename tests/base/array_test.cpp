@@ -123,15 +123,15 @@ void check_words(const array_t &array) {
     }
 }
 
-void check_random_changes(bool has_words) {
+void check_random_changes(bool has_words, int rounds) {
     random_t random(11);
     owned_t array;
     values_t model;
     if (has_words)
         array_words_create(&array, word_of_number);
-    // From nothing to many pages and back to nothing, again and again; keys close together at times, so that
-    // pages fill up and split.
-    for (int round = 0; round < 12; round++) {
+    // From nothing to many pages and back to nothing, in each four rounds; keys close together at times, so
+    // that pages fill up and split.
+    for (int round = 0; round < rounds; round++) {
         u32 range = round % 3 == 0 ? 3000 : 60000;
         u32 base = round % 4 == 1 ? 30000 : 1;
         int steps = round % 4 == 3 ? 30000 : 12000;
@@ -176,11 +176,11 @@ void check_random_changes(bool has_words) {
 }
 
 TEST(array, random_changes_match_a_plain_vector) {
-    check_random_changes(false);
+    check_random_changes(false, 8);
 }
 
 TEST(array, words_go_with_their_values) {
-    check_random_changes(true);
+    check_random_changes(true, 4);
 }
 
 TEST(array, empties_and_fills_again_from_its_own_pages) {

@@ -253,7 +253,7 @@ TEST_F(RandomTexts, Bytes) {
     for (const char *byte : {"\xC3", "\xA9", "\xE6", "\xF0", "\xFF", "\xC0"})
         broken.push_back(byte);
     broken.push_back(std::string(1, 0));
-    for (u32 i = 0; i < 1200; i++) {
+    for (u32 i = 0; i < 800; i++) {
         const auto &from = i % 3 == 0 ? broken : pieces;
         // Few different characters in a row are what matches are made of.
         std::vector<std::string> few = {make(from, 1), make(from, 1), make(from, 1), make(pieces, 1)};
@@ -273,7 +273,7 @@ TEST_F(RandomTexts, OtherEncodings) {
                                                 u"\U0001F600",
                                                 std::u16string(1, 0xD83D),
                                                 std::u16string(1, 0xDE00)};
-    for (u32 i = 0; i < 300; i++) {
+    for (u32 i = 0; i < 200; i++) {
         std::vector<std::u16string> few = {make(pieces, 1), make(pieces, 1), make(pieces, 1)};
         std::u16string wide = make(few, pick(80));
         std::string text = from_utf16(wide), other = from_utf16(make(few, 8));
