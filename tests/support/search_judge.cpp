@@ -93,11 +93,15 @@ void judge_path(judge_term_t *term, std::string text, judge_pattern_t *pattern, 
     }
 }
 
-// A wildcard behind a cut sequence of UTF-8 may be read as one of the bytes that are missing.
+// Bytes that are no UTF-8 may hold a wildcard or hide one: behind a cut sequence it may be read as one of the
+// bytes that are missing, and a sequence longer than it need be can stand for one.
 bool has_torn_wildcard(const std::string &text) {
     const judge_text_t whole = judge_text(text);
     for (size_t at = 0; at < text.size(); at += whole.lengths[at]) {
-        if (text.substr(at, whole.lengths[at]).find_first_of("*?", 1) != std::string::npos)
+        const u32 value = whole.values[JUDGE_LOWER][at];
+        if (whole.lengths[at] > 1 &&
+            (value == '*' || value == '?' ||
+             text.substr(at, whole.lengths[at]).find_first_of("*?", 1) != std::string::npos))
             return true;
     }
     return false;
