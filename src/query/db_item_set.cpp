@@ -9,6 +9,16 @@ namespace findwright {
 // The references of a set begin at a multiple of what one word of bits stands for.
 static constexpr mem_ref_t SET_WORD = 128;
 
+static size_t _db_item_set_words(const db_item_set_t *set) {
+    return static_cast<size_t>(set->end - set->first) / SET_WORD + 1;
+}
+
+static void _db_item_set_clear(db_item_set_t *set) {
+    size_t size = _db_item_set_words(set) * sizeof(u64);
+    set->bits = static_cast<u64 *>(mem_alloc(size));
+    std::memset(set->bits, 0, size);
+}
+
 db_item_set_t *db_item_set_create(const array_t *items) {
     db_item_set_t *set = static_cast<db_item_set_t *>(mem_alloc(sizeof *set));
     mem_ref_t first = ~static_cast<mem_ref_t>(0), last = 0;
@@ -22,10 +32,21 @@ db_item_set_t *db_item_set_create(const array_t *items) {
     set->free = db_item_set_free;
     set->first = items->count != 0 ? first / SET_WORD * SET_WORD : 0;
     set->end = items->count != 0 ? last + 1 : 0;
-    size_t size = (static_cast<size_t>(set->end - set->first) / SET_WORD + 1) * sizeof(u64);
-    set->bits = static_cast<u64 *>(mem_alloc(size));
-    std::memset(set->bits, 0, size);
+    _db_item_set_clear(set);
     return set;
+}
+
+db_item_set_t *db_item_set_create_like(const db_item_set_t *set) {
+    db_item_set_t *like = static_cast<db_item_set_t *>(mem_alloc(sizeof *like));
+    *like = *set;
+    _db_item_set_clear(like);
+    return like;
+}
+
+void db_item_set_merge(db_item_set_t *set, const db_item_set_t *from) {
+    size_t words = _db_item_set_words(set);
+    for (size_t i = 0; i < words; i++)
+        set->bits[i] |= from->bits[i];
 }
 
 void db_item_set_free(db_term_data_t *data) {

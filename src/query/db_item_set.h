@@ -4,7 +4,7 @@
 // Records begin at multiples of 4 and are at least 8 bytes long, so that one bit serves 8 bytes of the arena.
 //
 // Owner: an executable term, or the pass that fills it. Filled by one thread, or by several that add items
-// with db_item_set_add_shared; read by any number afterwards.
+// with db_item_set_add_shared, or each to a set of its own; read by any number afterwards.
 #pragma once
 
 #include "base/array.h"
@@ -21,6 +21,10 @@ struct db_item_set_t : db_term_data_t {
 
 // An empty set for the items of an array.
 db_item_set_t *db_item_set_create(const array_t *items);
+// An empty set for the same items as another one.
+db_item_set_t *db_item_set_create_like(const db_item_set_t *set);
+// Adds what is in a set for the same items.
+void db_item_set_merge(db_item_set_t *set, const db_item_set_t *from);
 void db_item_set_free(db_term_data_t *set);
 
 inline bool db_item_set_has(const db_item_set_t *set, mem_ref_t item) {
@@ -28,6 +32,10 @@ inline bool db_item_set_has(const db_item_set_t *set, mem_ref_t item) {
         return false;
     u32 bit = (item - set->first) / 2;
     return set->bits[bit / 64] >> bit % 64 & 1;
+}
+// Asks the memory for an item's bit, to be set.
+inline void db_item_set_prefetch(const db_item_set_t *set, mem_ref_t item) {
+    __builtin_prefetch(&set->bits[(item - set->first) / 128], 1);
 }
 // While other threads add.
 inline bool db_item_set_has_shared(const db_item_set_t *set, mem_ref_t item) {

@@ -13,32 +13,75 @@ namespace findwright {
 
 static constexpr u64 WALK_THREAD_ITEMS = 65536; // what a thread is worth its start for
 
+// Asks the memory for what a page begins with: heads and columns.
+static void _db_walk_prefetch(const array_page_t *page) {
+    const u32 *values = array_page_values(page);
+    for (u32 i = 0; i < DB_WALK_AHEAD && i < page->item_count; i++) {
+        __builtin_prefetch(db_item(values[i]));
+        __builtin_prefetch(reinterpret_cast<const char *>(db_item(values[i])) + 64);
+    }
+}
+
+static void _db_walk_page(const db_walk_t *walk, u64 i, db_walk_page_t *page) {
+    const array_page_t *from = walk->items->pages[i];
+    page->values = array_page_values(from);
+    page->count = from->item_count;
+    page->first_index = walk->items->first_index[i];
+    const array_page_t *front = i != 0 ? walk->items->pages[i - 1] : nullptr;
+    page->before = front ? array_page_values(front)[front->item_count - 1] : 0;
+    u32 passed[ARRAY_PAGE_VALUES];
+    if (walk->filter && walk->items->word) {
+        page->count =
+            db_word_filter_run(walk->filter, array_page_words(from), page->values, page->count, passed);
+        page->values = passed;
+        page->before = 0;
+    }
+    if (page->count != 0)
+        walk->proc(walk->param, page);
+}
+
 static void _db_walk_part_proc(void *param, u32 part, u32 parts) {
     const db_walk_t *walk = static_cast<const db_walk_t *>(param);
-    const array_t *items = walk->items;
-    u64 pages = items->page_count;
+    u64 pages = walk->items->page_count, end = pages * (part + 1) / parts;
+    bool reads_all = !walk->filter || !walk->items->word;
     db_walk_page_t page = {};
+    page.part = part;
     if (walk->needs_regex)
         page.regex_match = db_regex_match_create();
-    for (u64 i = pages * part / parts; i < pages * (part + 1) / parts; i++) {
+    for (u64 i = pages * part / parts; i < end; i++) {
         if (walk->cancel && walk->cancel->load(std::memory_order_relaxed))
             break;
-        page.values = array_page_values(items->pages[i]);
-        page.count = items->pages[i]->item_count;
-        page.first_index = items->first_index[i];
-        page.before =
-            i != 0 ? array_page_values(items->pages[i - 1])[items->pages[i - 1]->item_count - 1] : 0;
-        for (u32 n = 0; n < DB_WALK_AHEAD && n < page.count; n++)
-            __builtin_prefetch(db_item(page.values[n]));
-        walk->proc(walk->param, &page);
+        if (reads_all && i + 1 < end)
+            _db_walk_prefetch(walk->items->pages[i + 1]);
+        _db_walk_page(walk, i, &page);
     }
     if (page.regex_match)
         db_regex_match_free(page.regex_match);
 }
 
+u32 db_walk_get_thread_count(const array_t *items) {
+    u32 threads = os_get_thread_count(items->count, WALK_THREAD_ITEMS);
+    return threads < DB_WALK_THREADS_MAX ? threads : DB_WALK_THREADS_MAX;
+}
+
 void db_walk(const db_walk_t *walk) {
-    os_parallel(os_get_thread_count(walk->items->count, WALK_THREAD_ITEMS), _db_walk_part_proc,
-                const_cast<db_walk_t *>(walk));
+    os_parallel(walk->threads != 0 ? walk->threads : db_walk_get_thread_count(walk->items),
+                _db_walk_part_proc, const_cast<db_walk_t *>(walk));
+}
+
+void db_item_sets_init(db_item_sets_t *sets, const array_t *items) {
+    sets->count = db_walk_get_thread_count(items);
+    sets->sets[0] = db_item_set_create(items);
+    for (u32 i = 1; i < sets->count; i++)
+        sets->sets[i] = db_item_set_create_like(sets->sets[0]);
+}
+
+db_item_set_t *db_item_sets_finish(db_item_sets_t *sets) {
+    for (u32 i = 1; i < sets->count; i++) {
+        db_item_set_merge(sets->sets[0], sets->sets[i]);
+        db_item_set_free(sets->sets[i]);
+    }
+    return sets->sets[0];
 }
 
 // --- Folders that have children ----------------------------------------------------------------------------
@@ -80,11 +123,12 @@ static db_item_set_t *_db_find_empty(db_query_t *query) {
     db_item_set_t *parents = db_item_set_create(&db->folder_name_array);
     db_item_set_t *empty = db_item_set_create(&db->folder_name_array);
     for (const array_t *items : {&db->folder_name_array, &db->file_name_array}) {
-        db_walk_t walk = {items, _db_add_parents_proc, parents, &query->cancel_search, false};
+        db_walk_t walk = {items, _db_add_parents_proc, parents, &query->cancel_search, false, nullptr, 0};
         db_walk(&walk);
     }
     _db_complement_t complement = {parents, empty};
-    db_walk_t walk = {&db->folder_name_array, _db_complement_proc, &complement, &query->cancel_search, false};
+    db_walk_t walk = {
+        &db->folder_name_array, _db_complement_proc, &complement, &query->cancel_search, false, nullptr, 0};
     db_walk(&walk);
     db_item_set_free(parents);
     return empty;
@@ -111,8 +155,10 @@ static void _db_child_proc(void *param, const db_walk_page_t *page) {
 static db_item_set_t *_db_find_child(db_query_t *query, const db_exec_term_t *term) {
     db_t *db = query->db;
     _db_child_t child = {term, db_item_set_create(&db->folder_name_array)};
+    db_word_filter_t filter = {1, {db_term_get_matcher_word(term)}};
     for (const array_t *items : {&db->folder_name_array, &db->file_name_array}) {
-        db_walk_t walk = {items, _db_child_proc, &child, &query->cancel_search, term->regex != nullptr};
+        db_walk_t walk = {
+            items, _db_child_proc, &child, &query->cancel_search, term->regex != nullptr, &filter, 0};
         db_walk(&walk);
     }
     return child.set;
@@ -181,7 +227,7 @@ static db_item_set_t *_db_find_child_counts(db_query_t *query, const db_exec_ter
         static_cast<mem_ref_t *>(mem_alloc(static_cast<size_t>(folder_array->count) * sizeof(mem_ref_t))),
         term, db_item_set_create(folder_array)};
     auto run = [&](const array_t *items, db_walk_proc_t *proc, const std::atomic<u32> *cancel) {
-        db_walk_t walk = {items, proc, &counts, cancel, false};
+        db_walk_t walk = {items, proc, &counts, cancel, false, nullptr, 0};
         db_walk(&walk);
     };
     run(folder_array, _db_borrow_proc, nullptr);

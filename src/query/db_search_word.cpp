@@ -27,20 +27,28 @@ static u64 _db_word_of_wildcards(const char *text, u32 length) {
     return word;
 }
 
-u64 db_term_get_word(const db_exec_term_t *term) {
-    db_op_parts_t parts = db_op_decode(term->op);
+static u64 _db_word_of_op(u32 op, const char *text, u32 length) {
+    db_op_parts_t parts = db_op_decode(op);
     if (parts.path || parts.negated)
         return 0;
     switch (parts.family) {
     case DB_OP_FIND:
     case DB_OP_EQUAL:
     case DB_OP_STARTS_WITH:
-    case DB_OP_ENDS_WITH: return db_word_of_text(term->text, term->text_length);
+    case DB_OP_ENDS_WITH: return db_word_of_text(text, length);
     case DB_OP_WILDCARD:
-    case DB_OP_WILDCARD_FIND: return _db_word_of_wildcards(term->text, term->text_length);
-    case DB_OP_REGEX: return db_regex_get_word(term->text, term->text_length);
+    case DB_OP_WILDCARD_FIND: return _db_word_of_wildcards(text, length);
+    case DB_OP_REGEX: return db_regex_get_word(text, length);
     default: return 0;
     }
+}
+
+u64 db_term_get_word(const db_exec_term_t *term) {
+    return _db_word_of_op(term->op, term->text, term->text_length);
+}
+
+u64 db_term_get_matcher_word(const db_exec_term_t *term) {
+    return _db_word_of_op(term->matcher_op, term->text, term->text_length);
 }
 
 // --- Filters -----------------------------------------------------------------------------------------------

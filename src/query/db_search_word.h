@@ -31,6 +31,8 @@ u32 db_word_filter_run(const db_word_filter_t *filter, const u64 *words, const u
 // What a name must have for a term of that op to match it, for one of the two forms of a term. 0: nothing.
 // The text is folded; with wildcards it may have `*` and `?`.
 u64 db_term_get_word(const db_exec_term_t *term);
+// The same for the text that a function tests, by the op that it became.
+u64 db_term_get_matcher_word(const db_exec_term_t *term);
 // The letters that every match of a regular expression has.
 u64 db_regex_get_word(const char *text, u32 length);
 

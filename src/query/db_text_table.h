@@ -28,6 +28,12 @@ void db_text_table_kill(db_text_table_t *table);
 // A text that is folded already. One that is there stays alone.
 void db_text_table_add(db_text_table_t *table, const char *text, u32 length);
 
+// Lower case of eight ASCII characters at once.
+inline u64 db_lower_ascii_8(u64 bytes) {
+    u64 from_a = bytes + 0x3F3F3F3F3F3F3F3F, behind_z = bytes + 0x2525252525252525;
+    return bytes | (from_a & ~behind_z & 0x8080808080808080) >> 2;
+}
+
 // The hash of a text as the mode reads it; that of a folded text is the one of UTF8_MODE_EXACT.
 template<utf8_mode_t mode>
 inline u32 db_text_hash(const char *text, u32 length) {
