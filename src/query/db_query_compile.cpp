@@ -411,10 +411,8 @@ void db_term_compile(db_query_t *query, db_term_t *term) {
 
 static db_op_functions_t _db_get_functions(const db_exec_term_t *term, db_op_pass_t pass) {
     db_op_parts_t parts = db_op_decode(term->op);
-    // A text with a separator is looked for in the path as it is written out, any other in components.
-    bool by_component = parts.family != DB_OP_FIND || (parts.path && !term->has_separator);
-    db_op_functions_t functions =
-        by_component ? db_op_get_path_functions(term->op, pass) : db_op_functions_t{};
+    bool is_name = parts.family == DB_OP_FIND && !parts.path;
+    db_op_functions_t functions = is_name ? db_op_functions_t{} : db_op_get_path_functions(term, pass);
     return functions.test ? functions : db_op_get_functions(term->op, pass);
 }
 

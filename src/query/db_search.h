@@ -42,8 +42,8 @@ struct db_op_pass_t {
 };
 db_op_functions_t db_op_get_functions(u32 op, db_op_pass_t pass);
 // Those of the families that lead through folders of the index: anchors, components, and texts that are
-// looked for in any component of a path (db_search_path.cpp); 0 in both for others.
-db_op_functions_t db_op_get_path_functions(u32 op, db_op_pass_t pass);
+// looked for in paths (db_search_path.cpp); 0 in both for others.
+db_op_functions_t db_op_get_path_functions(const db_exec_term_t *term, db_op_pass_t pass);
 // Those of the families that test no text of names and paths (db_search_function.cpp); 0 in both for others.
 db_op_functions_t db_op_get_function_functions(u32 op, db_op_pass_t pass);
 // A scan for any test.

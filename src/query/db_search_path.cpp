@@ -3,8 +3,11 @@
 // An item is below an anchor when one of its parents is. A text without a separator that is looked for in
 // paths is looked for in their components: since each is the name of some folder, a pass first finds all
 // folders with such a component, their own or one above, and an item is then decided by its parent and its
-// own name, without its path being written out.
+// own name, without its path being written out. A text with a separator stands in the path of the item's
+// folder, separator behind it and all, or it ends in the item's own name, which then begins with what stands
+// behind the text's last separator: only such a path is written out.
 #include "base/mem.h"
+#include "base/utf8.h"
 #include "db/db_word.h"
 #include "os/os_parallel.h"
 #include "query/db_item_set.h"
@@ -55,7 +58,7 @@ static bool _db_test_anchor(db_scan_t *, const db_exec_term_t *term, const db_it
     return _db_is_anchored<family>(term, item) != negated;
 }
 
-// --- Components --------------------------------------------------------------------------------------------
+// --- Own names ---------------------------------------------------------------------------------------------
 
 // A root's name may be a path of several components itself; all other names are one.
 static bool _db_test_components(const db_exec_term_t *term, void *regex_match, const char *name, u32 length) {
@@ -81,6 +84,72 @@ static bool _db_test_own_name(const db_exec_term_t *term, const db_item_t *item)
         return term->text_test(term, nullptr, name, length);
     return _db_test_components(term, nullptr, name, length);
 }
+
+// --- Texts with a separator --------------------------------------------------------------------------------
+
+// What stands behind the last separator of the text.
+static const char *_db_get_last_piece(const db_exec_term_t *term, u32 *length) {
+    const char *end = term->text + term->text_length, *p = end;
+    while (p != term->text && p[-1] != '\\')
+        p--;
+    *length = static_cast<u32>(end - p);
+    return p;
+}
+
+// What a match that ends with a folder's name and the separator behind it, or within the name, asks of the
+// name: to hold the last piece, or the one in front of it where that is empty.
+static u64 _db_get_folder_word(const db_exec_term_t *term) {
+    u32 length;
+    const char *piece = _db_get_last_piece(term, &length), *end = piece + length;
+    if (length == 0) {
+        end = piece - 1; // the text has a separator
+        for (piece = end; piece != term->text && piece[-1] != '\\';)
+            piece--;
+    }
+    return db_word_of_text(piece, static_cast<u32>(end - piece));
+}
+
+// False when the name cannot begin with the text, as far as ASCII tells, whatever the mode.
+static bool _db_may_start_with(const char *name, u32 name_length, const char *text, u32 length) {
+    for (u32 i = 0; i < length; i++) {
+        if (i == name_length)
+            return false;
+        if (static_cast<u8>(name[i]) >= 0x80 || static_cast<u8>(text[i]) >= 0x80)
+            return true;
+        if (utf8_lower_ascii[name[i]] != utf8_lower_ascii[text[i]])
+            return false;
+    }
+    return true;
+}
+
+static bool _db_test_path(const db_exec_term_t *term, utf8_buf_t *path, const db_item_t *item) {
+    db_item_get_full_path_name(path, item);
+    return term->text_test(term, nullptr, path->data, static_cast<u32>(path->length));
+}
+
+template<bool negated>
+static bool _db_test_path_text(db_scan_t *scan, const db_exec_term_t *term, const db_item_t *item) {
+    if (!term->folders || db_item_is_top(item)) // the name of one at the top can be a path
+        return _db_test_path(term, &scan->path, item) != negated;
+    if (db_item_set_has(term->folders, item->parent))
+        return !negated;
+    u32 length, name_length;
+    const char *last = _db_get_last_piece(term, &length);
+    const char *name = db_item_get_name(item, &name_length);
+    bool matches = length != 0 && _db_may_start_with(name, name_length, last, length) &&
+                   _db_test_path(term, &scan->path, item);
+    return matches != negated;
+}
+
+// Whether a folder's path with a separator behind it has the text, and a match that ends behind the path of
+// the folder above. Others may be found, too, whose folder above has it.
+static bool _db_test_folder_path(const db_exec_term_t *term, utf8_buf_t *path, const db_item_t *folder) {
+    db_item_get_full_path_name(path, folder);
+    utf8_buf_cat_byte(path, '\\');
+    return term->text_test(term, nullptr, path->data, static_cast<u32>(path->length));
+}
+
+// --- Components --------------------------------------------------------------------------------------------
 
 static bool _db_test_folder_names(const db_exec_term_t *term, mem_ref_t folder) {
     if (term->folders)
@@ -138,7 +207,12 @@ static bool _db_is_cancelled(const _db_path_work_t *work) {
 
 static void _db_find_named_folders_proc(void *param, u32 part, u32 parts) {
     _db_path_work_t *work = static_cast<_db_path_work_t *>(param);
-    db_word_filter_t filter = {1, {db_word_of_text(work->term->text, work->term->text_length)}};
+    const db_exec_term_t *term = work->term;
+    db_word_filter_t filter = {
+        1,
+        {term->has_separator ? _db_get_folder_word(term) : db_word_of_text(term->text, term->text_length)}};
+    utf8_buf_t path;
+    utf8_buf_init(&path);
     u64 pages = work->folders->page_count;
     u32 values[ARRAY_PAGE_VALUES];
     for (u64 page = pages * part / parts; page < pages * (part + 1) / parts && !_db_is_cancelled(work);
@@ -147,10 +221,13 @@ static void _db_find_named_folders_proc(void *param, u32 part, u32 parts) {
         u32 count = db_word_filter_run(&filter, array_page_words(from), array_page_values(from),
                                        from->item_count, values);
         for (u32 i = 0; i < count; i++) {
-            if (_db_test_own_name(work->term, db_item(values[i])))
+            const db_item_t *folder = db_item(values[i]);
+            if (term->has_separator ? _db_test_folder_path(term, &path, folder)
+                                    : _db_test_own_name(term, folder))
                 db_item_set_add_shared(work->found, values[i]);
         }
     }
+    utf8_buf_kill(&path);
 }
 
 // Whether a folder on the way up has the component; what is learned of the folders on the way is kept. Others
@@ -219,7 +296,7 @@ static db_item_set_t *_db_find_twin(const db_query_t *query, const db_exec_term_
 
 void db_search_prepare_path(db_query_t *query, db_exec_term_t *term, bool is_folder) {
     db_op_parts_t parts = db_op_decode(term->op);
-    bool is_find = parts.family == DB_OP_FIND && parts.path && !term->has_separator;
+    bool is_find = parts.family == DB_OP_FIND && parts.path;
     bool is_anchored = _db_is_anchor_family(parts.family);
     if (!is_find && !is_anchored && !_db_is_component_family(parts.family))
         return;
@@ -259,8 +336,10 @@ static db_op_functions_t _db_get_path_functions(u32 family) {
     }
 }
 
-db_op_functions_t db_op_get_path_functions(u32 op, db_op_pass_t pass) {
-    db_op_parts_t parts = db_op_decode(op);
+db_op_functions_t db_op_get_path_functions(const db_exec_term_t *term, db_op_pass_t pass) {
+    db_op_parts_t parts = db_op_decode(term->op);
+    if (parts.family == DB_OP_FIND && term->has_separator)
+        return {parts.negated ? _db_test_path_text<true> : _db_test_path_text<false>, db_scan_by_test};
     if (parts.family == DB_OP_NO_ANCHOR)
         return db_op_get_functions(parts.negated && pass.is_folder ? DB_OP_TRUE : DB_OP_FALSE, pass);
     return parts.negated ? _db_get_path_functions<true>(parts.family)

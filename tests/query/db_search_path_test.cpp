@@ -106,6 +106,15 @@ TEST(DbSearchPath, AnchorsAndComponents) {
         {"path:ww:win",
          {"C:\\Win", "C:\\Win\\a.txt", "C:\\Win\\sub", "C:\\Win\\sub\\b.txt", "C:\\x\\Win",
           "C:\\x\\Win\\d.txt"}},
+        // Texts with a separator: in the folder's path, over the border to the name, in the root's own name.
+        {"n\\sub", {"C:\\Win\\sub", "C:\\Win\\sub\\b.txt"}},
+        {"n\\SUB\\", {"C:\\Win\\sub\\b.txt"}},
+        {"2\\C.T", {"C:\\win2\\c.txt"}},
+        {"n\\ub", {}},
+        {"ver\\share\\p", {"\\\\server\\share\\pub", "\\\\server\\share\\pub\\e.txt"}},
+        {"ver\\sh", {"\\\\server\\share", "\\\\server\\share\\pub", "\\\\server\\share\\pub\\e.txt"}},
+        {"ww:x\\win", {"C:\\x\\Win", "C:\\x\\Win\\d.txt"}},
+        {"ww:x\\wi", {}},
         {"path:sub path:b.t", {"C:\\Win\\sub\\b.txt"}},
         {"c:\\win\\ !path:sub", {"C:\\Win\\a.txt"}},
     };
