@@ -158,6 +158,8 @@ static bool _db_marks_init(db_marks_t *marks, db_query_t *query, i32 index) {
 
 static void _db_marks_kill(db_marks_t *marks) {
     utf8_buf_kill(&marks->scan.path);
+    if (marks->scan.memo)
+        db_scan_memo_free(marks->scan.memo);
     utf8_buf_kill(&marks->path);
     utf8_buf_kill(&marks->map);
 }

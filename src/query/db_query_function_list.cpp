@@ -74,8 +74,34 @@ static list_t *_db_list_create(const _db_pieces_t *pieces) {
 // --- Extensions --------------------------------------------------------------------------------------------
 
 static void _db_extensions_free(db_term_data_t *data) {
-    db_text_table_kill(&static_cast<db_extensions_t *>(data)->table);
-    mem_free(data);
+    db_extensions_t *list = static_cast<db_extensions_t *>(data);
+    db_text_table_kill(&list->table);
+    if (list->keys)
+        mem_free(list->keys);
+    mem_free(list);
+}
+
+// The table of short extensions; other ones are for the general way.
+static void _db_extensions_add_keys(db_extensions_t *list) {
+    u32 bits = 4;
+    while (list->count >= 1u << (bits - 2))
+        bits++;
+    size_t size = sizeof(u64) << bits;
+    list->key_shift = 64 - bits;
+    list->keys = static_cast<u64 *>(mem_alloc(size));
+    std::memset(list->keys, 0, size);
+    for (u32 i = 0; i < list->count; i++) {
+        const db_extension_t &item = list->items[i];
+        list->has_long |= item.length > DB_EXTENSION_KEY_MAX;
+        if (item.length > DB_EXTENSION_KEY_MAX || !utf8_is_ascii(item.text, item.length))
+            continue;
+        u64 key = static_cast<u64>(item.length) << 56;
+        std::memcpy(&key, item.text, item.length);
+        u32 slot = db_extension_slot(list, key);
+        while (list->keys[slot] != 0)
+            slot = (slot + 1) & ((1u << bits) - 1);
+        list->keys[slot] = key;
+    }
 }
 
 db_extensions_t *db_extensions_create(utf8_mode_t mode, const char *text) {
@@ -103,6 +129,8 @@ db_extensions_t *db_extensions_create(utf8_mode_t mode, const char *text) {
         u32 dots = static_cast<u32>(std::count(item.text, item.text + item.length, '.'));
         list->most_dots = dots > list->most_dots ? dots : list->most_dots;
     }
+    if (list->most_dots == 0)
+        _db_extensions_add_keys(list);
     return list;
 }
 

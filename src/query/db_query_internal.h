@@ -73,13 +73,31 @@ struct db_extensions_t : db_term_data_t {
     u32 most_dots;         // that an extension of the list has in it
     bool has_empty;        // a name without any extension is in the list; the list itself has no empty item
     db_text_table_t table; // the same texts
+    u64 *keys;             // quick answers by db_extension_key; 0 is free. None (0) for a list with dots
+    u32 key_shift;         // of a key's hash, to the number of a slot
+    bool has_long;         // one that is longer than a key tells
     db_extension_t items[1];
 };
 // `text` is what follows `ext:`.
 db_extensions_t *db_extensions_create(utf8_mode_t mode, const char *text);
-// True when the name ends with `.` and one of the extensions, or is without one and that is in the list.
+
+// ASCII extensions of at most seven bytes are looked up as one word: the text, its last byte on top, and its
+// length.
+inline constexpr u32 DB_EXTENSION_KEY_MAX = 7;
+inline u32 db_extension_slot(const db_extensions_t *list, u64 key) {
+    return static_cast<u32>(key * 0x9E3779B97F4A7C15 >> list->key_shift);
+}
+inline bool db_extensions_have_key(const db_extensions_t *list, u64 key) {
+    u64 slots = ~static_cast<u64>(0) >> list->key_shift;
+    for (u64 i = db_extension_slot(list, key);; i = (i + 1) & slots) {
+        if (list->keys[i] == key || list->keys[i] == 0)
+            return list->keys[i] == key;
+    }
+}
+
+// The general way, for any text.
 template<utf8_mode_t mode>
-inline bool db_extensions_match(const db_extensions_t *list, const char *name, u32 length) {
+inline bool db_extensions_match_text(const db_extensions_t *list, const char *name, u32 length) {
     const char *end = name + length;
     u32 dots = 0;
     for (const char *p = end; p != name; p--) {
@@ -91,6 +109,32 @@ inline bool db_extensions_match(const db_extensions_t *list, const char *name, u
             return false;
     }
     return dots == 0 && list->has_empty;
+}
+
+// True when the item's name ends with `.` and one of the extensions, or is without one and that is in the
+// list. The last eight bytes of the name tell nearly always; a short name has the record's head in front.
+template<utf8_mode_t mode>
+inline bool db_extensions_match(const db_extensions_t *list, const db_item_t *item) {
+    static_assert(DB_ITEM_HEAD + 3 >= sizeof(u64));
+    u32 length;
+    const char *name = db_item_get_name(item, &length);
+    if (!list->keys || length < 3)
+        return db_extensions_match_text<mode>(list, name, length);
+    constexpr u64 low_bits = 0x7F7F7F7F7F7F7F7F;
+    u64 bytes = db_load_u64(name + length - sizeof(u64));
+    u64 others = bytes ^ 0x2E2E2E2E2E2E2E2E; // a dot is 0
+    u64 dots = ~(((others & low_bits) + low_bits) | others | low_bits);
+    u32 size = dots != 0 ? static_cast<u32>(__builtin_clzll(dots)) / 8 : sizeof(u64);
+    if (size == 0)
+        return false;
+    if (dots == 0 && length >= sizeof(u64) && !(bytes & ~low_bits) && !list->has_long && !list->has_empty)
+        return false;
+    u64 extension = bytes >> (64 - 8 * size);
+    if (dots == 0 || size >= length || (extension & ~low_bits))
+        return db_extensions_match_text<mode>(list, name, length);
+    if constexpr (mode != UTF8_MODE_EXACT && mode != UTF8_MODE_KEEP_CASE)
+        extension = db_lower_ascii_8(extension);
+    return db_extensions_have_key(list, extension | static_cast<u64>(size) << 56);
 }
 
 // The names of `filelist:`, each once, folded, in the order of their bytes.

@@ -188,10 +188,13 @@ static void _db_scan_proc(void *param, u32 part, u32 parts) {
     array_init(&scan->results);
     utf8_buf_init(&scan->path);
     scan->regex_match = _db_has_regex(pass->first_term) ? db_regex_match_create() : nullptr;
+    scan->memo = nullptr;
     _db_scan_pages(scan);
     utf8_buf_kill(&scan->path);
     if (scan->regex_match)
         db_regex_match_free(scan->regex_match);
+    if (scan->memo)
+        db_scan_memo_free(scan->memo);
 }
 
 // --- A pass ------------------------------------------------------------------------------------------------

@@ -3,12 +3,13 @@
 //
 // Threads: each worker owns its db_scan_t (path buffer, regular expression state, result array); the terms,
 // the records and the scan array are read only. Nothing in a scan locks or logs, and nothing allocates but a
-// new result page and a longer path.
+// new result page, a longer path, and once what a thread remembers (query/db_search_memo.h).
 #pragma once
 
 #include "base/utf8_buf.h"
 #include "base/utf8_match.h"
 #include "query/db_query.h"
+#include "query/db_search_memo.h"
 #include "query/db_search_word.h"
 
 namespace findwright {
@@ -27,8 +28,14 @@ struct db_scan_t {
     u32 first_page, end_page;
     array_t results; // of this worker's pages
     utf8_buf_t path;
-    void *regex_match; // made when the pass has a regular expression
+    void *regex_match;    // made when the pass has a regular expression
+    db_scan_memo_t *memo; // 0 until a test asks for it (db_scan_get_memo)
 };
+inline db_scan_memo_t *db_scan_get_memo(db_scan_t *scan) {
+    if (!scan->memo) [[unlikely]]
+        scan->memo = db_scan_memo_create();
+    return scan->memo;
+}
 
 // The functions of an op for one of the two passes. Some ops answer otherwise in a chain than alone; those
 // that a pass does not know are the constant that the pass has for them.

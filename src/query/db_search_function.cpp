@@ -78,10 +78,12 @@ static constexpr bool _db_is_count_family(u32 family) {
            family == DB_OP_RUN_COUNT;
 }
 
-static u32 _db_get_name_units(const db_item_t *item) {
-    u32 length;
-    const char *name = db_item_get_name(item, &length);
-    return utf8_is_ascii(name, length) ? length : wchar_utf8_get_length(name, length);
+static constexpr bool _db_is_path_length(u32 family, bool path) {
+    return family == DB_OP_LENGTH && path;
+}
+// Families that walk to the top of an item's chain.
+static constexpr bool _db_is_chain_family(u32 family) {
+    return family == DB_OP_INDEX_ORDINAL || family == DB_OP_FILE_LIST_FILENAME || family == DB_OP_PARENTS;
 }
 
 template<u32 family, bool path>
@@ -90,10 +92,12 @@ static i64 _db_get_count(db_scan_t *scan, const db_item_t *item) {
         return db_get_index(item)->ordinal;
     else if constexpr (family == DB_OP_RUN_COUNT)
         return db_run_history_get(scan->db, item).count;
-    i64 count = family == DB_OP_LENGTH ? _db_get_name_units(item) : 0;
-    for (mem_ref_t ref = item->parent; ref >= MEM_REF_FIRST && (path || family == DB_OP_PARENTS);
+    i64 count = family == DB_OP_LENGTH ? db_item_get_name_units(item) : 0;
+    if (_db_is_path_length(family, path) && !db_item_is_top(item))
+        count += 1 + static_cast<i64>(db_scan_memo_get_path_units(db_scan_get_memo(scan), item->parent));
+    for (mem_ref_t ref = item->parent; ref >= MEM_REF_FIRST && family == DB_OP_PARENTS;
          ref = db_item(ref)->parent)
-        count += family == DB_OP_LENGTH ? 1 + _db_get_name_units(db_item(ref)) : 1;
+        count++;
     return count;
 }
 
@@ -193,17 +197,29 @@ static bool _db_match_type(db_scan_t *scan, const db_exec_term_t *term, const db
     u32 length, extension_length;
     const char *name = db_item_get_name(file, &length);
     const char *extension = db_name_get_extension(name, length, &extension_length);
+    db_memo_extension_t *known = nullptr;
+    if (extension_length <= DB_MEMO_EXTENSION_MAX &&
+        db_scan_memo_find_extension(db_scan_get_memo(scan), term, extension, extension_length, &known))
+        return known->answer;
     const char *type =
         db_extended_info_get_type_name(scan->query->extended_info, extension, extension_length);
-    return term->text_test(term, scan->regex_match, type, utf8_length(type));
+    bool answer = term->text_test(term, scan->regex_match, type, utf8_length(type));
+    if (known)
+        known->answer = answer;
+    return answer;
 }
 
 static bool _db_match_file_list_filename(db_scan_t *scan, const db_exec_term_t *term, const db_item_t *item) {
+    db_scan_memo_t *memo = db_scan_get_memo(scan);
     const db_index_t *index = db_get_index(item);
+    db_memo_index_t *known = &memo->indexes[(index->ordinal + term->number) % DB_MEMO_INDEXES];
+    if (known->term == term && known->index == index)
+        return known->answer;
     const char *filename = index->type == DB_INDEX_TYPE_FILE_LIST
                                ? static_cast<const db_index_file_list_t *>(index)->filename
                                : "";
-    return term->text_test(term, scan->regex_match, filename, utf8_length(filename));
+    *known = {term, index, term->text_test(term, scan->regex_match, filename, utf8_length(filename))};
+    return known->answer;
 }
 
 // --- One item ----------------------------------------------------------------------------------------------
@@ -225,9 +241,7 @@ static bool _db_holds_other(db_scan_t *scan, const db_exec_term_t *term, const d
     } else if constexpr (family == DB_OP_ATTRIBUTES_READ) {
         return (_db_read_info<is_folder>(scan, item).attributes & term->mask) == term->mask;
     } else if constexpr (family == DB_OP_EXTENSION || family == DB_OP_EXTENSION_OR_NONE) {
-        u32 length;
-        const char *name = db_item_get_name(item, &length);
-        return db_extensions_match<mode>(static_cast<const db_extensions_t *>(term->data), name, length);
+        return db_extensions_match<mode>(static_cast<const db_extensions_t *>(term->data), item);
     } else if constexpr (family == DB_OP_FILE_LIST) {
         return db_file_list_names_match(static_cast<const db_file_list_names_t *>(term->data), term->mode,
                                         item, path, &scan->path);
@@ -267,11 +281,16 @@ static bool _db_test(db_scan_t *scan, const db_exec_term_t *term, const db_item_
 
 template<u32 op, bool is_folder>
 static u32 _db_scan(db_scan_t *scan, const db_exec_term_t *term, const u32 *values, u32 count, u32 *out) {
+    static constexpr db_op_parts_t parts = db_op_decode(op);
     u32 found = 0;
     for (u32 i = 0; i < count; i++) {
         // A set tells without a look at the record.
-        if constexpr (!_db_is_set_family(db_op_decode(op).family))
+        if constexpr (!_db_is_set_family(parts.family))
             __builtin_prefetch(db_item(values[i + DB_SCAN_AHEAD]));
+        if constexpr (_db_is_chain_family(parts.family)) // the record in front is here by now
+            __builtin_prefetch(db_item(db_item(values[i + DB_SCAN_AHEAD / 2])->parent));
+        if constexpr (_db_is_path_length(parts.family, parts.path))
+            db_scan_memo_prefetch(db_scan_get_memo(scan), db_item(values[i + DB_SCAN_AHEAD / 2])->parent);
         if (scan->query->cancel_search.load(std::memory_order_relaxed))
             break;
         out[found] = values[i];

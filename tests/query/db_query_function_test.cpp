@@ -178,41 +178,71 @@ TEST(DbQueryFunction, ExtensionsAreSplitFoldedAndSorted) {
     }
 }
 
+// Writes a record of that name, its head and all, into a block.
+static const db_item_t *_make_item(std::vector<u64> *block, const char *name) {
+    u32 length = static_cast<u32>(std::strlen(name));
+    block->assign(length / 8 + 4, 0x2E2E2E2E2E2E2E2E); // dots around it are none of the name
+    return db_item_write_head(reinterpret_cast<char *>(block->data() + 1), 0x2E2E2E2E, false, 0, name,
+                              length);
+}
+
 // Extensions of many lengths beside names of all sorts, against a look at the end of the name.
 TEST(DbQueryFunction, ExtensionsMatchTheEndOfAName) {
-    const std::vector<std::string> extensions = {"a", "gz", "tar.gz", "c++", ".x", "\xC3\xA9t\xC3\xA9", "k"};
-    std::string text;
-    for (const std::string &extension : extensions)
-        text += extension + ";";
-    db_extensions_t *list = db_extensions_create(UTF8_MODE_LOWER, text.c_str());
     const struct {
+        const char *extensions;
         const char *name;
         bool expected;
     } cases[] = {
-        {"x.a", true},
-        {".A", true},
-        {"a", false},
-        {"x.tar.gz", true},
-        {"x.gz", true},
-        {"xgz", false},
-        {"x.c++", true},
-        {"x..x", true},
-        {"x.x", false},
-        {"x.\xC3\x89T\xC3\xA9", true},
-        {"x.b", false},
-        {"x.a.b", false},
-        {"x.ete", false},
-        {"x.", false},
-        {"", false},
-        {"x.b.a", true},
-        {"x.\xE2\x84\xAA", true}, // the sign for kelvin
+        {"a;tar.gz;.x", "x.a", true},
+        {"a;tar.gz;.x", ".A", true},
+        {"a;tar.gz;.x", "a", false},
+        {"a;tar.gz;.x", "x.tar.gz", true},
+        {"a;tar.gz;.x", "x.gz", false},
+        {"a;tar.gz;.x", "x..x", true},
+        {"a;tar.gz;.x", "x.x", false},
+        {"a;tar.gz;.x", "x.a.b", false},
+        {"a;tar.gz;.x", "", false},
+        {"a;gz;c++", "x.A", true},
+        {"a;gz;c++", ".a", true},
+        {"a;gz;c++", "a", false},
+        {"a;gz;c++", "xgz", false},
+        {"a;gz;c++", "a long name.C++", true},
+        {"a;gz;c++", "a long name.c", false},
+        {"a;gz;c++", "x.", false},
+        {"a;gz;c++", "a long name.", false},
+        {"a;gz;c++", "", false},
+        {"a;gz;c++", "x.b.a", true},
+        {"a;gz;c++", "x.a.b", false},
+        {"a;gz;c++", "a.longextension", false},
+        {"a;;gz", "without", true},
+        {"a;;gz", "without one", true},
+        {"a;;gz", "x.longextension", false},
+        {"a;;gz", "x.b", false},
+        {"sevenab;eightabc;ninechars", "x.SEVENAB", true},
+        {"sevenab;eightabc;ninechars", "x.eightabc", true},
+        {"sevenab;eightabc;ninechars", "xeightabc", false},
+        {"sevenab;eightabc;ninechars", "x.ninechars", true},
+        {"sevenab;eightabc;ninechars", "x.evenabc", false},
+        {"[;`", "x.{", false}, // beside the letters
+        {"[;`", "x.@", false},
+        {"[;`", "x.[", true},
+        {"k;\xC3\xA9t\xC3\xA9", "x.\xC3\x89T\xC3\xA9", true},
+        {"k;\xC3\xA9t\xC3\xA9", "x.ete", false},
+        {"k;\xC3\xA9t\xC3\xA9", "x.\xE2\x84\xAA", true}, // the sign for kelvin
+        {"k;\xC3\xA9t\xC3\xA9", "\xC3\x89\xC3\x89\xC3\x89.k", true},
     };
     for (auto c : cases) {
-        EXPECT_EQ(c.expected,
-                  db_extensions_match<UTF8_MODE_LOWER>(list, c.name, static_cast<u32>(std::strlen(c.name))))
-            << c.name;
+        db_extensions_t *list = db_extensions_create(UTF8_MODE_LOWER, c.extensions);
+        std::vector<u64> block;
+        const db_item_t *item = _make_item(&block, c.name);
+        EXPECT_EQ(c.expected, db_extensions_match<UTF8_MODE_LOWER>(list, item))
+            << c.extensions << " " << c.name;
+        u32 length;
+        const char *name = db_item_get_name(item, &length);
+        EXPECT_EQ(c.expected, db_extensions_match_text<UTF8_MODE_LOWER>(list, name, length))
+            << c.extensions << " " << c.name;
+        list->free(list);
     }
-    list->free(list);
 }
 
 TEST(DbQueryFunction, NamesOfAFileList) {
