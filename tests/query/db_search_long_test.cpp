@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 namespace findwright {
 namespace {
 
@@ -56,6 +58,42 @@ TEST(DbSearchLong, LongAndDeepSearchesAreSearchesLikeOthers) {
         params.filter_search = "";
         db_query_search(query, &params);
         EXPECT_EQ(c.found, db_get_result_count(query)) << c.what;
+    }
+    db_destroy_query(query);
+    db_destroy(db);
+}
+
+// The lengths of paths, from a chain of folders that is longer than what is kept of one.
+TEST(DbSearchLong, PathLengthsOfADeepChain) {
+    std::vector<std::string> paths;
+    std::string folder;
+    std::map<size_t, u32> lengths; // in units, behind the root's name
+    lengths[0]++;
+    size_t units = 0;
+    for (u32 depth = 0; depth < 60; depth++) {
+        // The deepest folder is the first one by name, and is asked for when none is known.
+        const bool has_accent = depth % 7 == 0;
+        const u32 place = 59 - depth;
+        folder += std::string(depth == 0 ? "" : "\\") + static_cast<char>('a' + place / 26) +
+                  static_cast<char>('a' + place % 26) + (has_accent ? "\u00E9" : "");
+        units += 3u + has_accent;
+        paths.push_back(folder + "\\f");
+        lengths[units]++;
+        lengths[units + 2]++;
+    }
+    db_t *db = test_db_create({test_volume_from_paths(paths)}, 0);
+    db_query_t *query = db_query_create(db, false, nullptr, nullptr);
+    db_query_params_t params = {};
+    params.search = "root:";
+    params.filter_search = "";
+    db_query_search(query, &params);
+    ASSERT_EQ(1u, db_get_result_count(query));
+    const size_t root = db_item_get_name_length(db_get_result_item(query, 0));
+    for (const auto &[length, count] : lengths) {
+        const std::string text = "path:len:" + std::to_string(root + length);
+        params.search = text.c_str();
+        db_query_search(query, &params);
+        EXPECT_EQ(count, db_get_result_count(query)) << text;
     }
     db_destroy_query(query);
     db_destroy(db);
