@@ -1,5 +1,9 @@
-// The parser: operators, groups, modifiers and terms, in one pass over the text with a stack of frames.
+// The parser: operators, groups, modifiers and terms, in one pass over the text with a stack of frames. It
+// makes a tree, whose leaves are the terms in the order of the text; a walk down that tree then gives each
+// term its ways and its flags. So the time is that of the text's length, however it is nested, and nothing
+// recurses.
 #include "base/mem.h"
+#include "base/pool.h"
 #include "base/utf8.h"
 #include "base/utf8_buf.h"
 #include "os/debug.h"
@@ -22,9 +26,18 @@ enum _db_frame_kind_t : u32 {
 
 static constexpr u32 LEVEL_PRIMARY = 3; // binds tighter than both binary operators
 
+// A subexpression: a term, or an operator over one or two others.
+static constexpr u32 NODE_TERM = 24; // other kinds are those of the frames
+struct _db_node_t {
+    u32 kind;
+    db_term_t *term; // the first of its terms
+    _db_node_t *left;
+    _db_node_t *right;
+};
+
 struct _db_frame_t {
     _db_frame_t *up;
-    db_term_t *current;
+    _db_node_t *current;
     u32 level;
     u32 kind;
 };
@@ -38,9 +51,10 @@ struct _db_parser_t {
     u32 group_depth;
     _db_frame_t *frames;
     u32 level;
-    db_term_t *current; // first term of the subexpression parsed last
+    _db_node_t *current; // the subexpression parsed last
     u32 or_level;
     u32 and_level;
+    pool_t pool; // nodes and frames
 };
 
 // What a modifier does to the terms that it binds to. The kinds follow one another, set before clear.
@@ -205,6 +219,12 @@ static void _db_read_term_text(_db_parser_t *parser, utf8_buf_t *out) {
     parser->text = p;
 }
 
+static _db_node_t *_db_make_node(_db_parser_t *parser, u32 kind, _db_node_t *left, _db_node_t *right) {
+    _db_node_t *node = static_cast<_db_node_t *>(pool_alloc(&parser->pool, sizeof *node));
+    *node = {kind, left ? left->term : nullptr, left, right};
+    return node;
+}
+
 static void _db_append_term(_db_parser_t *parser, u32 flags, const char *text, u32 length) {
     db_term_t *term = static_cast<db_term_t *>(mem_alloc(sizeof(db_term_t) + length));
     std::memset(term, 0, sizeof *term);
@@ -215,7 +235,8 @@ static void _db_append_term(_db_parser_t *parser, u32 flags, const char *text, u
     term->text[length] = 0;
     (parser->last_term ? parser->last_term->link : parser->first_term) = term;
     parser->last_term = term;
-    parser->current = term;
+    parser->current = _db_make_node(parser, NODE_TERM, nullptr, nullptr);
+    parser->current->term = term;
 }
 
 static const char *_db_skip_keyword(const _db_parser_t *parser, const char *text, const char *keyword);
@@ -260,23 +281,10 @@ static bool _db_is_group_end(const _db_parser_t *parser) {
 }
 
 static void _db_push_frame(_db_parser_t *parser, u32 kind, u32 level) {
-    _db_frame_t *frame = static_cast<_db_frame_t *>(mem_alloc(sizeof *frame));
+    _db_frame_t *frame = static_cast<_db_frame_t *>(pool_alloc(&parser->pool, sizeof *frame));
     *frame = {parser->frames, parser->current, parser->level, kind};
     parser->frames = frame;
     parser->level = level;
-}
-
-// Turns the terms from `current` on into their negation: by De Morgan's law the swapped links give the
-// opposite truth table. The last term keeps its pair, the ways out of the expression.
-static void _db_negate(_db_parser_t *parser) {
-    for (db_term_t *term = parser->current; term; term = term->link) {
-        term->flags ^= TERM_NOT;
-        if (term->link) {
-            db_term_t *next = term->next;
-            term->next = term->notnext;
-            term->notnext = next;
-        }
-    }
 }
 
 static void _db_pop_frame(_db_parser_t *parser) {
@@ -284,26 +292,14 @@ static void _db_pop_frame(_db_parser_t *parser) {
     parser->frames = frame->up;
     parser->level = frame->level;
     u32 kind = frame->kind;
-    db_term_t *left = frame->current;
-    mem_free(frame);
-    if (kind == FRAME_NOT) {
-        _db_negate(parser);
-    } else if (kind == FRAME_GROUP) {
+    if (kind == FRAME_GROUP) {
         parser->group_depth--;
         if (_db_is_group_end(parser))
             parser->text++;
-    } else if (kind <= FRAME_MODIFIER_LAST) {
-        _db_modifier_effect_t effect = modifier_effects[kind - FRAME_MODIFIER_FIRST];
-        for (db_term_t *term = parser->current; term; term = term->link)
-            term->flags = (term->flags | effect.set) & ~effect.clear;
     } else if (kind == FRAME_OR || kind == FRAME_AND) {
-        db_term_t *right = parser->current;
-        db_term_t *db_term_t::*exit = kind == FRAME_OR ? &db_term_t::notnext : &db_term_t::next;
-        parser->current = left;
-        for (db_term_t *term = left; term != right; term = term->link) {
-            if (!(term->*exit))
-                term->*exit = right;
-        }
+        parser->current = _db_make_node(parser, kind, frame->current, parser->current);
+    } else if (kind <= FRAME_MODIFIER_LAST) { // a negation among them
+        parser->current = _db_make_node(parser, kind, parser->current, nullptr);
     } else {
         debug_fatal("invalid db query term parse frame pop %d", kind);
     }
@@ -366,32 +362,103 @@ static bool _db_parse_operator(_db_parser_t *parser) {
     return false;
 }
 
-db_term_t *_db_query_term_parse_all(u32 default_flags, const char *text, bool is_filter) {
-    bool and_first = operator_precedence == 1;
-    _db_parser_t parser = {_db_skip_white_space(text),
-                           nullptr,
-                           nullptr,
-                           default_flags,
-                           is_filter,
-                           0,
-                           nullptr,
-                           0,
-                           nullptr,
-                           and_first ? 1u : 2u,
-                           and_first ? 2u : 1u};
-    if (default_flags & TERM_REGEX) {
-        _db_append_term(&parser, default_flags, parser.text, utf8_length(parser.text));
-        return parser.first_term;
-    }
-    for (;;) {
-        _db_parse_prefixes(&parser);
-        _db_parse_term(&parser);
-        while (!_db_parse_operator(&parser)) {
-            if (!parser.frames)
-                return parser.first_term;
-            _db_pop_frame(&parser);
+// --- From the tree to the terms ----------------------------------------------------------------------------
+
+// A subexpression that waits for its turn, with what it has from those around it: where to go when it is true
+// and when it is false, whether it is negated, and what modifiers make of its flags.
+struct _db_pending_t {
+    _db_pending_t *below;
+    const _db_node_t *node;
+    db_term_t *yes, *no;
+    bool is_negated;
+    u32 set, clear;
+};
+
+static void _db_settle_term(db_term_t *term, const _db_pending_t &p) {
+    term->flags = (term->flags & ~p.clear) | p.set;
+    if (p.is_negated)
+        term->flags ^= TERM_NOT;
+    // A negated term matches where the text's own does not.
+    term->next = p.is_negated ? p.no : p.yes;
+    term->notnext = p.is_negated ? p.yes : p.no;
+}
+
+// Pushes a subexpression; `spare` are entries to be used again.
+static _db_pending_t *_db_push_pending(_db_parser_t *parser, _db_pending_t *top, _db_pending_t **spare,
+                                       const _db_pending_t &what) {
+    _db_pending_t *entry = *spare;
+    if (entry)
+        *spare = entry->below;
+    else
+        entry = static_cast<_db_pending_t *>(pool_alloc(&parser->pool, sizeof *entry));
+    *entry = what;
+    entry->below = top;
+    return entry;
+}
+
+static void _db_settle_terms(_db_parser_t *parser) {
+    _db_pending_t *spare = nullptr;
+    _db_pending_t *top =
+        _db_push_pending(parser, nullptr, &spare, {nullptr, parser->current, nullptr, nullptr, false, 0, 0});
+    while (top) {
+        _db_pending_t p = *top;
+        top->below = spare;
+        spare = top;
+        top = p.below;
+        const _db_node_t *node = p.node;
+        _db_pending_t inner = p;
+        inner.node = node->left;
+        if (node->kind == NODE_TERM) {
+            _db_settle_term(node->term, p);
+        } else if (node->kind == FRAME_AND || node->kind == FRAME_OR) {
+            (node->kind == FRAME_AND ? inner.yes : inner.no) = node->right->term;
+            top = _db_push_pending(parser, top, &spare, inner);
+            inner = p;
+            inner.node = node->right;
+            top = _db_push_pending(parser, top, &spare, inner);
+        } else if (node->kind == FRAME_NOT) {
+            inner.yes = p.no;
+            inner.no = p.yes;
+            inner.is_negated = !p.is_negated;
+            top = _db_push_pending(parser, top, &spare, inner);
+        } else { // what stands further outside is applied later, and wins
+            _db_modifier_effect_t effect = modifier_effects[node->kind - FRAME_MODIFIER_FIRST];
+            inner.set = (effect.set & ~p.clear) | p.set;
+            inner.clear = (effect.clear & ~p.set) | p.clear;
+            top = _db_push_pending(parser, top, &spare, inner);
         }
     }
+}
+
+static void _db_parse(_db_parser_t *parser) {
+    for (;;) {
+        _db_parse_prefixes(parser);
+        _db_parse_term(parser);
+        while (!_db_parse_operator(parser)) {
+            if (!parser->frames)
+                return;
+            _db_pop_frame(parser);
+        }
+    }
+}
+
+db_term_t *_db_query_term_parse_all(u32 default_flags, const char *text, bool is_filter) {
+    bool and_first = operator_precedence == 1;
+    _db_parser_t parser = {};
+    parser.text = _db_skip_white_space(text);
+    parser.default_flags = default_flags;
+    parser.is_filter = is_filter;
+    parser.or_level = and_first ? 1 : 2;
+    parser.and_level = and_first ? 2 : 1;
+    pool_init(&parser.pool);
+    if (default_flags & TERM_REGEX) {
+        _db_append_term(&parser, default_flags, parser.text, utf8_length(parser.text));
+    } else {
+        _db_parse(&parser);
+        _db_settle_terms(&parser);
+    }
+    pool_kill(&parser.pool);
+    return parser.first_term;
 }
 
 void db_term_free_all(db_term_t *first) {

@@ -190,5 +190,33 @@ TEST(DbQueryParse, DeepNestingNeedsNoStack) {
     EXPECT_EQ(1u, parse((std::string(200000, '!') + "a").c_str()).texts.size());
 }
 
+// Each of these takes a time that grows with the text, and not with its square: a minute would be seen.
+TEST(DbQueryParse, DeepNestingOfManyTerms) {
+    constexpr u32 DEEP = 100000;
+    auto times = [](u32 count, const std::string &text) {
+        std::string all;
+        for (u32 i = 0; i < count; i++)
+            all += text;
+        return all;
+    };
+    const struct {
+        std::string text;
+        u32 terms;
+    } cases[] = {
+        {times(DEEP, "!<a "), DEEP + 1},
+        {times(DEEP, "case:<a|"), DEEP + 1},
+        {times(DEEP, "<") + times(DEEP, "a>"), DEEP},
+        {times(DEEP, "a|b "), 2 * DEEP + 1},
+    };
+    for (const auto &c : cases) {
+        db_term_t *terms = _db_query_term_parse_all(TERM_WILDCARDS, c.text.c_str(), false);
+        u32 count = 0;
+        for (const db_term_t *term = terms; term; term = term->link)
+            count++;
+        EXPECT_EQ(c.terms, count) << c.text.substr(0, 20);
+        db_term_free_all(terms);
+    }
+}
+
 } // namespace
 } // namespace findwright

@@ -159,7 +159,7 @@ struct tally_t {
 struct settings_t {
     ~settings_t() {
         operator_precedence = allow_literal_operators = allow_round_bracket_parenthesis = 0;
-        convert_forward_slash_to_backslash = 0;
+        convert_forward_slash_to_backslash = os_path_separator == '/';
         match_path_when_search_contains_path_separator = 1;
         match_whole_filename_when_using_wildcards = fast_ascii_search = 1;
         max_threads = 0;

@@ -18,7 +18,7 @@ std::string times(u32 count, const std::string &text) {
 }
 
 TEST(DbSearchLong, LongAndDeepSearchesAreSearchesLikeOthers) {
-    constexpr u32 LONG = 1 << 17; // bytes of a word
+    constexpr u32 LONG = 1 << 20; // bytes of a word
     const std::string name(250, 'a');
     db_t *db = test_db_create({test_volume_from_paths({"a", "b.txt", name})}, 0);
     db_query_t *query = db_query_create(db, false, nullptr, nullptr);
@@ -27,14 +27,14 @@ TEST(DbSearchLong, LongAndDeepSearchesAreSearchesLikeOthers) {
         std::string text;
         u32 found; // of the three files and the root
     } cases[] = {
-        {"groups", times(20000, "<") + "a", 2},
-        {"groups that are closed", times(20000, "<") + "a" + times(20000, ">"), 2},
+        {"groups", times(100000, "<") + "a", 2},
+        {"groups that are closed", times(100000, "<") + "a" + times(100000, ">"), 2},
         {"empty groups", "a " + times(10000, "<>"), 2},
-        {"negations", times(20000, "!") + "a", 2},
-        {"one negation more", times(20001, "!") + "a", 2},
-        {"negated groups", times(10001, "!<") + "a", 2},
-        {"modifiers", times(20000, "case:") + "A", 0},
-        {"modifiers, the first one counts", "nocase:" + times(20000, "case:") + "A", 2},
+        {"negations", times(100000, "!") + "a", 2},
+        {"one negation more", times(100001, "!") + "a", 2},
+        {"negated groups", times(100001, "!<") + "a", 2},
+        {"modifiers", times(100000, "case:") + "A", 0},
+        {"modifiers, the first one counts", "nocase:" + times(100000, "case:") + "A", 2},
         {"terms", times(60000, "a "), 2},
         {"alternatives", times(10000, "x|") + "b", 1},
         {"a word", std::string(LONG, 'a'), 0},
