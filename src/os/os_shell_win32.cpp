@@ -47,7 +47,9 @@ bool os_shell_get_path(const char *text, u32 length, utf8_buf_t *out) {
     wchar_t path[MAX_PATH];
     bool found = SUCCEEDED(desktop->ParseDisplayName(nullptr, nullptr, const_cast<wchar_t *>(name.text()),
                                                      nullptr, &item, nullptr)) &&
-                 SHGetPathFromIDListW(item, path);
+                 SHGetPathFromIDListW(item, path) &&
+                 // A name that means nothing to it may be taken for a file of the desktop that is to be.
+                 GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
     if (found) {
         auto *units = reinterpret_cast<const char16_t *>(path);
         utf8_buf_copy_wchar(out, units, wchar_length(units));

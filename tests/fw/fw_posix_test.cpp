@@ -78,7 +78,7 @@ TEST_F(fw_posix, PathsHaveSlashes) {
          "[\n{\"full\":\"" + escaped + "/na\\\\me\",\"path\":\"" + escaped + "\",\"type\":\"file\"}\n]\n"},
         {{"--csv", "--columns", "name,path,full", "-n", "1"},
          "name,path,full,type\n\"" + root + "\",\"\",\"" + root + "\",folder\n"},
-        {{"deep/"}, root + "/sub/deep/gamma.pdf\n"},
+        {{"deep/"}, root + "/sub/deep\n" + root + "/sub/deep/gamma.pdf\n"},
     };
     for (const auto &c : cases) {
         std::vector<std::string> arguments = c.arguments;

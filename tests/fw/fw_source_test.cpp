@@ -50,7 +50,7 @@ TEST_F(fw_sources, WhatASearchForAPathFinds) {
     } cases[] = {
         {at("tree/al"), {"alpha.txt"}},
         {at("tree/sub/deep"), {"deep", "gamma.pdf"}},
-        {at("sub/").substr(at("").size()), {"deep", "beta.txt", "gamma.pdf"}},
+        {at("sub/").substr(at("").size()), {"deep", "sub", "beta.txt", "gamma.pdf"}},
         {at("tree/*.pdf"), {"gamma.pdf"}},
         {at("tree/nothing"), {}},
     };
