@@ -225,8 +225,8 @@ u32 os_get_arguments(int argc, char **argv, const char *const **arguments);
 void os_get_user_name(utf8_buf_t *out);
 void os_get_computer_name(utf8_buf_t *out);
 // Replaces environment variables, `%NAME%` on Windows and `$NAME` and `${NAME}` on POSIX, by their values as
-// the system has them; a name that has none stays. What would add more than `max` bytes stays too; on
-// Windows, then, all does. The text must not lie in `out`.
+// the system has them; a name that has none stays. What would add more than `max` bytes in all stays too. The
+// text must not lie in `out`.
 void os_expand_environment(const char *text, u32 length, u32 max, utf8_buf_t *out);
 // The whole command line as one text, for the log.
 void os_get_command_line(utf8_buf_t *out);
