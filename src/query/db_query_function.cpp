@@ -82,31 +82,12 @@ static void _db_compile_root(db_query_t *query, db_term_t *term, const _db_funct
     db_query_append_terms(query, term, _db_create_form(term, op), _db_create_form(term, op));
 }
 
-// A list of references that grows.
-struct _db_refs_t {
-    mem_ref_t *values;
-    u32 count, capacity;
-};
-
-static void _db_refs_add(_db_refs_t *refs, mem_ref_t value) {
-    if (refs->count == refs->capacity) {
-        refs->capacity = refs->capacity ? refs->capacity * 2 : 16;
-        mem_ref_t *values = static_cast<mem_ref_t *>(mem_alloc(refs->capacity * sizeof *values));
-        if (refs->values) {
-            std::memcpy(values, refs->values, refs->count * sizeof *values);
-            mem_free(refs->values);
-        }
-        refs->values = values;
-    }
-    refs->values[refs->count++] = value;
-}
-
 static constexpr u32 FOLDERS_AHEAD = 16; // records that are asked of the memory before they are needed
 
 // The folders whose path is the text, which is folded. Only where the last name is that of the text is the
 // whole path made.
 template<utf8_mode_t mode>
-static void _db_find_folders(const db_t *db, const char *text, u32 length, _db_refs_t *refs) {
+static void _db_find_folders(const db_t *db, const char *text, u32 length, db_ref_list_t *refs) {
     const char *last = text + length;
     while (last != text && last[-1] != '\\')
         last--;
@@ -123,11 +104,11 @@ static void _db_find_folders(const db_t *db, const char *text, u32 length, _db_r
             const char *name = db_item_get_name(folder, &name_length);
             if (db_item_is_top(folder)) { // its name can be a path
                 if (utf8_equal<mode>(name, name_length, text, length))
-                    _db_refs_add(refs, values[i]);
+                    db_ref_list_add(refs, values[i]);
             } else if (utf8_equal<mode>(name, name_length, last, last_length)) {
                 db_item_get_full_path_name(&path, folder);
                 if (utf8_equal<mode>(path.data, static_cast<u32>(path.length), text, length))
-                    _db_refs_add(refs, values[i]);
+                    db_ref_list_add(refs, values[i]);
             }
         }
     }
@@ -135,7 +116,7 @@ static void _db_find_folders(const db_t *db, const char *text, u32 length, _db_r
 }
 
 static void _db_find_folders_by_mode(const db_t *db, utf8_mode_t mode, const char *text, u32 length,
-                                     _db_refs_t *refs) {
+                                     db_ref_list_t *refs) {
     switch (mode) {
     case UTF8_MODE_FOLD: _db_find_folders<UTF8_MODE_FOLD>(db, text, length, refs); break;
     case UTF8_MODE_KEEP_CASE: _db_find_folders<UTF8_MODE_KEEP_CASE>(db, text, length, refs); break;
@@ -158,22 +139,21 @@ static void _db_compile_parent(db_query_t *query, db_term_t *term, const _db_fun
     if (path.length != 0 && path.data[path.length - 1] == '\\')
         utf8_buf_set_length(&path, static_cast<u32>(path.length - 1));
     utf8_fold_pattern(mode, &folded, path.data, static_cast<u32>(path.length));
-    _db_refs_t refs = {};
+    db_ref_list_t refs = {};
     if (folded.length == 0)
-        _db_refs_add(&refs, 0); // the items that are in no folder
+        db_ref_list_add(&refs, 0); // the items that are in no folder
     else
         _db_find_folders_by_mode(query->db, mode, folded.data, static_cast<u32>(folded.length), &refs);
-    os_qsort(refs.values, refs.count, _db_compare_refs);
+    os_qsort(refs.refs, refs.count, _db_compare_refs);
     u32 op = refs.count == 0 ? DB_OP_PARENT_NONE : refs.count == 1 ? DB_OP_PARENT : DB_OP_PARENTS_SEVERAL;
     auto create = [&] {
         db_exec_term_t *form = db_exec_term_create(term, _db_negate_op(term, op), mode, folded.data,
                                                    static_cast<u32>(folded.length));
-        form->data = db_anchors_create(refs.values, refs.count, nullptr, 0, nullptr, 0);
+        form->data = db_anchors_create(refs.refs, refs.count, nullptr, 0, nullptr, 0);
         return form;
     };
     db_query_append_terms(query, term, create(), create());
-    if (refs.values)
-        mem_free(refs.values);
+    db_ref_list_free(&refs);
     utf8_buf_kill(&folded);
     utf8_buf_kill(&path);
 }

@@ -63,6 +63,14 @@ struct db_anchors_t : db_term_data_t {
 db_anchors_t *db_anchors_create(const mem_ref_t *inner, u32 inner_count, const mem_ref_t *outer,
                                 u32 outer_count, const mem_ref_t *files, u32 file_count);
 
+// A list of references that grows.
+struct db_ref_list_t {
+    mem_ref_t *refs;
+    u32 count, capacity;
+};
+void db_ref_list_add(db_ref_list_t *list, mem_ref_t ref);
+void db_ref_list_free(db_ref_list_t *list);
+
 // The extensions of `ext:`, each once, folded, in the order of their bytes.
 struct db_extension_t {
     const char *text;

@@ -38,13 +38,7 @@ db_anchors_t *db_anchors_create(const mem_ref_t *inner, u32 inner_count, const m
     return anchors;
 }
 
-// A list of references that grows.
-struct _db_refs_t {
-    mem_ref_t *refs;
-    u32 count, capacity;
-};
-
-static void _db_refs_add(_db_refs_t *list, mem_ref_t ref) {
+void db_ref_list_add(db_ref_list_t *list, mem_ref_t ref) {
     if (list->count == list->capacity) {
         u32 capacity = list->capacity != 0 ? list->capacity * 2 : 16;
         mem_ref_t *refs = static_cast<mem_ref_t *>(mem_alloc(capacity * sizeof *refs));
@@ -57,7 +51,7 @@ static void _db_refs_add(_db_refs_t *list, mem_ref_t ref) {
     list->refs[list->count++] = ref;
 }
 
-static void _db_refs_free(_db_refs_t *list) {
+void db_ref_list_free(db_ref_list_t *list) {
     if (list->refs)
         mem_free(list->refs);
 }
@@ -69,7 +63,7 @@ struct _db_anchoring_t {
     const db_exec_term_t *probe;         // has the text that the two compare with
     const char *text;                    // of the term
     u32 length;
-    _db_refs_t inner, outer, files;
+    db_ref_list_t inner, outer, files;
 };
 
 static bool _db_test_with(const db_exec_term_t *probe, db_text_test_t *test, const char *text, u32 length) {
@@ -172,7 +166,7 @@ static void _db_anchor_root(_db_anchoring_t *a) {
         const char *name = db_item_get_name(db_item(value), &length);
         if (!db_item_is_top(db_item(value)) || !_db_test_with(a->probe, a->starts_with, name, length))
             return;
-        _db_refs_add(&a->outer, value);
+        db_ref_list_add(&a->outer, value);
         debug_printf("FOLDER ROOT %t STARTWITH %t\n", name, length, a->text, a->length);
     });
     _db_for_each_name(&a->db->file_name_array, a->text, a->length, false, [&](u32 value) {
@@ -180,7 +174,7 @@ static void _db_anchor_root(_db_anchoring_t *a) {
         const char *name = db_item_get_name(db_item(value), &length);
         if (!db_item_is_top(db_item(value)) || !_db_test_with(a->probe, a->starts_with, name, length))
             return;
-        _db_refs_add(&a->files, value);
+        db_ref_list_add(&a->files, value);
         debug_printf("FILE ROOT %t STARTWITH %t \n", name, length, a->text, a->length);
     });
 }
@@ -198,7 +192,7 @@ static void _db_anchor_folder(_db_anchoring_t *a, const db_exec_term_t *bare) {
         const db_item_t *folder = db_item(value);
         db_item_get_full_path_name(&path, folder);
         if (_db_test_with(bare, a->equal, path.data, static_cast<u32>(path.length))) {
-            _db_refs_add(&a->inner, value);
+            db_ref_list_add(&a->inner, value);
             debug_printf("FOLDER SEARCH %t\n", path.data, static_cast<u32>(path.length));
         }
     });
@@ -209,9 +203,9 @@ static void _db_anchor_folder(_db_anchoring_t *a, const db_exec_term_t *bare) {
         if (!db_item_is_top(db_item(value)))
             return;
         if (_db_test_with(a->probe, a->starts_with, name, size))
-            _db_refs_add(&a->outer, value);
+            db_ref_list_add(&a->outer, value);
         else if (start != 0 && _db_test_with(bare, a->equal, name, size))
-            _db_refs_add(&a->inner, value);
+            db_ref_list_add(&a->inner, value);
     });
     utf8_buf_kill(&path);
 }
@@ -271,9 +265,9 @@ bool db_term_compile_anchored_path(db_query_t *query, db_term_t *term, const cha
     }
     _db_append_anchored(query, term, &a);
     mem_free(probe);
-    _db_refs_free(&a.inner);
-    _db_refs_free(&a.outer);
-    _db_refs_free(&a.files);
+    db_ref_list_free(&a.inner);
+    db_ref_list_free(&a.outer);
+    db_ref_list_free(&a.files);
     return true;
 }
 
