@@ -103,7 +103,7 @@ double bench_run_search(db_query_t *query, const char *text, bool match_diacriti
 
 bool bench_search(const bench_options_t &options);
 bool bench_language(const bench_options_t &options);
-// The part of the language rows that has no peer: what functions find is counted from the records.
+// Those language rows that have no peer: what functions find is counted from the records.
 void bench_functions(const bench_options_t &options, db_t *db);
 // How long a search keeps its owner waiting: for the first answer, and for the end when it is cancelled.
 // False when the file that one search reads cannot be made.

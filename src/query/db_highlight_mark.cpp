@@ -36,7 +36,7 @@ static void _db_mark_find(const _db_marked_t *t, const char *pattern, u32 size) 
     }
 }
 
-// The end of what the part of a pattern between two stars matches at `text`; 0 when it does not.
+// The end of what a piece of a pattern, between two stars, matches at `text`; 0 when it does not.
 template<utf8_mode_t mode>
 static const char *_db_match_part(const char *text, const char *text_end, const char *part,
                                   const char *part_end) {

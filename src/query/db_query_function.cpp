@@ -125,10 +125,6 @@ static void _db_find_folders_by_mode(const db_t *db, utf8_mode_t mode, const cha
     }
 }
 
-static int _db_compare_refs(u32 a, u32 b) {
-    return a < b ? -1 : a > b;
-}
-
 static void _db_compile_parent(db_query_t *query, db_term_t *term, const _db_function_t *,
                                const char *argument) {
     utf8_mode_t mode = db_term_get_mode(term->flags);
@@ -144,7 +140,6 @@ static void _db_compile_parent(db_query_t *query, db_term_t *term, const _db_fun
         db_ref_list_add(&refs, 0); // the items that are in no folder
     else
         _db_find_folders_by_mode(query->db, mode, folded.data, static_cast<u32>(folded.length), &refs);
-    os_qsort(refs.refs, refs.count, _db_compare_refs);
     u32 op = refs.count == 0 ? DB_OP_PARENT_NONE : refs.count == 1 ? DB_OP_PARENT : DB_OP_PARENTS_SEVERAL;
     auto create = [&] {
         db_exec_term_t *form = db_exec_term_create(term, _db_negate_op(term, op), mode, folded.data,
@@ -346,22 +341,16 @@ static void _db_compile_file_list(db_query_t *query, db_term_t *term, const _db_
     utf8_buf_kill(&text);
 }
 
-// `startwith:` and `endwith:`; the row holds the two ops of the family.
+// `startwith:` and `endwith:`: as a text with a star is, but that a star in it is none.
 static void _db_compile_end(db_query_t *query, db_term_t *term, const _db_function_t *function,
                             const char *argument) {
-    utf8_mode_t mode = db_term_get_mode(term->flags);
-    utf8_buf_t text, folded;
+    utf8_buf_t text;
     utf8_buf_init(&text);
-    utf8_buf_init(&folded);
     _db_convert_path(&text, argument);
-    utf8_fold_pattern(mode, &folded, text.data, static_cast<u32>(text.length));
-    u32 length = static_cast<u32>(folded.length);
-    // As it is typed: letters beyond ASCII that fold into it must find themselves.
-    bool is_fast = _db_is_fast(term->flags, text.data, static_cast<u32>(text.length));
-    db_query_append_text_term(query, term,
-                              _db_take_op(term->flags, is_fast ? function->read_op : function->op),
-                              is_fast ? UTF8_MODE_ASCII : mode, folded.data, length);
-    utf8_buf_kill(&folded);
+    auto create = [&] {
+        return db_exec_term_create_folded(term, function->op, text.data, static_cast<u32>(text.length));
+    };
+    db_query_append_terms(query, term, create(), create());
     utf8_buf_kill(&text);
 }
 
@@ -475,8 +464,8 @@ static constexpr _db_function_t functions[] = {
     {"dc:", _db_compile_date_or_dates, DB_OP_DATE_CREATED, DB_OP_DATE_CREATED_READ, DB_FLAG_DATE_CREATED},
     {"attributes:", _db_compile_attributes, 0, 0, DB_FLAG_ATTRIBUTES},
     {"attrib:", _db_compile_attributes, 0, 0, DB_FLAG_ATTRIBUTES},
-    {"startwith:", _db_compile_end, DB_OP_STARTS_WITH, DB_OP_STARTS_WITH_ASCII, 0},
-    {"endwith:", _db_compile_end, DB_OP_ENDS_WITH, DB_OP_ENDS_WITH_ASCII, 0},
+    {"startwith:", _db_compile_end, DB_OP_STARTS_WITH, 0, 0},
+    {"endwith:", _db_compile_end, DB_OP_ENDS_WITH, 0, 0},
     {"infolder:", _db_compile_parent, 0, 0, 0},
     {"parent:", _db_compile_parent, 0, 0, 0},
     {"filelistfilename:", _db_compile_file_list_filename, 0, 0, 0},

@@ -86,14 +86,9 @@ db_item_set_t *db_item_sets_finish(db_item_sets_t *sets) {
 
 // --- Folders that have children ----------------------------------------------------------------------------
 
-static bool _db_set_has_shared(const db_item_set_t *set, mem_ref_t item) {
-    u32 bit = (item - set->first) / 2;
-    return __atomic_load_n(&set->bits[bit / 64], __ATOMIC_RELAXED) >> bit % 64 & 1;
-}
-
 // Most children are not their folder's first one.
 static void _db_add_parent(db_item_set_t *set, const db_item_t *item) {
-    if (!db_item_is_top(item) && !_db_set_has_shared(set, item->parent))
+    if (!db_item_is_top(item) && !db_item_set_has_shared(set, item->parent))
         db_item_set_add_shared(set, item->parent);
 }
 

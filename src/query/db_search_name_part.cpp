@@ -53,7 +53,7 @@ static u64 _db_mix(u64 hash, u64 bytes) {
 }
 
 // The last `count` bytes of a name's part that is `length` bytes long, less than eight of them. The record's
-// head stands in front of the name, so that eight bytes can be read where the part has three.
+// head stands in front of the name, so that eight bytes can be read where there are three.
 static u64 _db_load_tail(const char *end, u32 length, u32 count) {
     static_assert(DB_ITEM_HEAD + 3 >= sizeof(u64));
     if (count == 0)
