@@ -218,5 +218,37 @@ TEST(DbQuery, QueriesComeAndGoInAnyState) {
     db_destroy(db);
 }
 
+// Few results are sorted by themselves, in the order that the walk over the whole array gives.
+TEST(DbQuery, FewResultsStandInTheOrderOfTheArray) {
+    std::vector<std::string> names;
+    for (u32 i = 0; i < 200; i++)
+        names.push_back((i % 40 == 0 ? "rare" : "name") + std::to_string(i));
+    test_volume_t volume = test_volume_from_paths(names);
+    for (u32 i = 0; i < 200; i++) {
+        volume.records[i].date = i % 80 == 0 ? VALUE_UNKNOWN : 1000 - i % 120; // some unknown, some alike
+        volume.records[i].size = i % 3;
+    }
+    db_t *db = test_db_create({volume}, TEST_FLAGS_ALL);
+    db_query_t *query = db_query_create(db, false, nullptr, nullptr);
+    for (u32 sort : {DB_SORT_SIZE_ASCENDING, DB_SORT_DATE_MODIFIED_ASCENDING, DB_SORT_DATE_CREATED_ASCENDING,
+                     DB_SORT_DATE_ACCESSED_ASCENDING}) {
+        for (u32 direction : {0u, 1u}) {
+            db_query_params_t params = {};
+            params.search = "";
+            params.filter_search = "";
+            params.sort = sort + direction;
+            db_query_search(query, &params);
+            std::vector<std::string> expected = test_result_paths(query);
+            std::erase_if(expected, [](const std::string &path) { return path.find("rare") == path.npos; });
+            ASSERT_EQ(5u, expected.size());
+            params.search = "rare";
+            db_query_search(query, &params);
+            EXPECT_EQ(expected, test_result_paths(query)) << sort << " " << direction;
+        }
+    }
+    db_destroy_query(query);
+    db_destroy(db);
+}
+
 } // namespace
 } // namespace findwright
