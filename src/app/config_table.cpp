@@ -1,5 +1,7 @@
 // The table of the plain settings, and the keys that are made of two parts.
 #include "app/config_internal.h"
+#include "db/db_extended_info.h"
+#include "db/db_layout.h"
 #include "os/os.h"
 #include "query/db_query_value.h"
 #include "query/db_search_expand.h"

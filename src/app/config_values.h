@@ -3,7 +3,9 @@
 //
 // A variable has the name of its key. A key of a single word has `config_` in front, since locals everywhere
 // have such names. A few settings stand with the modules that they belong to: max_threads, reuse_threads
-// (os/os.h), and those of the search syntax (query/db_term.h, db_query_value.h, db_search_expand.h).
+// (os/os.h), the index's columns (db/db_layout.h), extended_information_cache_monitor
+// (db/db_extended_info.h), and those of the search syntax (query/db_term.h, db_query_value.h,
+// db_search_expand.h).
 //
 // Any thread may read, only the main thread writes: each is a word. Texts belong to `config` and are heap
 // strings, never 0 between config_init and config_kill; they are changed with utf8_replace_string.
@@ -297,22 +299,8 @@ inline i32 editor_high;
 inline u32 editor_maximized;
 inline u32 file_list_relative_paths;
 
-// Index. Which columns are held in memory, which of them are kept sorted, and where the database lies.
-inline u32 index_size = 1;
-inline u32 fast_size_sort = 1;
-inline u32 index_date_created;
-inline u32 fast_date_created_sort;
-inline u32 index_date_modified = 1;
-inline u32 fast_date_modified_sort = 1;
-inline u32 index_date_accessed;
-inline u32 fast_date_accessed_sort;
-inline u32 index_attributes;
-inline u32 fast_attributes_sort;
-inline u32 index_folder_size;
-inline u32 fast_path_sort = 1;
-inline u32 fast_extension_sort;
+// Index. Where the database lies; its columns are told in db/db_layout.h.
 inline u32 index_recent_changes = 1;
-inline u32 extended_information_cache_monitor = 1;
 inline char *db_location;
 inline u32 db_multi_user_filename;
 inline u32 db_compress;

@@ -11,6 +11,9 @@
 
 namespace findwright {
 
+// Setting: what was read of an item is read again when the item is seen to change.
+inline u32 extended_information_cache_monitor = 1;
+
 struct db_extended_info_t;
 
 db_extended_info_t *db_extended_info_create(db_t *db);

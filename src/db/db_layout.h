@@ -21,6 +21,21 @@ inline constexpr u32 DB_FLAG_FAST_EXTENSION = 0x4000; // files only
 
 inline constexpr u32 DB_FLAG_COLUMNS = 0x003F;
 
+// Settings: which columns the index is to hold, and which orders it is to keep.
+inline u32 index_size = 1;
+inline u32 fast_size_sort = 1;
+inline u32 index_date_created;
+inline u32 fast_date_created_sort;
+inline u32 index_date_modified = 1;
+inline u32 fast_date_modified_sort = 1;
+inline u32 index_date_accessed;
+inline u32 fast_date_accessed_sort;
+inline u32 index_attributes;
+inline u32 fast_attributes_sort;
+inline u32 index_folder_size;
+inline u32 fast_path_sort = 1;
+inline u32 fast_extension_sort;
+
 // Offsets count from the end of the name. Columns stand in the order of the flags; an absent one takes no
 // room, so files and folders can differ in all offsets. An offset means nothing while its flag is off.
 struct db_layout_t {

@@ -4,6 +4,8 @@
 #include "base/utf8.h"
 #include "os/debug.h"
 #include "os/event.h"
+#include "query/db_query_internal.h"
+#include "query/db_result_internal.h"
 
 #include <cstring>
 #include <new>
@@ -296,7 +298,7 @@ static void _db_sort_thread_proc(void *param) {
     event_post(_db_ready_proc, query->db);
 }
 
-void db_sort(db_query_t *query, u32 sort) {
+void db_sort(db_query_t *query, u32 sort, i32 dialog_x, i32 dialog_y) {
     if (!query->db->loaded) {
         query->requested_sort = query->deferred.sort = sort;
         return;
@@ -305,6 +307,8 @@ void db_sort(db_query_t *query, u32 sort) {
     db_wait(query->db, "db_sort");
     query->cancel_sort = 0;
     query->requested_sort = sort; // a worker reads it
+    query->dialog_x = dialog_x;
+    query->dialog_y = dialog_y;
     db_start_worker(query->db, query, DB_WORKER_SORT, _db_sort_thread_proc, query);
 }
 
@@ -334,7 +338,7 @@ bool db_cancel_query(db_query_t *query) {
 
 // --- Results -----------------------------------------------------------------------------------------------
 
-static bool _db_query_begin_read(db_query_t *query, const char *name) {
+bool _db_query_begin_read(db_query_t *query, const char *name) {
     if (!query->db->loaded)
         return false;
     db_wait(query->db, name);

@@ -5,6 +5,7 @@
 #include "os/debug.h"
 #include "os/os_parallel.h"
 #include "query/db_regex.h"
+#include "query/db_result_internal.h"
 
 namespace findwright {
 

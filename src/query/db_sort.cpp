@@ -7,7 +7,7 @@
 #include "os/debug.h"
 #include "os/os.h"
 #include "os/os_parallel.h"
-#include "query/db_query.h"
+#include "query/db_result_internal.h"
 
 #include <algorithm>
 

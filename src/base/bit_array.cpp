@@ -1,0 +1,161 @@
+#include "base/bit_array.h"
+
+#include "base/mem.h"
+
+#include <bit>
+#include <cstring>
+
+namespace findwright {
+
+static constexpr u32 RANK_WORDS = 64; // words that share an entry of the ranks
+
+static u32 _bit_array_word_count(const bit_array_t *bits) {
+    return static_cast<u32>((static_cast<u64>(bits->size) + 63) / 64);
+}
+
+static u32 _bit_array_rank_count(const bit_array_t *bits) {
+    return (_bit_array_word_count(bits) + RANK_WORDS - 1) / RANK_WORDS;
+}
+
+void bit_array_init(bit_array_t *bits) {
+    *bits = {};
+}
+
+void bit_array_kill(bit_array_t *bits) {
+    if (bits->words) {
+        mem_free(bits->words);
+        mem_free(bits->ranks);
+    }
+    *bits = {};
+}
+
+void bit_array_reset(bit_array_t *bits, u32 size) {
+    bit_array_kill(bits);
+    bits->size = size;
+}
+
+static void _bit_array_make_words(bit_array_t *bits) {
+    if (bits->words)
+        return;
+    size_t word_size = (static_cast<size_t>(_bit_array_word_count(bits)) + 1) * sizeof(u64);
+    bits->words = static_cast<u64 *>(mem_alloc(word_size));
+    std::memset(bits->words, 0, word_size);
+    bits->ranks =
+        static_cast<u32 *>(mem_alloc((static_cast<size_t>(_bit_array_rank_count(bits)) + 1) * sizeof(u32)));
+    bits->has_ranks = false;
+}
+
+// The bits of the last word that are part of the sequence.
+static u64 _bit_array_last_mask(const bit_array_t *bits) {
+    return bits->size % 64 == 0 ? ~static_cast<u64>(0) : (static_cast<u64>(1) << bits->size % 64) - 1;
+}
+
+bool bit_array_set(bit_array_t *bits, u32 index, bool value) {
+    if (bit_array_get(bits, index) == value)
+        return false;
+    _bit_array_make_words(bits);
+    bits->words[index / 64] ^= static_cast<u64>(1) << index % 64;
+    value ? bits->count++ : bits->count--;
+    bits->has_ranks = false;
+    return true;
+}
+
+// The bits of word `word` that lie in a range.
+static u64 _bit_array_range_mask(u32 word, u32 first, u32 end) {
+    u64 mask = ~static_cast<u64>(0);
+    if (word == first / 64)
+        mask &= ~static_cast<u64>(0) << first % 64;
+    if (word == end / 64)
+        mask &= (static_cast<u64>(1) << end % 64) - 1;
+    return mask;
+}
+
+void bit_array_set_range(bit_array_t *bits, u32 first, u32 end) {
+    if (first >= end)
+        return;
+    _bit_array_make_words(bits);
+    for (u32 word = first / 64; word <= (end - 1) / 64; word++) {
+        u64 mask = _bit_array_range_mask(word, first, end);
+        bits->count += static_cast<u32>(std::popcount(mask & ~bits->words[word]));
+        bits->words[word] |= mask;
+    }
+    bits->has_ranks = false;
+}
+
+void bit_array_invert(bit_array_t *bits) {
+    if (bits->size == 0)
+        return;
+    _bit_array_make_words(bits);
+    u32 words = _bit_array_word_count(bits);
+    for (u32 word = 0; word < words; word++)
+        bits->words[word] = ~bits->words[word];
+    bits->words[words - 1] &= _bit_array_last_mask(bits);
+    bits->count = bits->size - bits->count;
+    bits->has_ranks = false;
+}
+
+static u64 _bit_array_reverse_word(u64 word) {
+    word = (word >> 1 & 0x5555555555555555) | (word & 0x5555555555555555) << 1;
+    word = (word >> 2 & 0x3333333333333333) | (word & 0x3333333333333333) << 2;
+    word = (word >> 4 & 0x0F0F0F0F0F0F0F0F) | (word & 0x0F0F0F0F0F0F0F0F) << 4;
+    return __builtin_bswap64(word);
+}
+
+void bit_array_reverse(bit_array_t *bits) {
+    if (bits->count == 0)
+        return;
+    u32 words = _bit_array_word_count(bits);
+    for (u32 a = 0, b = words - 1; a <= b && b < words; a++, b--) {
+        u64 low = _bit_array_reverse_word(bits->words[a]), high = _bit_array_reverse_word(bits->words[b]);
+        bits->words[a] = high;
+        bits->words[b] = low;
+    }
+    // The unused bits of the last word have come to the front.
+    u32 shift = words * 64 - bits->size;
+    for (u32 word = 0; shift != 0 && word < words; word++)
+        bits->words[word] =
+            bits->words[word] >> shift | (word + 1 < words ? bits->words[word + 1] << (64 - shift) : 0);
+    bits->has_ranks = false;
+}
+
+static void _bit_array_make_ranks(bit_array_t *bits) {
+    u32 count = 0;
+    for (u32 word = 0, words = _bit_array_word_count(bits); word < words; word++) {
+        if (word % RANK_WORDS == 0)
+            bits->ranks[word / RANK_WORDS] = count;
+        count += static_cast<u32>(std::popcount(bits->words[word]));
+    }
+    bits->has_ranks = true;
+}
+
+u32 bit_array_find(bit_array_t *bits, u32 n) {
+    if (!bits->has_ranks)
+        _bit_array_make_ranks(bits);
+    u32 low = 0, high = _bit_array_rank_count(bits); // the last entry that is at most n
+    while (high - low > 1) {
+        u32 middle = (low + high) / 2;
+        (bits->ranks[middle] <= n ? low : high) = middle;
+    }
+    u32 word = low * RANK_WORDS, left = n - bits->ranks[low];
+    for (u32 found; (found = static_cast<u32>(std::popcount(bits->words[word]))) <= left; word++)
+        left -= found;
+    u64 rest = bits->words[word];
+    for (; left != 0; left--)
+        rest &= rest - 1;
+    return word * 64 + static_cast<u32>(std::countr_zero(rest));
+}
+
+u32 bit_array_next(const bit_array_t *bits, u32 index) {
+    if (bits->count == 0 || index >= bits->size)
+        return bits->size;
+    u32 words = _bit_array_word_count(bits), word = index / 64;
+    u64 rest = bits->words[word] & ~static_cast<u64>(0) << index % 64;
+    while (rest == 0) {
+        if (++word == words)
+            return bits->size;
+        rest = bits->words[word];
+    }
+    return word * 64 + static_cast<u32>(std::countr_zero(rest));
+}
+
+} // namespace findwright

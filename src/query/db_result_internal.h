@@ -1,0 +1,44 @@
+// What the files that make, order and read a query's results share.
+#pragma once
+
+#include "query/db_query.h"
+
+namespace findwright {
+
+// --- On the worker -----------------------------------------------------------------------------------------
+
+// Runs one pass over an array of the database.
+void db_search_folders(db_query_t *query, const array_t *scan_array);
+void db_search_files(db_query_t *query, const array_t *scan_array);
+// Brings the results to an order, and the selection with them. What cancel_sort stops leaves them as they
+// were, with `sorted` cleared. Also on the main thread, after db_wait.
+void db_sort_results(db_query_t *query, u32 sort);
+// Queues notification 0, unless it is queued already. Any thread.
+void _db_query_post_results_changed(db_query_t *query);
+// A text for the owner while the worker runs; 0 clears it. Any thread.
+void _db_query_set_status(db_query_t *query, const char *text);
+
+// --- Reading, on the main thread ---------------------------------------------------------------------------
+
+// Waits for the worker, under the name for the log. False when the database is not loaded: there is nothing.
+bool _db_query_begin_read(db_query_t *query, const char *name);
+u32 _db_query_count_results(const db_query_t *query);
+// The three arrays in the order of the result indexes.
+void _db_query_get_result_arrays(db_query_t *query, array_t *out[3]);
+// What a value of one of the result arrays stands for.
+db_result_t _db_query_get_value_result(const db_query_t *query, const array_t *array, u32 value);
+
+// --- The selection (db_selection.cpp) ----------------------------------------------------------------------
+
+void _db_selection_clear(db_query_t *query); // and what is kept
+// Before results are made anew: puts aside what is selected. What an unfinished search left there stays.
+void _db_selection_keep(db_query_t *query);
+// Afterwards: selects what was put aside, as far as it is among the results. Nothing without such.
+void _db_selection_restore(db_query_t *query);
+
+// --- Ghosts (db_ghost.cpp) ---------------------------------------------------------------------------------
+
+// Adds the ghosts that a search did not find. True when the results are in no order now.
+bool _db_ghost_merge(db_query_t *query);
+
+} // namespace findwright
