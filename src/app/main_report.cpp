@@ -99,9 +99,16 @@ static void _main_report_ready(db_query_link_t *link) {
 
 static void _main_report_nothing(db_query_link_t *) {}
 
+// It starts no worker of its own, so that there is nothing to ask about or to cancel.
 static const db_query_hooks_t _main_report_hooks = {
-    _main_report_nothing, _main_report_ready,         _main_report_status,
-    _main_report_nothing, _main_report_load_complete,
+    .get_busy_text = nullptr,
+    .cancel = nullptr,
+    .cancelled = nullptr,
+    .wait_ended = _main_report_nothing,
+    .ready = _main_report_ready,
+    .status_changed = _main_report_status,
+    .rebuild_started = _main_report_nothing,
+    .load_complete = _main_report_load_complete,
 };
 
 void main_report_start(main_report_t *report, db_t *db) {

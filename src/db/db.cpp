@@ -16,6 +16,7 @@ static void _db_corrupt_proc(void *param);
 
 bool db_read_only;
 bool db_no_db;
+const db_wait_dialog_t *db_wait_dialog;
 
 // Every array of a database, for the operations that treat all alike.
 static array_t db_t::*const _db_arrays[] = {
@@ -132,6 +133,19 @@ db_array_pair_t db_get_sorted_arrays(db_t *db, u32 fast_flag) {
 
 static constexpr i32 DB_PRIORITY_NORMAL = 0;
 
+// The dialog for a worker that takes long; 0 for none.
+static void *_db_show_wait_dialog(db_t *db) {
+    db_query_link_t *query = db->worker_query;
+    if (!db_wait_dialog || !query)
+        return nullptr;
+    i32 x, y;
+    if (!query->hooks->get_busy_text(query, db->worker_kind, &x, &y) ||
+        os_thread_wait(db->thread, DB_WAIT_DIALOG_DELAY) != OS_WAIT_TIMEOUT)
+        return nullptr;
+    const char *text = query->hooks->get_busy_text(query, db->worker_kind, &x, &y);
+    return text ? db_wait_dialog->show(x, y, text, query->hooks->cancel, query) : nullptr;
+}
+
 void db_wait(db_t *db, const char *name) {
     if (!db->thread)
         return;
@@ -140,8 +154,11 @@ void db_wait(db_t *db, const char *name) {
     if (os_thread_get_priority(db->thread) < DB_PRIORITY_NORMAL)
         os_thread_set_priority(db->thread, DB_PRIORITY_NORMAL);
     debug_printf("DB_WAIT: %s waiting...\n", name);
+    void *dialog = _db_show_wait_dialog(db);
     os_thread_release(db->thread, OS_INFINITE);
     db->thread = nullptr;
+    if (dialog && db_wait_dialog->close(dialog))
+        db->worker_query->hooks->cancelled(db->worker_query, db->worker_kind);
     for (db_query_link_t *query = db->query_first; query; query = query->next)
         query->hooks->wait_ended(query);
     debug_printf("DB_WAIT: %s waited %f seconds\n", name, os_get_tick_count() - start);

@@ -26,10 +26,16 @@ namespace findwright {
 
 struct db_query_link_t;
 
+enum db_worker_kind_t : u32 { DB_WORKER_SEARCH, DB_WORKER_SORT, DB_WORKER_OTHER };
+
 // What the database asks of a query that is open on it; the query engine fills one table.
 struct db_query_hooks_t {
-    void (*wait_ended)(db_query_link_t *query); // a wait for the worker has ended
-    void (*ready)(db_query_link_t *query);      // the database is idle again
+    // What the busy dialog is to ask about this query's worker, and where on the screen; 0 for no dialog.
+    const char *(*get_busy_text)(db_query_link_t *query, db_worker_kind_t kind, i32 *x, i32 *y);
+    void (*cancel)(void *query); // asks the worker to end early; any thread
+    void (*cancelled)(db_query_link_t *query, db_worker_kind_t kind); // it has ended so
+    void (*wait_ended)(db_query_link_t *query);                       // a wait for the worker has ended
+    void (*ready)(db_query_link_t *query);                            // the database is idle again
     void (*status_changed)(db_query_link_t *query);
     void (*rebuild_started)(db_query_link_t *query); // all results are gone
     void (*load_complete)(db_query_link_t *query);   // content is in place
@@ -42,7 +48,17 @@ struct db_query_link_t {
     const db_query_hooks_t *hooks;
 };
 
-enum db_worker_kind_t : u32 { DB_WORKER_SEARCH, DB_WORKER_SORT, DB_WORKER_OTHER };
+// The busy dialog, which is shown while the main thread waits long for the worker of a window's query. The
+// desktop fills the table; 0 without one.
+struct db_wait_dialog_t {
+    // Shows it, on a thread of its own, with a text and a Cancel button, which calls cancel(param) on that
+    // thread.
+    void *(*show)(i32 x, i32 y, const char *text, void (*cancel)(void *param), void *param);
+    // Takes it down, and returns whether Cancel was pressed.
+    bool (*close)(void *dialog);
+};
+extern const db_wait_dialog_t *db_wait_dialog;
+inline constexpr u32 DB_WAIT_DIALOG_DELAY = 1000; // milliseconds
 
 // What the database asks of the code that keeps it true to its sources and settings (index/db_lifecycle.h).
 // Main thread, with no worker at work.

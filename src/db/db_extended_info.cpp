@@ -133,6 +133,11 @@ static bool _db_fileinfo_get(db_extended_info_t *info, const db_item_t *item, u3
     return true;
 }
 
+bool db_extended_info_find(db_extended_info_t *info, const db_item_t *item, db_file_info_t *out) {
+    db_file_info_clear(out);
+    return _db_fileinfo_find(info, mem_ref(item), out) || db_get_index(item)->type == DB_INDEX_TYPE_FILE_LIST;
+}
+
 bool db_get_folder_fileinfo(db_extended_info_t *info, const db_item_t *folder, db_file_info_t *out) {
     bool has_file = _db_fileinfo_get(info, folder, OS_ATTRIBUTE_FOLDER, out);
     out->size = VALUE_UNKNOWN; // also of what is a file by now

@@ -25,6 +25,9 @@ void db_extended_info_clear(db_extended_info_t *info);
 // be read is not known, which is kept too; a folder's size is never known here.
 bool db_get_folder_fileinfo(db_extended_info_t *info, const db_item_t *folder, db_file_info_t *out);
 bool db_get_file_fileinfo(db_extended_info_t *info, const db_item_t *file, db_file_info_t *out);
+// What is known of an item without asking the file system. False when that would have to be asked; an item of
+// a file list is known to have nothing.
+bool db_extended_info_find(db_extended_info_t *info, const db_item_t *item, db_file_info_t *out);
 
 // The system's name for files of an extension (without its dot, may be empty), and for a folder. UTF-8,
 // terminated; the text lives as long as the cache.

@@ -49,6 +49,11 @@ db_index_t *db_index_get(const db_t *db, u32 ordinal) {
     return index;
 }
 
+const char *db_index_get_file_list_filename(const db_index_t *index) {
+    return index->type == DB_INDEX_TYPE_FILE_LIST ? static_cast<const db_index_file_list_t *>(index)->filename
+                                                  : "";
+}
+
 // --- Looking up --------------------------------------------------------------------------------------------
 
 static bool _db_index_is_text(const char *text, const char *other) {

@@ -71,6 +71,8 @@ db_index_t *db_index_alloc(db_index_type_t type);
 // Appends it to the database's list, and gives it its place.
 void _db_index_add(db_t *db, db_index_t *index, u32 out_of_date);
 db_index_t *db_index_get(const db_t *db, u32 ordinal);
+// The file of a file list; empty for other sources.
+const char *db_index_get_file_list_filename(const db_index_t *index);
 
 // The source that equals what is asked for, texts byte by byte; 0 for none. Of several volumes the first that
 // is not out of date, or else the first.

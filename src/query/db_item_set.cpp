@@ -19,21 +19,32 @@ static void _db_item_set_clear(db_item_set_t *set) {
     std::memset(set->bits, 0, size);
 }
 
-db_item_set_t *db_item_set_create(const array_t *items) {
-    db_item_set_t *set = static_cast<db_item_set_t *>(mem_alloc(sizeof *set));
-    mem_ref_t first = ~static_cast<mem_ref_t>(0), last = 0;
+void db_item_set_widen(const array_t *items, mem_ref_t *first, mem_ref_t *last) {
+    mem_ref_t lowest = *first, highest = *last;
     for (u32 page = 0; page < items->page_count; page++) {
         const u32 *values = array_page_values(items->pages[page]);
         for (u32 i = 0; i < items->pages[page]->item_count; i++) {
-            first = values[i] < first ? values[i] : first;
-            last = values[i] > last ? values[i] : last;
+            lowest = values[i] < lowest ? values[i] : lowest;
+            highest = values[i] > highest ? values[i] : highest;
         }
     }
+    *first = lowest;
+    *last = highest;
+}
+
+db_item_set_t *db_item_set_create_range(mem_ref_t first, mem_ref_t last) {
+    db_item_set_t *set = static_cast<db_item_set_t *>(mem_alloc(sizeof *set));
     set->free = db_item_set_free;
-    set->first = items->count != 0 ? first / SET_WORD * SET_WORD : 0;
-    set->end = items->count != 0 ? last + 1 : 0;
+    set->first = first <= last ? first / SET_WORD * SET_WORD : 0;
+    set->end = first <= last ? last + 1 : 0;
     _db_item_set_clear(set);
     return set;
+}
+
+db_item_set_t *db_item_set_create(const array_t *items) {
+    mem_ref_t first = ~static_cast<mem_ref_t>(0), last = 0;
+    db_item_set_widen(items, &first, &last);
+    return db_item_set_create_range(first, last);
 }
 
 db_item_set_t *db_item_set_create_like(const db_item_set_t *set) {

@@ -21,6 +21,10 @@ struct db_item_set_t : db_term_data_t {
 
 // An empty set for the items of an array.
 db_item_set_t *db_item_set_create(const array_t *items);
+// An empty set for items from one reference to another, both included; none where `first` is above `last`.
+db_item_set_t *db_item_set_create_range(mem_ref_t first, mem_ref_t last);
+// Widens a range of references to those that an array holds. The empty range is ~0 and 0.
+void db_item_set_widen(const array_t *items, mem_ref_t *first, mem_ref_t *last);
 // An empty set for the same items as another one.
 db_item_set_t *db_item_set_create_like(const db_item_set_t *set);
 // Adds what is in a set for the same items.
@@ -47,6 +51,10 @@ inline bool db_item_set_has_shared(const db_item_set_t *set, mem_ref_t item) {
 inline void db_item_set_add(db_item_set_t *set, mem_ref_t item) {
     u32 bit = (item - set->first) / 2;
     set->bits[bit / 64] |= static_cast<u64>(1) << bit % 64;
+}
+inline void db_item_set_remove(db_item_set_t *set, mem_ref_t item) {
+    u32 bit = (item - set->first) / 2;
+    set->bits[bit / 64] &= ~(static_cast<u64>(1) << bit % 64);
 }
 inline void db_item_set_add_shared(db_item_set_t *set, mem_ref_t item) {
     u32 bit = (item - set->first) / 2;

@@ -11,10 +11,9 @@
 namespace findwright {
 
 struct db_itemref_t {
-    db_query_t *query; // 0 once the query has gone
     db_itemref_t *next, *prev;
     mem_ref_t item; // 0: an empty reference
-    i32 index;      // where it stands in the results; -1 unknown, -2 it was looked for and is none of them
+    i32 index;      // its place in the results; -1: not known, -2: it was looked for and is none of them
 };
 
 // An empty reference.

@@ -2,8 +2,11 @@
 
 #include "base/mem.h"
 #include "base/utf8.h"
+#include "db/db_file.h"
 #include "os/debug.h"
 #include "os/event.h"
+#include "query/db_ghost.h"
+#include "query/db_itemref.h"
 #include "query/db_query_internal.h"
 #include "query/db_result_internal.h"
 
@@ -11,6 +14,8 @@
 #include <new>
 
 namespace findwright {
+
+static constexpr u32 SUM_AHEAD = 16; // records that are asked of the memory before they are needed
 
 static void _db_query_results_changed_proc(void *param);
 static void _db_query_status_changed_proc(void *param);
@@ -65,6 +70,7 @@ static void *_db_query_link(db_query_t *query) {
 
 void _db_query_post_results_changed(db_query_t *query) {
     query->result_cursor = {};
+    db_itemref_forget_indexes(query);
     if (query->notify_pending)
         return;
     query->notify_pending = 1;
@@ -77,10 +83,27 @@ static void _db_query_drop_results_changed(db_query_t *query) {
     query->notify_pending = query->notify_again = 0;
 }
 
+// What is selected must have been kept, or be of no use any more.
 static void _db_query_clear_results(db_query_t *query) {
+    array_clear(&query->history_results);
     array_clear(&query->folder_results);
     array_clear(&query->file_results);
+    bit_array_reset(&query->selection, 0);
+    query->history_kind = DB_HISTORY_NONE;
+    query->folders_first = 1;
+    query->sorted = 0;
     query->result_cursor = {};
+    query->total_result_size = query->total_selection_size = 0;
+    query->total_result_count = query->total_selection_count = 0;
+}
+
+// Everything that names a record.
+static void _db_query_forget_items(db_query_t *query) {
+    _db_query_clear_results(query);
+    _db_selection_clear(query);
+    db_itemref_clear_all(query);
+    array_clear(&query->ghost_folders);
+    array_clear(&query->ghost_files);
 }
 
 static void _db_query_free_deferred(db_query_t *query) {
@@ -115,11 +138,43 @@ static void _db_query_status_changed(db_query_link_t *link) {
 static void _db_query_rebuild_started(db_query_link_t *link) {
     db_query_t *query = _db_query(link);
     db_query_free_terms(query);
-    _db_query_clear_results(query);
+    _db_query_forget_items(query);
     db_extended_info_clear(query->extended_info);
     _db_query_drop_results_changed(query);
-    query->sorted = 0;
     event_post(_db_query_rebuilt_notification_proc, link);
+}
+
+static const char *_db_query_get_busy_text(db_query_link_t *link, db_worker_kind_t kind, i32 *x, i32 *y) {
+    db_query_t *query = _db_query(link);
+    *x = query->dialog_x;
+    *y = query->dialog_y;
+    const std::atomic<u32> *cancel = kind == DB_WORKER_SEARCH ? &query->cancel_search
+                                     : kind == DB_WORKER_SORT ? &query->cancel_sort
+                                                              : &query->cancel_fileinfo;
+    if (!query->is_ui || *cancel)
+        return nullptr;
+    return kind == DB_WORKER_SEARCH ? "Cancel current query?"
+           : kind == DB_WORKER_SORT ? "Cancel current sort?"
+                                    : "Cancel current read extended information?";
+}
+
+static void _db_query_cancel(void *param) {
+    db_query_t *query = _db_query(param);
+    query->cancel_search = query->cancel_sort = query->cancel_fileinfo = 1;
+}
+
+// A worker has ended early. A search leaves nothing behind; results that a sort left in some order are
+// brought into that of the names, which needs no time.
+static void _db_query_cancelled(db_query_link_t *link, db_worker_kind_t kind) {
+    db_query_t *query = _db_query(link);
+    if (kind == DB_WORKER_SEARCH) {
+        db_query_free_terms(query);
+        _db_query_clear_results(query);
+        _db_selection_clear(query);
+    } else if (kind == DB_WORKER_SORT) {
+        query->requested_sort = DB_SORT_NAME_ASCENDING;
+        db_sort_results(query, DB_SORT_NAME_ASCENDING);
+    }
 }
 
 static void _db_query_load_complete(db_query_link_t *link) {
@@ -137,8 +192,8 @@ static void _db_query_load_complete(db_query_link_t *link) {
 }
 
 static const db_query_hooks_t _db_query_hooks = {
-    _db_query_wait_ended,      _db_query_ready,         _db_query_status_changed,
-    _db_query_rebuild_started, _db_query_load_complete,
+    _db_query_get_busy_text, _db_query_cancel,         _db_query_cancelled,       _db_query_wait_ended,
+    _db_query_ready,         _db_query_status_changed, _db_query_rebuild_started, _db_query_load_complete,
 };
 
 // --- Creation and end --------------------------------------------------------------------------------------
@@ -164,15 +219,20 @@ db_query_t *db_query_create(db_t *db, bool is_ui, db_query_callback_t *callback,
 
 void db_destroy_query(db_query_t *query) {
     db_t *db = query->db;
-    query->cancel_search = query->cancel_sort = 1;
+    _db_query_cancel(_db_query_link(query));
     if (db->loaded)
         db_wait(db, "db_destroy_query");
     db_query_free_terms(query);
+    _db_query_forget_items(query);
+    db_extended_info_destroy(query->extended_info);
     for (event_proc_t *proc : _db_query_events)
         event_remove(proc, _db_query_link(query));
-    array_kill(&query->folder_results);
-    array_kill(&query->file_results);
-    db_extended_info_destroy(query->extended_info);
+    for (array_t *array : {&query->history_results, &query->folder_results, &query->file_results,
+                           &query->ghost_folders, &query->ghost_files})
+        array_kill(array);
+    bit_array_kill(&query->selection);
+    if (query->status_text)
+        mem_free(query->status_text);
     _db_query_free_deferred(query);
     db_remove_query(db, query);
     if (db->worker_query == query)
@@ -236,6 +296,25 @@ static bool _db_query_finds_all(const db_query_t *query) {
     return folder && file && !folder->link && folder->op == DB_OP_TRUE && file->op == DB_OP_TRUE;
 }
 
+// The sizes of all files found. Folders are not counted.
+static void _db_query_sum_results(db_query_t *query) {
+    u32 start = os_get_tick_count();
+    const array_t *files = &query->file_results;
+    u64 total = 0;
+    for (u32 page = 0; page < files->page_count && !query->cancel_search; page++) {
+        const u32 *values = array_page_values(files->pages[page]);
+        for (u32 i = 0, count = files->pages[page]->item_count; i < count; i++) {
+            if (i + SUM_AHEAD < count)
+                __builtin_prefetch(db_item(values[i + SUM_AHEAD]));
+            u64 size = db_file_get_size(query->db, db_item(values[i]));
+            total += size == VALUE_UNKNOWN ? 0 : size;
+        }
+    }
+    query->total_result_size = total;
+    query->total_result_count = files->count;
+    debug_printf("total size %I64u, calculated in %f seconds\n", total, os_get_tick_count() - start);
+}
+
 // The name arrays are scanned whatever the order: their records lie in memory one behind the other, and they
 // have words. What is found is sorted afterwards.
 static void _db_search_thread_proc(void *param) {
@@ -247,16 +326,22 @@ static void _db_search_thread_proc(void *param) {
         fast_flag != 0 && arrays.files ? query->requested_sort & ~DB_SORT_DESCENDING : DB_SORT_NAME_ASCENDING;
     if (!arrays.files)
         arrays = db_get_sorted_arrays(db, 0);
-    query->folders_first = 1;
     debug_printf("SET SORT %d\n", query->sort);
     if (!query->cancel_search)
         db_search_folders(query, arrays.folders);
     if (!query->cancel_search)
         db_search_files(query, arrays.files);
+    bool has_ghosts = !query->cancel_search && _db_ghost_merge(query);
+    if (!query->cancel_search && query->calculate_total_size)
+        _db_query_sum_results(query);
     if (!query->cancel_search) {
-        query->sorted = 1;
+        query->sorted = !has_ghosts; // they stand behind the others, in no order
         db_sort_results(query, query->requested_sort);
     }
+    bit_array_t *selection = &query->selection;
+    if (selection->size !=
+        _db_query_count_results(query)) // cancelled: what was kept waits for the next search
+        bit_array_reset(selection, _db_query_count_results(query));
     _db_query_post_results_changed(query);
     event_post(_db_ready_proc, db);
 }
@@ -280,11 +365,19 @@ void db_query_search(db_query_t *query, const db_query_params_t *params) {
                  params->filter_search ? params->filter_search : "", params->sort);
     db_wait(db, "db_query_search");
     _db_query_drop_results_changed(query);
+    if (params->clear_selection) {
+        _db_selection_clear(query);
+        db_itemref_clear_all(query);
+    } else {
+        _db_selection_keep(query);
+    }
     db_query_free_terms(query);
     _db_query_clear_results(query);
-    query->requested_sort = params->sort;
-    query->sorted = 0;
-    query->cancel_search = query->cancel_sort = 0;
+    query->requested_sort = params->sort < DB_SORT_COUNT ? params->sort : 0u;
+    query->dialog_x = params->dialog_x;
+    query->dialog_y = params->dialog_y;
+    query->calculate_total_size = params->calculate_total_size && db->layout.flags & DB_FLAG_SIZE;
+    query->cancel_search = query->cancel_sort = query->cancel_fileinfo = 0;
     _db_query_compile(query, params);
     db_start_worker(db, query, DB_WORKER_SEARCH, _db_search_thread_proc, query);
 }
@@ -299,6 +392,7 @@ static void _db_sort_thread_proc(void *param) {
 }
 
 void db_sort(db_query_t *query, u32 sort, i32 dialog_x, i32 dialog_y) {
+    sort = sort < DB_SORT_COUNT ? sort : 0u;
     if (!query->db->loaded) {
         query->requested_sort = query->deferred.sort = sort;
         return;
@@ -312,6 +406,29 @@ void db_sort(db_query_t *query, u32 sort, i32 dialog_x, i32 dialog_y) {
     db_start_worker(query->db, query, DB_WORKER_SORT, _db_sort_thread_proc, query);
 }
 
+// Orders by what is read of the file system are made anew.
+static bool _db_query_reads_sort(const db_query_t *query) {
+    u32 flags = query->db->layout.flags;
+    switch (query->requested_sort & ~DB_SORT_DESCENDING) {
+    case DB_SORT_SIZE_ASCENDING: return !(flags & DB_FLAG_SIZE);
+    case DB_SORT_TYPE_ASCENDING: return true;
+    case DB_SORT_DATE_CREATED_ASCENDING: return !(flags & DB_FLAG_DATE_CREATED);
+    case DB_SORT_DATE_MODIFIED_ASCENDING: return !(flags & DB_FLAG_DATE_MODIFIED);
+    case DB_SORT_DATE_ACCESSED_ASCENDING: return !(flags & DB_FLAG_DATE_ACCESSED);
+    case DB_SORT_ATTRIBUTES_ASCENDING: return !(flags & DB_FLAG_ATTRIBUTES);
+    default: return false;
+    }
+}
+
+void db_refresh(db_query_t *query) {
+    if (!_db_query_begin_read(query, "db_refresh"))
+        return;
+    db_extended_info_clear(query->extended_info);
+    if (_db_query_reads_sort(query))
+        query->sorted = 0;
+    db_sort(query, query->requested_sort, query->dialog_x, query->dialog_y);
+}
+
 u32 db_get_sort(const db_query_t *query) {
     return query->requested_sort;
 }
@@ -320,111 +437,47 @@ bool db_cancel_query(db_query_t *query) {
     db_t *db = query->db;
     if (!db->loaded || !db->thread || !db->worker_query || os_thread_wait(db->thread, 0) != OS_WAIT_TIMEOUT)
         return false;
-    query->cancel_search = query->cancel_sort = 1;
+    _db_query_cancel(_db_query_link(query));
     bool own = db->worker_query == query;
     db_worker_kind_t kind = db->worker_kind;
     db_wait(db, "db_cancel_query");
-    if (own && kind == DB_WORKER_SEARCH) {
-        db_query_free_terms(query);
-        _db_query_clear_results(query);
-    } else if (own && kind == DB_WORKER_SORT) {
-        query->requested_sort = DB_SORT_NAME_ASCENDING;
-        db_sort_results(query, DB_SORT_NAME_ASCENDING);
-    }
+    if (own)
+        _db_query_cancelled(query, kind);
     _db_query_drop_results_changed(query);
     _db_query_post_results_changed(query);
     return true;
 }
 
-// --- Results -----------------------------------------------------------------------------------------------
-
-bool _db_query_begin_read(db_query_t *query, const char *name) {
-    if (!query->db->loaded)
-        return false;
-    db_wait(query->db, name);
-    return true;
+bool db_query_is_busy(const db_query_t *query) {
+    return query->db->busy_count > 0;
 }
 
-u32 db_get_result_count(db_query_t *query) {
-    if (!_db_query_begin_read(query, "db_get_result_count"))
-        return 0;
-    return query->folder_results.count + query->file_results.count;
+bool db_query_is_loaded(const db_query_t *query) {
+    return query->db->loaded != 0;
 }
 
-u32 db_get_folder_result_count(db_query_t *query) {
-    return _db_query_begin_read(query, "db_get_folder_result_count") ? query->folder_results.count : 0;
-}
+// --- Status ------------------------------------------------------------------------------------------------
 
-u32 db_get_file_result_count(db_query_t *query) {
-    return _db_query_begin_read(query, "db_get_file_result_count") ? query->file_results.count : 0;
-}
-
-// The array that holds a result, and the result's place in it; 0 for a bad index.
-static const array_t *_db_query_locate(const db_query_t *query, i32 index, u32 *place) {
-    const array_t *first = query->folders_first ? &query->folder_results : &query->file_results;
-    const array_t *second = query->folders_first ? &query->file_results : &query->folder_results;
-    if (index < 0)
-        return nullptr;
-    *place = static_cast<u32>(index);
-    if (*place < first->count)
-        return first;
-    *place -= first->count;
-    return *place < second->count ? second : nullptr;
-}
-
-const db_item_t *db_get_result_item(db_query_t *query, i32 index) {
-    u32 place;
-    if (!_db_query_begin_read(query, "db_get_result_item"))
-        return nullptr;
-    const array_t *array = _db_query_locate(query, index, &place);
-    if (!array)
-        return nullptr;
-    auto &cursor = query->result_cursor;
-    if (cursor.array == array && cursor.index + 1 == place) { // rows are mostly read in order
-        cursor.value = array_next(array, &cursor.page, &cursor.position);
-        cursor.index = place;
-    } else if (cursor.array != array || cursor.index != place) {
-        cursor.value = array_get(array, place, &cursor.page, &cursor.position);
-        cursor.index = place;
-        cursor.array = array;
+void _db_query_set_status(db_query_t *query, const char *text) {
+    char *old;
+    {
+        std::lock_guard lock(*query->db->status_cs);
+        old = query->status_text;
+        query->status_text = text ? utf8_alloc_copy(text) : nullptr;
     }
-    return db_item(cursor.value);
+    if (old)
+        mem_free(old);
+    event_post(_db_query_status_changed_proc, _db_query_link(query));
 }
 
-void db_get_result_full_path_name(db_query_t *query, i32 index, utf8_buf_t *out) {
-    const db_item_t *item = db_get_result_item(query, index);
-    if (item)
-        db_item_get_full_path_name(out, item);
-    else
-        utf8_buf_empty(out);
-}
-
-void db_get_result_path(db_query_t *query, i32 index, utf8_buf_t *out) {
-    const db_item_t *item = db_get_result_item(query, index);
-    if (item)
-        db_item_get_path(out, item);
-    else
-        utf8_buf_empty(out);
-}
-
-void db_get_result_name(db_query_t *query, i32 index, utf8_buf_t *out) {
-    const db_item_t *item = db_get_result_item(query, index);
-    u32 length = 0;
-    const char *name = item ? db_item_get_name(item, &length) : "";
-    utf8_buf_copy_utf8(out, name, length);
-}
-
-bool db_is_folder_result(db_query_t *query, i32 index) {
-    u32 place;
-    if (!_db_query_begin_read(query, "db_is_folder_result"))
-        return true;
-    const array_t *array = _db_query_locate(query, index, &place);
-    return array != &query->file_results;
-}
-
-bool db_is_root_result(db_query_t *query, i32 index) {
-    const db_item_t *item = db_get_result_item(query, index);
-    return item && db_is_root(item);
+void db_query_get_status_text(db_query_t *query, utf8_buf_t *out) {
+    {
+        std::lock_guard lock(*query->db->status_cs);
+        utf8_buf_copy_string(out, query->status_text);
+        if (query->status_text)
+            return;
+    }
+    db_get_status(query->db, out, nullptr);
 }
 
 } // namespace findwright

@@ -84,8 +84,8 @@ struct db_query_t : db_query_link_t {
     array_t history_results; // of what history_kind tells
     array_t folder_results;
     array_t file_results;
-    // What is selected, by result index. While a search or a sort makes new results, what was selected waits
-    // in `kept_selection`, items in the order of their references (db_selection.h).
+    // What is selected, by result index. While a search or a sort makes new results, the items that were
+    // selected wait in `kept_selection` (db_selection.h).
     bit_array_t selection;
     mem_ref_t *kept_selection;
     u32 kept_selection_count;

@@ -28,6 +28,9 @@ void _db_query_get_result_arrays(db_query_t *query, array_t *out[3]);
 // What a value of one of the result arrays stands for.
 db_result_t _db_query_get_value_result(const db_query_t *query, const array_t *array, u32 value);
 
+// The result index of an item, or -1.
+i32 _db_query_find_item(db_query_t *query, mem_ref_t item);
+
 // --- The selection (db_selection.cpp) ----------------------------------------------------------------------
 
 void _db_selection_clear(db_query_t *query); // and what is kept

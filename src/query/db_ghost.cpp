@@ -1,0 +1,104 @@
+#include "query/db_ghost.h"
+
+#include "base/mem.h"
+#include "os/os.h"
+#include "query/db_item_set.h"
+#include "query/db_result_internal.h"
+
+#include <algorithm>
+
+namespace findwright {
+
+static int _db_ghost_compare(u32 value, const void *key) {
+    mem_ref_t item = *static_cast<const mem_ref_t *>(key);
+    return value < item ? -1 : value > item;
+}
+
+static bool _db_ghost_has(const db_query_t *query, mem_ref_t item) {
+    return array_exists(&query->ghost_folders, _db_ghost_compare, &item) ||
+           array_exists(&query->ghost_files, _db_ghost_compare, &item);
+}
+
+// Fills an array from references of any order.
+static void _db_ghost_fill(array_t *array, mem_ref_t *items, u32 count) {
+    std::sort(items, items + count);
+    array_set_from_memory(array, items, count);
+}
+
+void db_ghost_selection(db_query_t *query) {
+    if (!_db_query_begin_read(query, "db_ghost_selection"))
+        return;
+    u32 count = query->selection.count, folder_count = 0, file_count = 0;
+    // Folders from the front, files behind them.
+    mem_ref_t *items = static_cast<mem_ref_t *>(mem_alloc((static_cast<size_t>(count) + 1) * sizeof *items));
+    for (u32 i = bit_array_next(&query->selection, 0); i < query->selection.size;
+         i = bit_array_next(&query->selection, i + 1)) {
+        db_result_t result;
+        db_get_result(query, static_cast<i32>(i), &result);
+        items[result.is_folder ? folder_count++ : count - ++file_count] = mem_ref(result.item);
+    }
+    _db_ghost_fill(&query->ghost_folders, items, folder_count);
+    _db_ghost_fill(&query->ghost_files, items + folder_count, file_count);
+    mem_free(items);
+}
+
+bool db_is_ghost_result(db_query_t *query, i32 index) {
+    if (!_db_query_begin_read(query, "db_is_ghost_result"))
+        return false;
+    const db_item_t *item = db_get_result_item(query, index);
+    return item && _db_ghost_has(query, mem_ref(item));
+}
+
+void db_clear_ghosts(db_query_t *query) {
+    if (!_db_query_begin_read(query, "db_clear_ghosts"))
+        return;
+    array_clear(&query->ghost_folders);
+    array_clear(&query->ghost_files);
+}
+
+void db_ghost_remove(db_query_t *query, const db_item_t *item) {
+    mem_ref_t key = mem_ref(item);
+    array_remove_exists(&query->ghost_folders, _db_ghost_compare, &key);
+    array_remove_exists(&query->ghost_files, _db_ghost_compare, &key);
+}
+
+// Adds those ghosts behind the results that are not among them.
+static bool _db_ghost_add_missing(array_t *results, const array_t *ghosts) {
+    if (ghosts->count == 0)
+        return false;
+    db_item_set_t *known = db_item_set_create(ghosts), *found = db_item_set_create_like(known);
+    u32 page = 0, value;
+    for (i32 position = -1; array_next_to(ghosts, &page, &position, &value);)
+        db_item_set_add(known, value);
+    page = 0;
+    for (i32 position = -1; array_next_to(results, &page, &position, &value);) {
+        if (db_item_set_has(known, value))
+            db_item_set_add(found, value);
+    }
+    array_t missing;
+    array_init(&missing);
+    u32 *cursor = nullptr, *end = nullptr;
+    page = 0;
+    for (i32 position = -1; array_next_to(ghosts, &page, &position, &value);) {
+        if (db_item_set_has(found, value))
+            continue;
+        if (cursor == end)
+            cursor = array_builder_new_page(&missing, &end);
+        *cursor++ = value;
+    }
+    array_builder_finish(&missing, cursor, end);
+    bool is_changed = missing.count != 0;
+    array_take_pages(results, &missing);
+    array_kill(&missing);
+    db_item_set_free(known);
+    db_item_set_free(found);
+    return is_changed;
+}
+
+bool _db_ghost_merge(db_query_t *query) {
+    bool folders = _db_ghost_add_missing(&query->folder_results, &query->ghost_folders);
+    bool files = _db_ghost_add_missing(&query->file_results, &query->ghost_files);
+    return folders || files;
+}
+
+} // namespace findwright
