@@ -140,7 +140,7 @@ static void *_db_show_wait_dialog(db_t *db) {
         return nullptr;
     i32 x, y;
     if (!query->hooks->get_busy_text(query, db->worker_kind, &x, &y) ||
-        os_thread_wait(db->thread, DB_WAIT_DIALOG_DELAY) != OS_WAIT_TIMEOUT)
+        os_thread_wait(db->thread, db_wait_dialog->delay) != OS_WAIT_TIMEOUT)
         return nullptr;
     const char *text = query->hooks->get_busy_text(query, db->worker_kind, &x, &y);
     return text ? db_wait_dialog->show(x, y, text, query->hooks->cancel, query) : nullptr;

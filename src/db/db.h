@@ -51,6 +51,7 @@ struct db_query_link_t {
 // The busy dialog, which is shown while the main thread waits long for the worker of a window's query. The
 // desktop fills the table; 0 without one.
 struct db_wait_dialog_t {
+    u32 delay; // milliseconds of waiting before it is shown: DB_WAIT_DIALOG_DELAY, in tests less
     // Shows it, on a thread of its own, with a text and a Cancel button, which calls cancel(param) on that
     // thread.
     void *(*show)(i32 x, i32 y, const char *text, void (*cancel)(void *param), void *param);
@@ -58,7 +59,7 @@ struct db_wait_dialog_t {
     bool (*close)(void *dialog);
 };
 extern const db_wait_dialog_t *db_wait_dialog;
-inline constexpr u32 DB_WAIT_DIALOG_DELAY = 1000; // milliseconds
+inline constexpr u32 DB_WAIT_DIALOG_DELAY = 1000;
 
 // What the database asks of the code that keeps it true to its sources and settings (index/db_lifecycle.h).
 // Main thread, with no worker at work.

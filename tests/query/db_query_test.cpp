@@ -2,11 +2,13 @@
 #include "query/db_query.h"
 
 #include "os/event.h"
+#include "os/os.h"
 #include "support/test_db.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 
 namespace findwright {
 namespace {
@@ -215,6 +217,94 @@ TEST(DbQuery, QueriesComeAndGoInAnyState) {
         EXPECT_EQ(11111u, count); // 1, 1x, 1xx, 1xxx, 1xxxx
         db_destroy_query(queries[i]);
     }
+    db_destroy(db);
+}
+
+// A dialog whose user presses Cancel as soon as it is there, or never.
+struct fake_dialog_t {
+    static inline bool press, is_open;
+    static inline u32 shown;
+    static inline i32 x, y;
+    static inline std::string text;
+    static void *show(i32 at_x, i32 at_y, const char *of, void (*cancel)(void *), void *param) {
+        shown++;
+        is_open = true;
+        x = at_x;
+        y = at_y;
+        text = of;
+        if (press)
+            cancel(param);
+        return &text;
+    }
+    static bool close(void *dialog) {
+        EXPECT_EQ(&text, dialog);
+        is_open = false;
+        return press;
+    }
+};
+
+// A worker of a query that takes longer than anybody wants to wait, unless it is cancelled.
+struct slow_worker_t {
+    db_query_t *query;
+    std::atomic<u32> *cancel;
+    u32 milliseconds;
+};
+void slow_worker_proc(void *param) {
+    auto *worker = static_cast<slow_worker_t *>(param);
+    os_event_t *never = os_event_create();
+    for (u32 i = 0; i < worker->milliseconds && !*worker->cancel; i += 10)
+        os_event_wait(never, 10);
+    os_event_destroy(never);
+    event_post(_db_ready_proc, worker->query->db);
+}
+
+TEST(DbQuery, ALongWaitAsksWhetherToCancel) {
+    static const db_wait_dialog_t dialog = {100, fake_dialog_t::show, fake_dialog_t::close};
+    const struct {
+        bool is_ui, press;
+        db_worker_kind_t kind;
+        u32 milliseconds;
+        const char *text; // 0: no dialog
+        u32 results;
+    } cases[] = {
+        {false, true, DB_WORKER_SORT, 300, nullptr, 3},
+        {true, true, DB_WORKER_SORT, 10, nullptr, 3},
+        {true, false, DB_WORKER_SORT, 300, "Cancel current sort?", 3},
+        {true, true, DB_WORKER_SORT, 60000, "Cancel current sort?", 3},
+        {true, true, DB_WORKER_SEARCH, 60000, "Cancel current query?", 0},
+        {true, true, DB_WORKER_OTHER, 60000, "Cancel current read extended information?", 3},
+    };
+    db_wait_dialog = &dialog;
+    db_t *db = test_db_create({test_volume_from_paths({"b", "a"})}, TEST_FLAGS_ALL);
+    for (const auto &c : cases) {
+        db_query_t *query = db_query_create(db, c.is_ui, nullptr, nullptr);
+        run(query, "", DB_SORT_NAME_DESCENDING);
+        db_wait(db, "test");
+        query->dialog_x = 12;
+        query->dialog_y = 34;
+        query->cancel_search = query->cancel_sort = query->cancel_fileinfo = 0;
+        fake_dialog_t::press = c.press;
+        fake_dialog_t::shown = 0;
+        slow_worker_t worker = {query,
+                                c.kind == DB_WORKER_SEARCH ? &query->cancel_search
+                                : c.kind == DB_WORKER_SORT ? &query->cancel_sort
+                                                           : &query->cancel_fileinfo,
+                                c.milliseconds};
+        db_start_worker(db, query, c.kind, slow_worker_proc, &worker);
+        EXPECT_EQ(c.results, db_get_result_count(query)) << c.text;
+        EXPECT_EQ(c.text != nullptr, fake_dialog_t::shown == 1);
+        EXPECT_FALSE(fake_dialog_t::is_open);
+        if (c.text) {
+            EXPECT_EQ(c.text, fake_dialog_t::text);
+            EXPECT_EQ(12, fake_dialog_t::x);
+            EXPECT_EQ(34, fake_dialog_t::y);
+        }
+        bool back_to_names = c.press && c.text && c.kind == DB_WORKER_SORT;
+        EXPECT_EQ(back_to_names ? DB_SORT_NAME_ASCENDING : DB_SORT_NAME_DESCENDING, db_get_sort(query));
+        wait_idle(db);
+        db_destroy_query(query);
+    }
+    db_wait_dialog = nullptr;
     db_destroy(db);
 }
 
