@@ -6,15 +6,18 @@
 
 namespace findwright {
 
-// The references of a set begin at a multiple of what one word of bits stands for.
-static constexpr mem_ref_t SET_WORD = 128;
+u32 db_item_set_get_shift(const db_layout_t *layout) {
+    u32 columns =
+        layout->file_data_size < layout->folder_data_size ? layout->file_data_size : layout->folder_data_size;
+    return ((DB_ITEM_HEAD + columns + 3) & ~3u) >= 16 ? 2 : DB_ITEM_SET_SHIFT;
+}
 
-static size_t _db_item_set_words(const db_item_set_t *set) {
-    return static_cast<size_t>(set->end - set->first) / SET_WORD + 1;
+size_t db_item_set_get_word_count(const db_item_set_t *set) {
+    return (static_cast<size_t>(set->end - set->first) >> set->shift) / 64 + 1;
 }
 
 static void _db_item_set_clear(db_item_set_t *set) {
-    size_t size = _db_item_set_words(set) * sizeof(u64);
+    size_t size = db_item_set_get_word_count(set) * sizeof(u64);
     set->bits = static_cast<u64 *>(mem_alloc(size));
     std::memset(set->bits, 0, size);
 }
@@ -32,10 +35,11 @@ void db_item_set_widen(const array_t *items, mem_ref_t *first, mem_ref_t *last) 
     *last = highest;
 }
 
-db_item_set_t *db_item_set_create_range(mem_ref_t first, mem_ref_t last) {
+db_item_set_t *db_item_set_create_range(mem_ref_t first, mem_ref_t last, u32 shift) {
     db_item_set_t *set = static_cast<db_item_set_t *>(mem_alloc(sizeof *set));
     set->free = db_item_set_free;
-    set->first = first <= last ? first / SET_WORD * SET_WORD : 0;
+    set->shift = shift;
+    set->first = first <= last ? first >> shift >> 6 << 6 << shift : 0;
     set->end = first <= last ? last + 1 : 0;
     _db_item_set_clear(set);
     return set;
@@ -55,7 +59,7 @@ db_item_set_t *db_item_set_create_like(const db_item_set_t *set) {
 }
 
 void db_item_set_merge(db_item_set_t *set, const db_item_set_t *from) {
-    size_t words = _db_item_set_words(set);
+    size_t words = db_item_set_get_word_count(set);
     for (size_t i = 0; i < words; i++)
         set->bits[i] |= from->bits[i];
 }

@@ -259,7 +259,7 @@ static void _db_decide_folders_proc(void *param, u32 part, u32 parts) {
 }
 
 static bool _db_set_is_empty(const db_item_set_t *set) {
-    size_t words = static_cast<size_t>(set->end - set->first) / 128 + 1;
+    size_t words = db_item_set_get_word_count(set);
     return std::all_of(set->bits, set->bits + words, [](u64 bits) { return bits == 0; });
 }
 

@@ -79,6 +79,19 @@ static mem_ref_t _db_get_history_item(db_history_kind_t kind, u32 value) {
                                              : mem_ptr<const db_run_history_ptr_t>(value)->item;
 }
 
+// Appends to a builder.
+static void _db_append(array_t *picked, const u32 *values, u32 count, u32 **cursor, u32 **end) {
+    while (count != 0) {
+        if (*cursor == *end)
+            *cursor = array_builder_new_page(picked, end);
+        u32 room = static_cast<u32>(*end - *cursor), piece = count < room ? count : room;
+        std::memcpy(*cursor, values, piece * sizeof *values);
+        *cursor += piece;
+        values += piece;
+        count -= piece;
+    }
+}
+
 static void _db_add_all(db_item_set_t *set, const array_t *results) {
     for (u32 page = 0; page < results->page_count; page++) {
         const u32 *values = array_page_values(results->pages[page]);
@@ -99,7 +112,7 @@ static db_item_set_t *_db_get_result_set(const db_query_t *query) {
         first = item < first ? item : first;
         last = item > last ? item : last;
     }
-    db_item_set_t *set = db_item_set_create_range(first, last);
+    db_item_set_t *set = db_item_set_create_range(first, last, db_item_set_get_shift(&query->db->layout));
     _db_add_all(set, &query->folder_results);
     _db_add_all(set, &query->file_results);
     page = 0;
@@ -115,25 +128,32 @@ struct _db_walk_t {
     array_t *picked; // one per part
 };
 
+// No branch on what the set says, which nobody can predict: every value is written, and stays where it is a
+// member.
+static u32 _db_pick(const db_item_set_t *set, const array_page_t *page, bool reversed, u32 *out) {
+    const u32 *values = array_page_values(page);
+    const db_item_set_t members = *set;
+    u32 count = page->item_count, picked = 0;
+    for (u32 i = 0; i < count; i++) {
+        u32 value = values[reversed ? count - 1 - i : i];
+        out[picked] = value;
+        u32 is_known = value >= members.first && value < members.end;
+        u32 bit = is_known ? (value - members.first) >> members.shift : 0;
+        picked += is_known & static_cast<u32>(members.bits[bit / 64] >> bit % 64 & 1);
+    }
+    return picked;
+}
+
 static void _db_walk_proc(void *param, u32 part, u32 parts) {
     const _db_walk_t *walk = static_cast<const _db_walk_t *>(param);
-    const db_item_set_t set = *walk->set;
     u64 pages = walk->source->page_count;
-    u32 *cursor = nullptr, *end = nullptr;
+    u32 *cursor = nullptr, *end = nullptr, picks[ARRAY_PAGE_VALUES];
     array_t *picked = &walk->picked[part];
     array_init(picked);
     for (u64 step = pages * part / parts; step < pages * (part + 1) / parts; step++) {
         const array_page_t *page = walk->source->pages[walk->reversed ? pages - 1 - step : step];
-        const u32 *values = array_page_values(page);
-        u32 count = page->item_count;
-        for (u32 i = 0; i < count; i++) {
-            u32 value = values[walk->reversed ? count - 1 - i : i];
-            if (!db_item_set_has(&set, value))
-                continue;
-            if (cursor == end)
-                cursor = array_builder_new_page(picked, &end);
-            *cursor++ = value;
-        }
+        u32 count = _db_pick(walk->set, page, walk->reversed, picks);
+        _db_append(picked, picks, count, &cursor, &end);
     }
     array_builder_finish(picked, cursor, end);
 }
@@ -162,9 +182,7 @@ static void _db_walk_history(const array_t *source, db_history_kind_t kind, db_i
         if (!db_item_set_has(set, item))
             continue;
         db_item_set_remove(set, item);
-        if (cursor == end)
-            cursor = array_builder_new_page(results, &end);
-        *cursor++ = value;
+        _db_append(results, &value, 1, &cursor, &end);
     }
     array_builder_finish(results, cursor, end);
 }

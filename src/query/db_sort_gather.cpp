@@ -10,6 +10,7 @@
 #include "index/db_order.h"
 #include "os/debug.h"
 #include "os/os.h"
+#include "os/os_folder.h"
 #include "os/os_parallel.h"
 #include "query/db_sort_internal.h"
 
@@ -191,6 +192,12 @@ static bool _db_gather_is_canceled(const _db_gather_t *gather) {
     return true;
 }
 
+// A folder is one, whatever is known of it.
+static void _db_gather_mark_folders(_db_gather_t *gather) {
+    for (u32 i = 0; i < gather->count; i++)
+        gather->keys[i] |= OS_ATTRIBUTE_FOLDER;
+}
+
 // Keys of a column that the records do not have. False when it was cancelled.
 static bool _db_gather_files(_db_gather_t *gather) {
     debug_printf("find uncached items...\n");
@@ -210,6 +217,8 @@ static bool _db_gather_files(_db_gather_t *gather) {
         os_parallel(os_get_thread_count(reads.count, READS_PER_THREAD), _db_gather_reads_proc, &reads);
     }
     mem_free(reads.reads);
+    if (gather->is_folder && gather->sort == DB_SORT_ATTRIBUTES_ASCENDING)
+        _db_gather_mark_folders(gather);
     return !_db_gather_is_canceled(gather);
 }
 
