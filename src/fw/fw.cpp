@@ -7,6 +7,7 @@
 #include "fw/fw_options.h"
 #include "fw/fw_output.h"
 #include "fw/fw_plan.h"
+#include "fw/fw_progress.h"
 #include "fw/fw_search.h"
 #include "index/db_create.h"
 #include "os/event.h"
@@ -16,6 +17,8 @@
 #include "query/db_sort_name.h"
 
 namespace findwright {
+
+static constexpr u32 PROGRESS_DELAY = 500; // milliseconds that a search is silent on a terminal
 
 static bool _fw_write_console(void *, int descriptor, const void *bytes, u32 size) {
     return os_console_write(descriptor, bytes, size);
@@ -33,28 +36,17 @@ static void _fw_print(const fw_io_t *io, int descriptor, const std::string &text
 
 // --- The index ---------------------------------------------------------------------------------------------
 
-static u32 _fw_column_flag(fw_column_t column) {
-    switch (column) {
-    case FW_COLUMN_SIZE: return DB_FLAG_SIZE;
-    case FW_COLUMN_DATE_MODIFIED: return DB_FLAG_DATE_MODIFIED;
-    case FW_COLUMN_DATE_CREATED: return DB_FLAG_DATE_CREATED;
-    case FW_COLUMN_DATE_ACCESSED: return DB_FLAG_DATE_ACCESSED;
-    case FW_COLUMN_ATTRIBUTES: return DB_FLAG_ATTRIBUTES;
-    default: return 0;
-    }
-}
-
-// The columns that are printed or sorted by, and the array of the order.
+// The columns that are printed or sorted by, and the array of the order where there is one for it.
 static u32 _fw_index_flags(const fw_options_t *options) {
     u32 fast = db_sort_get_fast_flag(options->sort);
-    u32 flags = fast;
+    u32 flags = fast != ~0u ? fast : 0;
     for (u32 column = DB_FLAG_SIZE, sort = DB_FLAG_FAST_SIZE; column <= DB_FLAG_ATTRIBUTES;
          column <<= 1, sort <<= 1) {
         if (fast == sort)
             flags |= column;
     }
     for (fw_column_t column : options->columns)
-        flags |= _fw_column_flag(column);
+        flags |= fw_columns[column].index_flag;
     return flags;
 }
 
@@ -63,7 +55,7 @@ struct _fw_client_t {
     db_t *db;
     db_query_t *query;
     bool results_ready;
-    bool progress_shown;
+    fw_progress_t progress;
 };
 
 static void _fw_show_progress(_fw_client_t *client) {
@@ -71,11 +63,9 @@ static void _fw_show_progress(_fw_client_t *client) {
     utf8_buf_init(&status);
     utf8_buf_init(&detail);
     db_get_status(client->db, &status, &detail);
-    if (status.length != 0 || client->progress_shown) {
-        std::string line = std::string("\r") + status.data + " " + detail.data + "\x1b[K";
-        _fw_print(client->io, 2, status.length != 0 ? line : "\r\x1b[K");
-        client->progress_shown = status.length != 0;
-    }
+    db_query_get_status_text(client->query, &status);
+    fw_progress_show(&client->progress,
+                     status.length != 0 ? std::string(status.data) + " " + detail.data : "");
     utf8_buf_kill(&status);
     utf8_buf_kill(&detail);
 }
@@ -84,7 +74,7 @@ static void _fw_callback(void *user_data, u32 code) {
     _fw_client_t *client = static_cast<_fw_client_t *>(user_data);
     if (code == DB_QUERY_RESULTS_CHANGED && client->db->loaded)
         client->results_ready = true;
-    if (code == DB_QUERY_STATUS_CHANGED && client->io->error_is_terminal)
+    if (code == DB_QUERY_STATUS_CHANGED)
         _fw_show_progress(client);
 }
 
@@ -155,14 +145,6 @@ static void _fw_start_search(const fw_options_t *options, const fw_search_t *sea
     db_query_search(query, &params);
 }
 
-// Only a database that was loaded can lack an order.
-static void _fw_warn_of_order(const _fw_client_t *client, const fw_options_t *options) {
-    if (!db_get_sorted_arrays(client->db, db_sort_get_fast_flag(options->sort)).files)
-        _fw_print(client->io, 2,
-                  std::string("fw: the database has no order by ") + db_sort_get_name(options->sort) +
-                      "; results stand in name order\n");
-}
-
 static int _fw_explain(const _fw_client_t *client) {
     utf8_buf_t text;
     utf8_buf_init(&text);
@@ -172,25 +154,35 @@ static int _fw_explain(const _fw_client_t *client) {
     return FW_FOUND;
 }
 
+// Not by a wait for the worker, which would show no progress. A search that is over at once shows none.
+static void _fw_wait_for_results(_fw_client_t *client, const fw_options_t *options) {
+    std::string text = "Searching...";
+    if (options->sort != DB_SORT_NAME_ASCENDING)
+        text = std::string("Searching, sorting by ") + db_sort_get_name(options->sort) + "...";
+    while (!client->results_ready) {
+        if (!event_wait_and_dispatch(PROGRESS_DELAY) && !client->progress.is_shown)
+            fw_progress_show(&client->progress, text);
+    }
+    fw_progress_clear(&client->progress);
+}
+
 // Searches what the database holds, and prints. Returns the exit status.
 static int _fw_search(_fw_client_t *client, const fw_options_t *options, const fw_search_t *search,
                       const fw_load_t *load, const db_rebuild_stats_t *rebuild) {
     u32 start = os_get_tick_count();
     _fw_start_search(options, search, client->query);
+    _fw_wait_for_results(client, options);
     u32 count = db_get_result_count(client->query);
     u32 search_time = os_get_tick_count() - start;
-    while (!client->results_ready)
-        event_wait_and_dispatch(OS_INFINITE);
     if (options->explain)
         return _fw_explain(client);
-    if (!options->count)
-        _fw_warn_of_order(client, options);
     if (options->stats)
         _fw_print_stats(client, load, rebuild, search_time);
     if (options->count)
         _fw_print(client->io, 1, std::to_string(count) + "\n");
     else
-        fw_output_results(options, client->query, client->io); // a closed pipe ends quietly
+        fw_output_results(options, client->query, client->io,
+                          &client->progress); // a closed pipe ends quietly
     return count != 0 ? FW_FOUND : FW_NOT_FOUND;
 }
 
@@ -202,7 +194,7 @@ static int _fw_fail(const fw_io_t *io, const std::string &error) {
 static int _fw_run_plan(const fw_options_t *options, fw_plan_t *plan, const fw_search_t *search,
                         const fw_io_t *io) {
     _fw_print(io, 2, plan->warnings + search->warnings);
-    _fw_client_t client = {io, db_create(), nullptr, false, false};
+    _fw_client_t client = {io, db_create(), nullptr, false, {io, false}};
     client.query = db_query_create(client.db, false, _fw_callback, &client);
     db_rebuild_stats_t rebuild = {};
     fw_load_t load = {client.db, plan->database, false, false, 0};
@@ -226,6 +218,11 @@ int fw_run(u32 count, const char *const *arguments, const fw_io_t *io) {
     case FW_PARSE_DONE: _fw_print(io, 1, message); return FW_FOUND;
     case FW_PARSE_ERROR: _fw_print(io, 2, message); return FW_ERROR;
     default: break;
+    }
+    if (options.count || options.explain) { // no order and no column is seen
+        options.columns.clear();
+        options.has_sort = true;
+        options.sort = DB_SORT_NAME_ASCENDING;
     }
     config_init(FW_PIXELS_PER_INCH);
     fw_plan_t plan;

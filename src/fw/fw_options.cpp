@@ -9,16 +9,6 @@
 
 namespace findwright {
 
-const char *const fw_column_names[FW_COLUMN_COUNT] = {"name", "path", "full", "size",
-                                                      "dm",   "dc",   "da",   "attributes"};
-
-// The orders that results can be had in.
-static constexpr u32 sorts[] = {
-    DB_SORT_NAME_ASCENDING,          DB_SORT_PATH_ASCENDING,         DB_SORT_SIZE_ASCENDING,
-    DB_SORT_EXTENSION_ASCENDING,     DB_SORT_DATE_CREATED_ASCENDING, DB_SORT_DATE_MODIFIED_ASCENDING,
-    DB_SORT_DATE_ACCESSED_ASCENDING, DB_SORT_ATTRIBUTES_ASCENDING,
-};
-
 static bool _fw_cut_suffix(std::string *text, const std::string &suffix) {
     if (text->size() <= suffix.size() ||
         text->compare(text->size() - suffix.size(), suffix.size(), suffix) != 0)
@@ -27,35 +17,29 @@ static bool _fw_cut_suffix(std::string *text, const std::string &suffix) {
     return true;
 }
 
+static std::string _fw_list_orders() {
+    std::string names;
+    for (u32 sort = 0; sort < DB_SORT_COUNT; sort += 2)
+        names += std::string(sort == 0 ? "" : ", ") + db_sort_get_name(sort);
+    return names;
+}
+
 static u32 _fw_parse_sort(std::string text) {
     u32 direction = _fw_cut_suffix(&text, "-descending") ? DB_SORT_DESCENDING : 0u;
     if (direction == 0)
         _fw_cut_suffix(&text, "-ascending");
-    std::string known;
-    for (u32 sort : sorts) {
-        if (text == db_sort_get_name(sort))
-            return sort | direction;
-        known += std::string(known.empty() ? "" : ", ") + db_sort_get_name(sort);
-    }
-    throw CLI::ValidationError("--sort", "there is no order '" + text + "'; the orders are " + known +
-                                             ", each with -ascending or -descending");
+    u32 sort;
+    if (!db_sort_find_name(text.c_str(), &sort))
+        throw CLI::ValidationError("--sort", "there is no order '" + text + "'; the orders are " +
+                                                 _fw_list_orders() + ", each with -ascending or -descending");
+    return sort | direction;
 }
 
 static std::vector<fw_column_t> _fw_parse_columns(const std::string &text) {
     std::vector<fw_column_t> columns;
-    for (size_t start = 0; start <= text.size();) {
-        size_t end = std::min(text.find(',', start), text.size());
-        std::string name = text.substr(start, end - start);
-        u32 column = 0;
-        while (column < FW_COLUMN_COUNT && name != fw_column_names[column])
-            column++;
-        if (column == FW_COLUMN_COUNT)
-            throw CLI::ValidationError(
-                "--columns", "there is no column '" + name +
-                                 "'; the columns are name, path, full, size, dm, dc, da and attributes");
-        columns.push_back(static_cast<fw_column_t>(column));
-        start = end + 1;
-    }
+    std::string error = fw_column_parse_list(text, &columns);
+    if (!error.empty())
+        throw CLI::ValidationError("--columns", error);
     return columns;
 }
 
@@ -154,14 +138,13 @@ fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const 
     auto *files = app.add_flag("--files", options->files_only, "only files")->group("Matching");
     app.add_flag("--folders", options->folders_only, "only folders")->group("Matching")->excludes(files);
     _fw_add_list_options(&app, options);
-    app.add_option("--sort", sort,
-                   "name, path, size, extension, date-created, date-modified, date-accessed, attributes")
+    app.add_option("--sort", sort, _fw_list_orders())
         ->type_name("NAME[-ascending|-descending]")
         ->group("Results");
     app.add_option("--offset", options->offset, "skip the first N results")->type_name("N")->group("Results");
     app.add_option("-n,--max", options->max, "print at most N results")->type_name("N")->group("Results");
     app.add_flag("--count", options->count, "print only the number of results")->group("Results");
-    app.add_option("--columns", columns, "of name,path,full,size,dm,dc,da,attributes (default full)")
+    app.add_option("--columns", columns, "of " + fw_column_list_names(",", ",") + " (default full)")
         ->type_name("LIST")
         ->group("Results");
     auto *null_flag = app.add_flag("-0,--null", null, "end each name with a NUL")->group("Output");

@@ -1,25 +1,12 @@
 // The console client's options.
 #pragma once
 
-#include "base/types.h"
+#include "fw/fw_column.h"
 
 #include <string>
 #include <vector>
 
 namespace findwright {
-
-enum fw_column_t : u32 {
-    FW_COLUMN_NAME,
-    FW_COLUMN_PATH,
-    FW_COLUMN_FULL,
-    FW_COLUMN_SIZE,
-    FW_COLUMN_DATE_MODIFIED,
-    FW_COLUMN_DATE_CREATED,
-    FW_COLUMN_DATE_ACCESSED,
-    FW_COLUMN_ATTRIBUTES,
-    FW_COLUMN_COUNT,
-};
-extern const char *const fw_column_names[FW_COLUMN_COUNT]; // as options, keys and headers have them
 
 enum fw_format_t : u32 { FW_FORMAT_TEXT, FW_FORMAT_NULL, FW_FORMAT_JSON, FW_FORMAT_CSV };
 

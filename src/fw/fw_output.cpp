@@ -2,9 +2,8 @@
 
 #include "base/utf8.h"
 #include "base/utf8_buf.h"
-#include "db/db_file.h"
-#include "db/db_folder.h"
 #include "fw/fw_path.h"
+#include "fw/fw_rows.h"
 #include "os/os.h"
 #include "query/db_highlight.h"
 
@@ -16,61 +15,21 @@ namespace findwright {
 static constexpr size_t FLUSH_SIZE = 65536;
 static constexpr u32 TEXT_WIDTH_MAX = 50; // a text column that others follow is padded up to here
 static constexpr u32 DATE_WIDTH = 19;     // of "2026-11-21 06:30:00"
+static constexpr i32 ROWS_AT_ONCE = 512;  // are read, and printed
 
-// --- Values ------------------------------------------------------------------------------------------------
-
-static u64 _fw_get_number(const db_t *db, const db_item_t *item, bool is_folder, fw_column_t column) {
-    switch (column) {
-    case FW_COLUMN_SIZE: return is_folder ? db_folder_get_size(db, item) : db_file_get_size(db, item);
-    case FW_COLUMN_DATE_MODIFIED:
-        return is_folder ? db_folder_get_date_modified(db, item) : db_file_get_date_modified(db, item);
-    case FW_COLUMN_DATE_CREATED:
-        return is_folder ? db_folder_get_date_created(db, item) : db_file_get_date_created(db, item);
-    case FW_COLUMN_DATE_ACCESSED:
-        return is_folder ? db_folder_get_date_accessed(db, item) : db_file_get_date_accessed(db, item);
-    default: return VALUE_UNKNOWN;
-    }
-}
-
-static u32 _fw_get_attributes(const db_t *db, const db_item_t *item, bool is_folder) {
-    return is_folder ? db_folder_get_attributes(db, item) : db_file_get_attributes(db, item);
+static fw_column_kind_t _fw_get_kind(fw_column_t column) {
+    return fw_columns[column].kind;
 }
 
 static bool _fw_is_text(fw_column_t column) {
-    return column == FW_COLUMN_NAME || column == FW_COLUMN_PATH || column == FW_COLUMN_FULL;
+    return _fw_get_kind(column) == FW_KIND_PLACE || _fw_get_kind(column) == FW_KIND_TEXT;
 }
 
-static bool _fw_is_of_system(const db_item_t *item) {
-    u32 length;
-    const char *root = db_item_get_name(db_get_root(item), &length);
-    return fw_path_is_system_root(root, length);
-}
-
-// Paths of this system are given as its users write them. What belongs to one is told by its root item: the
-// name alone of an item below does not show it.
-static bool _fw_is_for_user(const utf8_buf_t *text, const db_item_t *item, fw_column_t column) {
-    if (column == FW_COLUMN_NAME && !db_item_is_top(item))
-        return _fw_is_of_system(item);
-    return fw_path_is_system_root(text->data, static_cast<u32>(text->length));
-}
-
-static void _fw_get_text(utf8_buf_t *out, const db_item_t *item, fw_column_t column) {
-    u32 length;
-    const char *name = db_item_get_name(item, &length);
-    if (column == FW_COLUMN_NAME)
-        utf8_buf_copy_utf8(out, name, length);
-    else if (column == FW_COLUMN_PATH)
-        db_item_get_path(out, item);
-    else
-        db_item_get_full_path_name(out, item);
-    if (db_item_is_top(item) && column == FW_COLUMN_PATH)
-        return; // nothing holds it
-    if (!_fw_is_for_user(out, item, column))
-        return;
-    if (out->length == 0)
-        fw_path_to_user(out);
-    else
-        fw_name_to_user(out);
+// Attributes as letters; empty where they are not known.
+static void _fw_get_attributes(const fw_row_t *row, utf8_buf_t *out) {
+    char letters[UTF8_ATTRIBUTE_LETTERS_SIZE];
+    utf8_attributes_to_letters(letters, row->info.attributes);
+    utf8_buf_copy_string(out, letters);
 }
 
 // --- Machine forms -----------------------------------------------------------------------------------------
@@ -140,46 +99,54 @@ void fw_output_cat_csv(std::string *out, const char *text, u32 length) {
     *out += '"';
 }
 
-// One value of a machine form; nothing (CSV) or null (JSON) where it is not known.
-static void _fw_cat_value(std::string *out, const db_t *db, const db_item_t *item, bool is_folder,
-                          fw_column_t column, bool json, utf8_buf_t *text) {
+// One value of a machine form; nothing (CSV) or null (JSON) where there is none.
+static void _fw_cat_value(std::string *out, const db_t *db, const fw_row_t *row, fw_column_t column,
+                          bool json, utf8_buf_t *text) {
+    bool is_known = true;
     if (_fw_is_text(column)) {
-        _fw_get_text(text, item, column);
-    } else if (column == FW_COLUMN_ATTRIBUTES) {
-        u32 attributes = _fw_get_attributes(db, item, is_folder);
-        char letters[UTF8_ATTRIBUTE_LETTERS_SIZE];
-        utf8_attributes_to_letters(letters, attributes);
-        utf8_buf_copy_string(text, letters);
-        if (attributes == 0) {
-            *out += json ? "null" : "";
-            return;
-        }
+        is_known = fw_row_get_text(row, column, text);
+    } else if (_fw_get_kind(column) == FW_KIND_ATTRIBUTES) {
+        _fw_get_attributes(row, text);
+        is_known = text->length != 0;
     } else {
-        u64 value = _fw_get_number(db, item, is_folder, column);
+        u64 value = fw_row_get_number(row, db, column);
         *out += value != VALUE_UNKNOWN ? std::to_string(value) : json ? "null" : "";
         return;
     }
-    (json ? fw_output_cat_json : fw_output_cat_csv)(out, text->data, static_cast<u32>(text->length));
+    if (is_known)
+        (json ? fw_output_cat_json : fw_output_cat_csv)(out, text->data, static_cast<u32>(text->length));
+    else
+        *out += json ? "null" : "";
 }
 
 static void _fw_cat_json_row(std::string *out, const fw_options_t *options, const db_t *db,
-                             const db_item_t *item, bool is_folder, utf8_buf_t *text) {
+                             const fw_row_t *row, utf8_buf_t *text) {
     *out += '{';
     for (fw_column_t column : options->columns) {
-        ((*out += '"') += fw_column_names[column]) += "\":";
-        _fw_cat_value(out, db, item, is_folder, column, true, text);
+        ((*out += '"') += fw_columns[column].key) += "\":";
+        _fw_cat_value(out, db, row, column, true, text);
         *out += ',';
     }
-    *out += is_folder ? "\"type\":\"folder\"}" : "\"type\":\"file\"}";
+    *out += row->is_folder ? "\"type\":\"folder\"}" : "\"type\":\"file\"}";
 }
 
 static void _fw_cat_csv_row(std::string *out, const fw_options_t *options, const db_t *db,
-                            const db_item_t *item, bool is_folder, utf8_buf_t *text) {
+                            const fw_row_t *row, utf8_buf_t *text) {
     for (fw_column_t column : options->columns) {
-        _fw_cat_value(out, db, item, is_folder, column, false, text);
+        _fw_cat_value(out, db, row, column, false, text);
         *out += ',';
     }
-    *out += is_folder ? "folder\n" : "file\n";
+    *out += row->is_folder ? "folder\n" : "file\n";
+}
+
+// The first column that is text, and the full path without one.
+static void _fw_cat_null_row(std::string *out, const fw_options_t *options, const fw_row_t *row,
+                             utf8_buf_t *text) {
+    fw_column_t column = FW_COLUMN_FULL;
+    for (size_t i = options->columns.size(); i-- > 0;)
+        column = _fw_is_text(options->columns[i]) ? options->columns[i] : column;
+    fw_row_get_text(row, column, text);
+    out->append(text->data, static_cast<size_t>(text->length) + 1);
 }
 
 // --- Text --------------------------------------------------------------------------------------------------
@@ -216,62 +183,71 @@ static void _fw_make_harmless(utf8_buf_t *text) {
     }
 }
 
-// A column's cell as text, for the screen.
-static void _fw_get_cell(utf8_buf_t *out, const db_t *db, const db_item_t *item, bool is_folder,
-                         fw_column_t column, bool terminal) {
-    if (_fw_is_text(column)) {
-        _fw_get_text(out, item, column);
-        if (terminal)
-            _fw_make_harmless(out);
-        return;
-    }
-    utf8_buf_empty(out);
-    if (column == FW_COLUMN_ATTRIBUTES) {
-        char letters[UTF8_ATTRIBUTE_LETTERS_SIZE];
-        utf8_attributes_to_letters(letters, _fw_get_attributes(db, item, is_folder));
-        utf8_buf_copy_string(out, letters);
-        return;
-    }
-    u64 value = _fw_get_number(db, item, is_folder, column);
-    if (value == VALUE_UNKNOWN)
-        return;
-    if (column == FW_COLUMN_SIZE)
-        utf8_buf_printf(out, "%I64u", value); // plain digits, the same in every locale
-    else
-        utf8_buf_format_iso_date(out, os_file_time_to_local(value));
-}
-
-// How wide a column is printed: 0 leaves it as it comes.
-static u32 _fw_get_width(const fw_options_t *options, db_query_t *query, i32 first, i32 end, size_t place,
-                         bool terminal) {
-    fw_column_t column = options->columns[place];
-    if (_fw_is_text(column) && place + 1 == options->columns.size())
-        return 0;
-    if (column == FW_COLUMN_DATE_MODIFIED || column == FW_COLUMN_DATE_CREATED ||
-        column == FW_COLUMN_DATE_ACCESSED)
-        return DATE_WIDTH;
-    utf8_buf_t cell;
-    utf8_buf_init(&cell);
-    u32 width = 1;
-    for (i32 i = first; i < end; i++) {
-        bool is_folder = db_is_folder_result(query, i);
-        _fw_get_cell(&cell, query->db, db_get_result_item(query, i), is_folder, column, terminal);
-        width = std::max(width, _fw_display_width(cell.data, static_cast<u32>(cell.length)));
-    }
-    utf8_buf_kill(&cell);
-    return _fw_is_text(column) ? std::min(width, TEXT_WIDTH_MAX) : width;
-}
-
 // What the rows of a text are made with.
 struct _fw_text_t {
     const fw_options_t *options;
     db_query_t *query;
     bool is_screen; // the output is, or will be, on a terminal
     bool has_color;
-    std::vector<u32> widths;
+    std::vector<u32> widths; // 0 leaves a column as it comes
     utf8_buf_t cell;
     db_highlight_t highlight;
 };
+
+// A column's cell as text, for the screen.
+static void _fw_get_cell(_fw_text_t *text, const fw_row_t *row, fw_column_t column) {
+    utf8_buf_t *out = &text->cell;
+    if (_fw_is_text(column)) {
+        fw_row_get_text(row, column, out);
+        if (text->is_screen)
+            _fw_make_harmless(out);
+        return;
+    }
+    utf8_buf_empty(out);
+    if (_fw_get_kind(column) == FW_KIND_ATTRIBUTES) {
+        _fw_get_attributes(row, out);
+        return;
+    }
+    u64 value = fw_row_get_number(row, text->query->db, column);
+    if (value == VALUE_UNKNOWN)
+        return;
+    if (_fw_get_kind(column) == FW_KIND_NUMBER)
+        utf8_buf_printf(out, "%I64u", value); // plain digits, the same in every locale
+    else
+        utf8_buf_format_iso_date(out, os_file_time_to_local(value));
+}
+
+static u32 _fw_get_cell_width(const _fw_text_t *text) {
+    return _fw_display_width(text->cell.data, static_cast<u32>(text->cell.length));
+}
+
+// Whether a column is as wide as its widest cell. Dates have one width, and nothing stands behind the last
+// text.
+static bool _fw_is_measured(const fw_options_t *options, size_t place) {
+    fw_column_t column = options->columns[place];
+    return _fw_get_kind(column) != FW_KIND_DATE &&
+           !(_fw_is_text(column) && place + 1 == options->columns.size());
+}
+
+static void _fw_start_widths(_fw_text_t *text) {
+    for (size_t i = 0; i < text->options->columns.size(); i++) {
+        bool is_date = _fw_get_kind(text->options->columns[i]) == FW_KIND_DATE;
+        text->widths.push_back(is_date ? DATE_WIDTH : _fw_is_measured(text->options, i) ? 1 : 0);
+    }
+}
+
+static void _fw_measure_row(_fw_text_t *text, const fw_row_t *row) {
+    for (size_t i = 0; i < text->widths.size(); i++) {
+        fw_column_t column = text->options->columns[i];
+        if (!_fw_is_measured(text->options, i))
+            continue;
+        _fw_get_cell(text, row, column);
+        u32 width = _fw_get_cell_width(text);
+        if (_fw_is_text(column))
+            width = std::min(width, TEXT_WIDTH_MAX);
+        text->widths[i] = std::max(text->widths[i], width);
+    }
+}
 
 static bool _fw_wants_color(const fw_options_t *options, const fw_io_t *io) {
     const char *no_color = std::getenv("NO_COLOR"); // set by users for all programs
@@ -285,7 +261,8 @@ static bool _fw_wants_color(const fw_options_t *options, const fw_io_t *io) {
 
 // The text of a column, which is in `cell` already, with what matched set off. It becomes what the user
 // reads piece by piece, since the pieces may change their lengths.
-static void _fw_cat_highlighted(std::string *out, _fw_text_t *text, i32 index, fw_column_t column) {
+static void _fw_cat_highlighted(std::string *out, _fw_text_t *text, const fw_row_t *row, i32 index,
+                                fw_column_t column) {
     static constexpr char MARK[] = "\x1b[1;31m", END[] = "\x1b[0m";
     db_highlight_t *highlight = &text->highlight;
     if (column == FW_COLUMN_FULL)
@@ -298,7 +275,7 @@ static void _fw_cat_highlighted(std::string *out, _fw_text_t *text, i32 index, f
         out->append(piece->data, static_cast<size_t>(piece->length));
         return;
     }
-    bool is_for_user = _fw_is_for_user(&highlight->text, db_get_result_item(text->query, index), column);
+    bool is_for_user = fw_row_is_for_user(row, column, &highlight->text);
     auto append = [&](u32 start, u32 end) {
         utf8_buf_copy_utf8(piece, highlight->text.data + start, end - start);
         if (is_for_user)
@@ -318,22 +295,21 @@ static void _fw_cat_highlighted(std::string *out, _fw_text_t *text, i32 index, f
     append(end, static_cast<u32>(highlight->text.length));
 }
 
-static void _fw_cat_text_row(std::string *out, _fw_text_t *text, i32 index) {
+static void _fw_cat_text_row(std::string *out, _fw_text_t *text, const fw_row_t *row, i32 index) {
     const std::vector<fw_column_t> &columns = text->options->columns;
     for (size_t i = 0; i < columns.size(); i++) {
         fw_column_t column = columns[i];
-        _fw_get_cell(&text->cell, text->query->db, db_get_result_item(text->query, index),
-                     db_is_folder_result(text->query, index), column, text->is_screen);
-        u32 width = _fw_display_width(text->cell.data, static_cast<u32>(text->cell.length));
+        _fw_get_cell(text, row, column);
+        u32 width = _fw_get_cell_width(text);
         std::string padding(width < text->widths[i] ? text->widths[i] - width : 0, ' ');
-        bool last = i + 1 == columns.size();
-        if (column == FW_COLUMN_SIZE)
+        bool last = i + 1 == columns.size(), is_number = _fw_get_kind(column) == FW_KIND_NUMBER;
+        if (is_number)
             *out += padding;
-        if (text->has_color && _fw_is_text(column))
-            _fw_cat_highlighted(out, text, index, column);
+        if (text->has_color && _fw_get_kind(column) == FW_KIND_PLACE)
+            _fw_cat_highlighted(out, text, row, index, column);
         else
             out->append(text->cell.data, static_cast<size_t>(text->cell.length));
-        if (column != FW_COLUMN_SIZE && !last)
+        if (!is_number && !last)
             *out += padding;
         *out += last ? "\n" : "  ";
     }
@@ -341,54 +317,124 @@ static void _fw_cat_text_row(std::string *out, _fw_text_t *text, i32 index) {
 
 // --- All rows ----------------------------------------------------------------------------------------------
 
-bool fw_output_results(const fw_options_t *options, db_query_t *query, const fw_io_t *io) {
-    u64 count = db_get_result_count(query);
-    i32 first = static_cast<i32>(std::min(options->offset, count));
-    i32 end = static_cast<i32>(std::min(options->max, count - first) + first);
-    _fw_text_t rows = {options, query, io->output_is_terminal, _fw_wants_color(options, io), {}, {}, {}};
-    // Colours that are asked for where no terminal is will reach one, through a pager.
-    rows.is_screen |= rows.has_color;
-    utf8_buf_init(&rows.cell);
-    db_highlight_init(&rows.highlight);
-    for (size_t i = 0; options->format == FW_FORMAT_TEXT && i < options->columns.size(); i++)
-        rows.widths.push_back(_fw_get_width(options, query, first, end, i, rows.is_screen));
+struct _fw_output_t {
+    const fw_options_t *options;
+    const fw_io_t *io;
+    fw_progress_t *progress;
+    fw_rows_t rows;
+    i32 first, end; // the window
+    // No progress is shown any more: all rows have been gone through once, so nothing takes long; or what is
+    // printed shows it, on a terminal or in a pager that stands there.
+    bool is_quiet;
+    _fw_text_t text;
+    std::string bytes;
+};
 
-    std::string out;
-    utf8_buf_t &text = rows.cell;
-    if (options->format == FW_FORMAT_JSON)
-        out = "[";
-    if (options->format == FW_FORMAT_CSV) {
-        for (fw_column_t column : options->columns)
-            (out += fw_column_names[column]) += ',';
-        out += "type\n";
+// Takes up the rows from `start` on, as many as are read at once. Their end.
+static i32 _fw_read_rows(_fw_output_t *output, i32 start) {
+    if (!output->is_quiet && fw_rows_is_slow(&output->rows)) {
+        i64 percent = static_cast<i64>(start - output->first) * 100 / (output->end - output->first);
+        fw_progress_show(output->progress, "Reading columns... " + std::to_string(percent) + "%");
     }
-    bool open = true;
-    for (i32 i = first; i < end && open; i++) {
-        bool is_folder = db_is_folder_result(query, i);
-        const db_item_t *item = db_get_result_item(query, i);
-        switch (options->format) {
-        case FW_FORMAT_JSON:
-            out += i == first ? "\n" : ",\n";
-            _fw_cat_json_row(&out, options, query->db, item, is_folder, &text);
-            break;
-        case FW_FORMAT_CSV: _fw_cat_csv_row(&out, options, query->db, item, is_folder, &text); break;
-        case FW_FORMAT_NULL:
-            _fw_get_text(&text, item,
-                         _fw_is_text(options->columns[0]) ? options->columns[0] : FW_COLUMN_FULL);
-            out.append(text.data, static_cast<size_t>(text.length) + 1);
-            break;
-        default: _fw_cat_text_row(&out, &rows, i); break;
-        }
-        if (out.size() >= FLUSH_SIZE) {
-            open = io->write(io->user_data, 1, out.data(), static_cast<u32>(out.size()));
-            out.clear();
+    i32 end = std::min(output->end - start, ROWS_AT_ONCE) + start;
+    fw_rows_read(&output->rows, start, end);
+    return end;
+}
+
+// Takes up no other columns than those whose widths are asked for, so that the first row does not wait for
+// all dates.
+static void _fw_measure(_fw_output_t *output) {
+    const fw_options_t *options = output->options;
+    std::vector<fw_column_t> measured;
+    for (size_t i = 0; i < options->columns.size(); i++) {
+        if (_fw_is_measured(options, i))
+            measured.push_back(options->columns[i]);
+    }
+    _fw_start_widths(&output->text);
+    fw_rows_init(&output->rows, output->rows.query, measured);
+    for (i32 start = output->first; !measured.empty() && start < output->end;) {
+        start = _fw_read_rows(output, start);
+        for (const fw_row_t &row : output->rows.rows)
+            _fw_measure_row(&output->text, &row);
+    }
+    output->is_quiet = fw_rows_is_slow(&output->rows);
+    fw_rows_init(&output->rows, output->rows.query, options->columns);
+}
+
+// False when the output is closed.
+static bool _fw_flush(_fw_output_t *output) {
+    fw_progress_clear(output->progress);
+    output->is_quiet = true;
+    const std::string &bytes = output->bytes;
+    bool open = output->io->write(output->io->user_data, 1, bytes.data(), static_cast<u32>(bytes.size()));
+    output->bytes.clear();
+    return open;
+}
+
+static void _fw_cat_row(_fw_output_t *output, const fw_row_t *row, i32 index) {
+    const fw_options_t *options = output->options;
+    const db_t *db = output->rows.query->db;
+    std::string *out = &output->bytes;
+    utf8_buf_t *text = &output->text.cell;
+    switch (options->format) {
+    case FW_FORMAT_JSON:
+        *out += index == output->first ? "\n" : ",\n";
+        _fw_cat_json_row(out, options, db, row, text);
+        break;
+    case FW_FORMAT_CSV: _fw_cat_csv_row(out, options, db, row, text); break;
+    case FW_FORMAT_NULL: _fw_cat_null_row(out, options, row, text); break;
+    default: _fw_cat_text_row(out, &output->text, row, index); break;
+    }
+}
+
+static void _fw_cat_start(_fw_output_t *output) {
+    if (output->options->format == FW_FORMAT_JSON)
+        output->bytes = "[";
+    if (output->options->format != FW_FORMAT_CSV)
+        return;
+    for (fw_column_t column : output->options->columns)
+        (output->bytes += fw_columns[column].key) += ',';
+    output->bytes += "type\n";
+}
+
+// False when the output is closed.
+static bool _fw_write_all(_fw_output_t *output) {
+    if (output->options->format == FW_FORMAT_TEXT)
+        _fw_measure(output);
+    _fw_cat_start(output);
+    for (i32 start = output->first; start < output->end;) {
+        i32 index = start;
+        start = _fw_read_rows(output, start);
+        for (const fw_row_t &row : output->rows.rows) {
+            _fw_cat_row(output, &row, index++);
+            if (output->bytes.size() >= FLUSH_SIZE && !_fw_flush(output))
+                return false;
         }
     }
-    if (options->format == FW_FORMAT_JSON)
-        out += first == end ? "]\n" : "\n]\n";
-    db_highlight_kill(&rows.highlight);
-    utf8_buf_kill(&rows.cell);
-    return open && io->write(io->user_data, 1, out.data(), static_cast<u32>(out.size()));
+    if (output->options->format == FW_FORMAT_JSON)
+        output->bytes += output->first == output->end ? "]\n" : "\n]\n";
+    return _fw_flush(output);
+}
+
+bool fw_output_results(const fw_options_t *options, db_query_t *query, const fw_io_t *io,
+                       fw_progress_t *progress) {
+    _fw_output_t output = {options, io, progress, {}, 0, 0, false, {}, {}};
+    fw_rows_init(&output.rows, query, options->columns);
+    u64 count = db_get_result_count(query);
+    output.first = static_cast<i32>(std::min(options->offset, count));
+    output.end = static_cast<i32>(std::min(options->max, count - output.first) + output.first);
+    _fw_text_t *text = &output.text;
+    text->options = options;
+    text->query = query;
+    text->has_color = _fw_wants_color(options, io);
+    // Colours that are asked for where no terminal is will reach one, through a pager.
+    text->is_screen = io->output_is_terminal || text->has_color;
+    utf8_buf_init(&text->cell);
+    db_highlight_init(&text->highlight);
+    bool open = _fw_write_all(&output);
+    db_highlight_kill(&text->highlight);
+    utf8_buf_kill(&text->cell);
+    return open;
 }
 
 } // namespace findwright

@@ -7,7 +7,6 @@
 #include "query/bookmark.h"
 #include "query/db_query.h"
 #include "query/db_search_expand.h"
-#include "query/db_sort_name.h"
 #include "query/filter.h"
 
 namespace findwright {
@@ -69,15 +68,9 @@ static u32 _fw_get_match_flags(const fw_options_t *options, const bookmark_t *bo
            (DB_MATCH_CASE | DB_MATCH_WHOLE_WORD | DB_MATCH_PATH | DB_MATCH_DIACRITICS | DB_MATCH_REGEX);
 }
 
-static void _fw_take_sort(fw_search_t *search, fw_options_t *options, const bookmark_t *bookmark) {
-    u32 sort = bookmark->sort | (bookmark->flags & BOOKMARK_DESCENDING ? DB_SORT_DESCENDING : 0u);
-    if (options->has_sort || !(bookmark->flags & BOOKMARK_HAS_SORT))
-        return;
-    if (db_sort_get_fast_flag(sort) != ~0u)
-        options->sort = sort;
-    else
-        search->warnings += std::string("fw: the bookmark's order, ") + db_sort_get_name(sort) +
-                            ", cannot be had; results stand in name order\n";
+static void _fw_take_sort(fw_options_t *options, const bookmark_t *bookmark) {
+    if (!options->has_sort && bookmark->flags & BOOKMARK_HAS_SORT)
+        options->sort = bookmark->sort | (bookmark->flags & BOOKMARK_DESCENDING ? DB_SORT_DESCENDING : 0u);
 }
 
 // --files and --folders stand in front of a filter, which keeps its meaning as a whole.
@@ -105,7 +98,7 @@ static std::string _fw_make(fw_search_t *search, fw_options_t *options) {
         bookmark = bookmark_find_by_name(options->bookmark.c_str());
         if (!bookmark)
             return _fw_tell_unknown("bookmark", options->bookmark, bookmark_head);
-        _fw_take_sort(search, options, bookmark);
+        _fw_take_sort(options, bookmark);
     }
     if (!options->filter.empty()) {
         filter = filter_find_by_name(options->filter.c_str());

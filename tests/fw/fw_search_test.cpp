@@ -20,7 +20,7 @@ struct fw_search : fw_sources {
                              "Largest,,,,size,1,text,\n"
                              "expression,\"^(a|g)\",1,1,,,,\n"
                              "all,\"\",,,name,1,nothing,\n"
-                             "runs,text:,,,run-count,,,\n"
+                             "kinds,file:,,,file-list-filename,1,,\n"
                              "cased,ALPHA,1,,,,,cased\n");
     }
     // The names that a run prints, files only unless told.
@@ -79,6 +79,7 @@ TEST_F(fw_search, Bookmarks) {
         const char *names;
     } cases[] = {
         {{"--bookmark", "largest"}, "alpha.txt beta.txt delta.txt "},
+        {{"--bookmark", "kinds"}, "gamma.pdf delta.txt beta.txt alpha.txt "},
         {{"--bookmark", "largest", "--sort", "name-descending"}, "delta.txt beta.txt alpha.txt "},
         {{"--bookmark", "Largest", "--filter", "deep", "--files"}, "gamma.pdf "},
         {{"--bookmark", "Largest", "beta|gamma"}, "beta.txt "},
@@ -95,8 +96,6 @@ TEST_F(fw_search, Bookmarks) {
         EXPECT_EQ(c.names, names(c.arguments)) << testing::PrintToString(c.arguments);
     // What a bookmark says and cannot be had is told of.
     std::string error;
-    EXPECT_EQ("alpha.txt beta.txt delta.txt ", names({"--bookmark", "runs"}, &error));
-    EXPECT_EQ("fw: the bookmark's order, run-count, cannot be had; results stand in name order\n", error);
     EXPECT_EQ("gamma.pdf delta.txt beta.txt alpha.txt ", names({"--bookmark", "all", "--files"}, &error));
     EXPECT_EQ("fw: the bookmark's filter, 'nothing', is not there; the results are not filtered\n", error);
 }
@@ -121,7 +120,7 @@ TEST_F(fw_search, UnknownNames) {
                  "either, Names, quoted, open and deep\n");
     expect_error(
         with({"--bookmark", "x"}),
-        "fw: there is no bookmark 'x'; the bookmarks are Largest, expression, all, runs and cased\n");
+        "fw: there is no bookmark 'x'; the bookmarks are Largest, expression, all, kinds and cased\n");
     os_delete_file((folder / "Bookmarks.csv").c_str());
     expect_error(with({"--bookmark", "x"}), "fw: there is no bookmark 'x', nor any other\n");
     expect_error(with({"--filter", ""}), "--filter: a name is missing");

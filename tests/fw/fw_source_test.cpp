@@ -129,17 +129,6 @@ TEST_F(fw_sources, ADatabaseGivesWhatItsSourcesDo) {
     EXPECT_EQ(std::string::npos, stats.find("sort")) << stats;
 }
 
-TEST_F(fw_sources, WhatADatabaseLacks) {
-    save("names.db", 0, false);
-    run_t result = run({"--db", at("names.db"), "--csv", "--columns", "name,size,dm,attributes", "--sort",
-                        "size-descending", "--files"});
-    EXPECT_EQ("name,size,dm,attributes,type\n\"alpha.txt\",,,,file\n\"beta.txt\",,,,file\n"
-              "\"delta.txt\",,,,file\n\"gamma.pdf\",,,,file\n",
-              result.output);
-    EXPECT_EQ("fw: the database has no order by size; results stand in name order\n", result.error);
-    EXPECT_EQ("", run({"--db", at("names.db"), "--sort", "name-descending"}).error);
-}
-
 TEST_F(fw_sources, SettingsOfAFile) {
     const std::string sources = "folders=" + quoted("tree") + "\r\nfilelists=" + quoted("list.fwl") + "," +
                                 quoted("gone.fwl") + "\r\nexclude_folders=" + quoted("tree/skipped") + "\r\n";

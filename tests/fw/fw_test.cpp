@@ -64,8 +64,15 @@ TEST(Fw, ExitStatusAndMessages) {
         {{"--ntfs", text.name, "x"}, FW_ERROR, "cannot find an NTFS volume in "},
         {{"--ntfs", blank.name, "x"}, FW_ERROR, "cannot find an NTFS volume in "},
         {{"--ntfs", ".", "x"}, FW_ERROR, "it is a folder"},
-        {{"--ntfs", sample().name, "--sort", "colour"}, FW_ERROR, "there is no order 'colour'"},
-        {{"--ntfs", sample().name, "--columns", "name,weight"}, FW_ERROR, "there is no column 'weight'"},
+        {{"--ntfs", sample().name, "--sort", "colour"},
+         FW_ERROR,
+         "there is no order 'colour'; the orders are name, path, size, extension, type, date-created, "
+         "date-modified, attributes, file-list-filename, run-count, date-recently-changed, date-accessed, "
+         "date-run, each"},
+        {{"--ntfs", sample().name, "--columns", "name,weight"},
+         FW_ERROR,
+         "there is no column 'weight'; the columns are name, path, full, size, extension, type, dm, dc, da, "
+         "attributes, file-list, run-count, dr and drc\n"},
         {{"--ntfs", sample().name, "--no-such-option"}, FW_ERROR, "--help"},
         {{"--ntfs", sample().name, "-n", "many"}, FW_ERROR, "many"},
         {{"--ntfs", sample().name, "--files", "--folders"}, FW_ERROR, "--folders"},
