@@ -34,7 +34,8 @@ extern bool os_is_nt;
 
 // Sets up the platform table, the arena, the thread pool and the event queue; main thread,
 // first of all. os_kill undoes it, but for the platform table and the debug log, which stay usable for the
-// reports at the very end: no thread of the pool may be in use, nothing may be alive in the arena.
+// reports at the very end: no thread of the pool may be in use but detached ones, nothing may be alive in the
+// arena.
 void os_init();
 void os_kill();
 
@@ -57,6 +58,10 @@ u32 os_thread_wait(os_thread_t *thread, u32 timeout);
 // Waits, and gives the thread back: to the pool with reuse_threads, else it ends. OS_WAIT_TIMEOUT: still the
 // caller's.
 u32 os_thread_release(os_thread_t *thread, u32 timeout);
+// Gives the thread back at once, whatever it is at: it goes to the pool, or ends, by itself when its proc
+// returns. Nobody can wait for it any more but os_kill, which does so for a moment: a thread that hangs then
+// is left behind, with what it holds.
+void os_thread_detach(os_thread_t *thread);
 // Priorities are those of Windows: -15 idle, -1 below normal, 0 normal, 1 and 2 above. A system that reserves
 // the upper ones for privileged processes, as POSIX does, runs such a thread at normal priority.
 void os_thread_set_priority(os_thread_t *thread, i32 priority);

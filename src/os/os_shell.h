@@ -22,8 +22,8 @@ void os_get_folder_type_name(utf8_buf_t *out); // "Folder" where the system has 
 // components may follow. False, and an empty text, when there is no such folder or file.
 bool os_shell_get_path(const char *text, u32 length, utf8_buf_t *out);
 
-// Forgets what was read; it is read again when it is asked for. os_kill calls it. No other call may be
-// running.
+// Forgets what was read; it is read again when it is asked for. os_kill calls it. While another thread still
+// hangs in reading it, nothing is waited for, and nothing forgotten.
 void os_shell_kill();
 
 } // namespace findwright

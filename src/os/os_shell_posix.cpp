@@ -186,8 +186,8 @@ static void _shell_read_types(_shell_types_t *types) {
 }
 
 void os_shell_kill() {
-    std::lock_guard lock(_shell_lock);
-    if (!_shell_types.is_read)
+    std::unique_lock lock(_shell_lock, std::try_to_lock);
+    if (!lock.owns_lock() || !_shell_types.is_read)
         return;
     pool_kill(&_shell_types.texts);
     if (_shell_types.types)

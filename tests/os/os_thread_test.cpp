@@ -78,6 +78,54 @@ TEST_F(os_thread_test, timed_out_release_leaves_the_thread_with_its_holder) {
     EXPECT_EQ(os_thread_release(thread, OS_INFINITE), OS_WAIT_DONE);
 }
 
+// However a detached thread's proc and the detaching fall together: it is there for new work, or ended.
+TEST_F(os_thread_test, detached_thread_gives_itself_back) {
+    log_capture_t log;
+    for (u32 reuse : {1u, 0u}) {
+        reuse_threads = reuse;
+        gate_t gate;
+        size_t live = mem_live_count();
+        std::atomic<u32> runs = 0;
+        for (int i = 0; i < 200; i++) {
+            os_thread_t *thread = os_thread_create(count_proc, &runs);
+            if (i % 3 == 0)
+                os_thread_wait(thread, OS_INFINITE);
+            os_thread_detach(thread);
+        }
+        os_thread_t *slow = os_thread_create(gate_proc, &gate);
+        os_event_wait(gate.entered, OS_INFINITE);
+        os_thread_set_priority(slow, -1); // it may have to end then, since it cannot be kept
+        os_thread_detach(slow);
+        os_event_set(gate.open);
+        os_kill(); // waits for them
+        EXPECT_EQ(runs, 200u);
+        os_init();
+        log.take();
+        os_thread_release(os_thread_create(count_proc, &runs), OS_INFINITE);
+        EXPECT_EQ(log.take(), "new thread (1)\n"); // all others have ended
+        os_kill();
+        os_init();
+        EXPECT_LE(mem_live_count(), live);
+    }
+}
+
+TEST_F(os_thread_test, end_leaves_a_hanging_thread_behind) {
+    log_capture_t log;
+    gate_t gate;
+    os_thread_t *thread = os_thread_create(gate_proc, &gate);
+    os_event_wait(gate.entered, OS_INFINITE);
+    os_thread_detach(thread);
+    os_kill();
+    os_init();
+    EXPECT_EQ(log.take(), "new thread (1)\n1 threads are left behind\n");
+    os_event_set(gate.open);
+    os_kill();
+    os_init();
+    std::atomic<u32> runs = 0;
+    os_thread_release(os_thread_create(count_proc, &runs), OS_INFINITE);
+    EXPECT_EQ(log.take(), "new thread (1)\n"); // it came back, and was ended
+}
+
 TEST_F(os_thread_test, reused_thread_has_normal_priority) {
     for (i32 priority : {-15, -1, 0, 1}) {
         gate_t gate;
