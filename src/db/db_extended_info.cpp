@@ -1,8 +1,4 @@
-#include "db/db_extended_info.h"
-
-#include "base/mem.h"
-#include "base/utf8.h"
-#include "base/utf8_match.h"
+#include "db/db_extended_info_internal.h"
 #include "db/db_index.h"
 #include "os/os_folder.h"
 #include "os/os_shell.h"
@@ -11,131 +7,133 @@
 
 namespace findwright {
 
-// A search may read every item of the index, so an entry holds no more than what was read. Records of the
-// arena lie at multiples of 4.
-#pragma pack(push, 4)
-struct db_fileinfo_entry_t {
-    u64 size;
-    u64 date_modified;
-    u64 date_created;
-    u64 date_accessed;
-    u32 attributes;
-    mem_ref_t item;
-};
-#pragma pack(pop)
-static_assert(sizeof(db_fileinfo_entry_t) == 40);
+static bool _db_info_read_file_info(const char *path, bool is_top, db_file_info_t *out) {
+    os_folder_entry_t entry;
+    if (is_top ? !os_folder_get_entry(path, &entry) : !os_folder_get_link_entry(path, &entry))
+        return false;
+    *out = {entry.is_folder ? VALUE_UNKNOWN : entry.size, entry.date_modified, entry.date_created,
+            entry.date_accessed, entry.attributes};
+    return true;
+}
 
-struct db_extension_entry_t {
-    u32 length;  // of the extension
-    char text[]; // the folded extension, behind it the type name with its terminator
+const db_info_loader_t db_info_system_loader = {
+    _db_info_read_file_info, nullptr, nullptr, nullptr, os_get_type_name,
+    os_get_folder_type_name, nullptr, nullptr,
 };
 
-struct db_extended_info_t {
-    std::mutex lock;         // guards all below
-    array_t fileinfo_cache;  // db_fileinfo_entry_t by item
-    array_t extension_cache; // db_extension_entry_t by extension
-    db_mem_t fileinfo_mem;   // the entries
-    db_mem_t extension_mem;
-    char *folder_type_name; // 0 until it was asked for
-};
+// --- Life --------------------------------------------------------------------------------------------------
 
-static_assert(sizeof(db_extended_info_t) < 2048); // every query has one
-
-db_extended_info_t *db_extended_info_create(db_t *) {
+db_extended_info_t *db_extended_info_create(db_t *, event_proc_t *arrived_proc, void *param) {
     db_extended_info_t *info = new (mem_alloc(sizeof(db_extended_info_t))) db_extended_info_t();
-    array_init(&info->fileinfo_cache);
-    array_init(&info->extension_cache);
+    info->loader = &db_info_system_loader;
+    info->arrived_proc = arrived_proc;
+    info->arrived_param = param;
     db_mem_init(&info->fileinfo_mem);
-    db_mem_init(&info->extension_mem);
+    db_extension_cache_init(info);
     return info;
 }
 
-void db_extended_info_destroy(db_extended_info_t *info) {
-    array_kill(&info->fileinfo_cache);
-    array_kill(&info->extension_cache);
+static void _db_look_free_thumbnail(const db_extended_info_t *info, db_look_t *look) {
+    if (look->thumbnail)
+        info->loader->free_thumbnail(look->thumbnail);
+}
+
+void db_extended_info_clear(db_extended_info_t *info) {
+    db_info_requests_clear(info);
+    for (u32 i = 0; i < ref_map_capacity(&info->looks); i++) {
+        if (info->looks.slots[i].key != 0)
+            _db_look_free_thumbnail(info, &info->looks.slots[i].value);
+    }
+    ref_map_kill(&info->looks);
+    std::lock_guard lock(info->lock);
+    ref_map_kill(&info->fileinfo_cache);
     db_mem_kill(&info->fileinfo_mem);
-    db_mem_kill(&info->extension_mem);
-    if (info->folder_type_name)
-        mem_free(info->folder_type_name);
+    db_mem_init(&info->fileinfo_mem);
+}
+
+void db_extended_info_destroy(db_extended_info_t *info) {
+    db_extended_info_clear(info);
+    db_mem_kill(&info->fileinfo_mem);
+    db_extension_cache_kill(info);
     info->~db_extended_info_t();
     mem_free(info);
 }
 
-void db_extended_info_clear(db_extended_info_t *info) {
+void db_extended_info_set_loader(db_extended_info_t *info, const db_info_loader_t *loader) {
+    db_extended_info_clear(info);
+    info->loader = loader;
+}
+
+void db_extended_info_item_removed(db_extended_info_t *info, const db_item_t *item) {
+    mem_ref_t ref = mem_ref(item);
+    db_info_requests_forget(info, ref);
+    if (db_look_t *look = ref_map_find(&info->looks, ref)) {
+        _db_look_free_thumbnail(info, look);
+        ref_map_remove(&info->looks, ref);
+    }
     std::lock_guard lock(info->lock);
-    array_kill(&info->fileinfo_cache);
-    array_init(&info->fileinfo_cache);
-    db_mem_kill(&info->fileinfo_mem);
-    db_mem_init(&info->fileinfo_mem);
+    if (mem_ref_t *entry = ref_map_find(&info->fileinfo_cache, ref)) {
+        db_mem_free(&info->fileinfo_mem, mem_ptr<db_fileinfo_entry_t>(*entry), sizeof(db_fileinfo_entry_t));
+        ref_map_remove(&info->fileinfo_cache, ref);
+    }
 }
 
-// --- Items -------------------------------------------------------------------------------------------------
+// --- Files, at once ----------------------------------------------------------------------------------------
 
-static int _db_fileinfo_compare(u32 value, const void *key) {
-    mem_ref_t item = mem_ptr<db_fileinfo_entry_t>(value)->item, wanted = *static_cast<const mem_ref_t *>(key);
-    return item < wanted ? -1 : item > wanted;
-}
-
-static void _db_fileinfo_copy(const db_fileinfo_entry_t *entry, db_file_info_t *out) {
-    *out = {entry->size, entry->date_modified, entry->date_created, entry->date_accessed, entry->attributes};
-}
-
-// Asks the file system. The top of a source was named by the user and may be a link to what is meant; below
-// it a link is the item, as it is for a scan.
-static void _db_fileinfo_read(const db_item_t *item, db_file_info_t *out) {
+static void _db_fileinfo_read(const db_info_loader_t *loader, const db_item_t *item, db_file_info_t *out) {
     utf8_buf_t path;
     utf8_buf_init(&path);
-    db_item_get_full_path_name(&path, item);
-    if (path.length == 0) // the root of POSIX, whose name is what stands in front of its separator
-        utf8_buf_cat_byte(&path, '\\');
-    db_file_info_clear(out);
-    os_folder_entry_t entry;
-    if (os_path_is_own(path.data, static_cast<u32>(path.length)) &&
-        (db_item_is_top(item) ? os_folder_get_entry(path.data, &entry)
-                              : os_folder_get_link_entry(path.data, &entry)))
-        *out = {entry.is_folder ? VALUE_UNKNOWN : entry.size, entry.date_modified, entry.date_created,
-                entry.date_accessed, entry.attributes};
+    db_info_get_path(item, &path);
+    if (!loader->read_file_info || !os_path_is_own(path.data, static_cast<u32>(path.length)) ||
+        !loader->read_file_info(path.data, db_item_is_top(item), out))
+        db_file_info_clear(out);
     utf8_buf_kill(&path);
 }
 
-static bool _db_fileinfo_find(db_extended_info_t *info, mem_ref_t item, db_file_info_t *out) {
+bool db_fileinfo_cache_find(db_extended_info_t *info, mem_ref_t item, db_file_info_t *out, u32 *batch) {
     std::lock_guard lock(info->lock);
-    u32 found = array_find(&info->fileinfo_cache, _db_fileinfo_compare, &item);
-    if (found)
-        _db_fileinfo_copy(mem_ptr<db_fileinfo_entry_t>(found), out);
-    return found;
+    const mem_ref_t *found = ref_map_find(&info->fileinfo_cache, item);
+    if (!found)
+        return false;
+    const auto *entry = mem_ptr<const db_fileinfo_entry_t>(*found);
+    *out = {entry->size, entry->date_modified, entry->date_created, entry->date_accessed, entry->attributes};
+    *batch = entry->batch;
+    return true;
 }
 
-// Keeps what was read, unless another thread was faster: then what that one read.
-static void _db_fileinfo_keep(db_extended_info_t *info, mem_ref_t item, db_file_info_t *out) {
+bool db_fileinfo_cache_keep(db_extended_info_t *info, mem_ref_t item, const db_file_info_t *file, u32 batch) {
     std::lock_guard lock(info->lock);
-    u32 found = array_find(&info->fileinfo_cache, _db_fileinfo_compare, &item);
-    if (found) {
-        _db_fileinfo_copy(mem_ptr<db_fileinfo_entry_t>(found), out);
-        return;
-    }
+    mem_ref_t *ref = ref_map_make(&info->fileinfo_cache, item);
+    if (*ref != 0)
+        return false;
     auto *entry =
         static_cast<db_fileinfo_entry_t *>(db_mem_alloc(&info->fileinfo_mem, sizeof(db_fileinfo_entry_t)));
-    *entry = {out->size, out->date_modified, out->date_created, out->date_accessed, out->attributes, item};
-    array_insert(&info->fileinfo_cache, _db_fileinfo_compare, &item, mem_ref(entry));
+    *entry = {file->size,          file->date_modified, file->date_created,
+              file->date_accessed, file->attributes,    batch};
+    *ref = mem_ref(entry);
+    return true;
 }
 
 static bool _db_fileinfo_get(db_extended_info_t *info, const db_item_t *item, u32 known_attributes,
                              db_file_info_t *out) {
+    u32 batch;
     db_file_info_clear(out);
     if (db_get_index(item)->type == DB_INDEX_TYPE_FILE_LIST)
         return false;
-    if (!_db_fileinfo_find(info, mem_ref(item), out)) {
-        _db_fileinfo_read(item, out);
+    if (!db_fileinfo_cache_find(info, mem_ref(item), out, &batch)) {
+        _db_fileinfo_read(info->loader, item, out);
         out->attributes |= known_attributes;
-        _db_fileinfo_keep(info, mem_ref(item), out);
+        if (!db_fileinfo_cache_keep(info, mem_ref(item), out, 0))
+            db_fileinfo_cache_find(info, mem_ref(item), out, &batch); // another thread was faster
     }
     return true;
 }
 
 bool db_extended_info_find(db_extended_info_t *info, const db_item_t *item, db_file_info_t *out) {
+    u32 batch;
     db_file_info_clear(out);
-    return _db_fileinfo_find(info, mem_ref(item), out) || db_get_index(item)->type == DB_INDEX_TYPE_FILE_LIST;
+    return db_fileinfo_cache_find(info, mem_ref(item), out, &batch) ||
+           db_get_index(item)->type == DB_INDEX_TYPE_FILE_LIST;
 }
 
 bool db_get_folder_fileinfo(db_extended_info_t *info, const db_item_t *folder, db_file_info_t *out) {
@@ -146,81 +144,6 @@ bool db_get_folder_fileinfo(db_extended_info_t *info, const db_item_t *folder, d
 
 bool db_get_file_fileinfo(db_extended_info_t *info, const db_item_t *file, db_file_info_t *out) {
     return _db_fileinfo_get(info, file, 0, out);
-}
-
-// --- Types -------------------------------------------------------------------------------------------------
-
-struct _db_extension_key_t {
-    const char *text;
-    u32 length;
-};
-
-static int _db_extension_compare(u32 value, const void *key) {
-    const auto *entry = mem_ptr<const db_extension_entry_t>(value);
-    const auto *wanted = static_cast<const _db_extension_key_t *>(key);
-    return utf8_compare_fold(entry->text, entry->length, wanted->text, wanted->length);
-}
-
-static const char *_db_extension_find(db_extended_info_t *info, const _db_extension_key_t *key) {
-    u32 found = array_find(&info->extension_cache, _db_extension_compare, key);
-    if (!found)
-        return nullptr;
-    const auto *entry = mem_ptr<const db_extension_entry_t>(found);
-    return entry->text + entry->length;
-}
-
-static const char *_db_extension_keep(db_extended_info_t *info, const _db_extension_key_t *key,
-                                      const utf8_buf_t *type_name) {
-    std::lock_guard lock(info->lock);
-    if (const char *text = _db_extension_find(info, key))
-        return text;
-    u32 name_size = static_cast<u32>(type_name->length) + 1;
-    auto *entry = static_cast<db_extension_entry_t *>(
-        db_mem_alloc(&info->extension_mem, sizeof(db_extension_entry_t) + key->length + name_size));
-    entry->length = key->length;
-    std::memcpy(entry->text, key->text, key->length);
-    std::memcpy(entry->text + key->length, type_name->data, name_size);
-    array_insert(&info->extension_cache, _db_extension_compare, key, mem_ref(entry));
-    return entry->text + key->length;
-}
-
-const char *db_extended_info_get_type_name(db_extended_info_t *info, const char *extension, u32 length) {
-    _db_extension_key_t key = {extension, length};
-    {
-        std::lock_guard lock(info->lock);
-        if (const char *text = _db_extension_find(info, &key))
-            return text;
-    }
-    // The system is asked for the folded text: the answer must not depend on which of the extensions that
-    // share an entry came first.
-    utf8_buf_t folded, type_name;
-    utf8_buf_init(&folded);
-    utf8_buf_init(&type_name);
-    utf8_fold_pattern(UTF8_MODE_FOLD, &folded, extension, length);
-    key = {folded.data, static_cast<u32>(folded.length)};
-    os_get_type_name(key.text, key.length, &type_name);
-    const char *text = _db_extension_keep(info, &key, &type_name);
-    utf8_buf_kill(&folded);
-    utf8_buf_kill(&type_name);
-    return text;
-}
-
-const char *db_extended_info_get_folder_type_name(db_extended_info_t *info) {
-    {
-        std::lock_guard lock(info->lock);
-        if (info->folder_type_name)
-            return info->folder_type_name;
-    }
-    utf8_buf_t type_name;
-    utf8_buf_init(&type_name);
-    os_get_folder_type_name(&type_name);
-    {
-        std::lock_guard lock(info->lock);
-        if (!info->folder_type_name)
-            info->folder_type_name = utf8_alloc_copy(type_name.data);
-    }
-    utf8_buf_kill(&type_name);
-    return info->folder_type_name;
 }
 
 } // namespace findwright
