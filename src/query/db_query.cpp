@@ -22,12 +22,13 @@ static void _db_query_status_changed_proc(void *param);
 static void _db_query_ready_notification_proc(void *param);
 static void _db_query_rebuilt_notification_proc(void *param);
 static void _db_query_unblocked_notification_proc(void *param);
+static void _db_query_fileinfo_cache_changed_proc(void *param);
 
 // Everything that may stand in the event queue for a query.
 static event_proc_t *const _db_query_events[] = {
     _db_query_results_changed_proc,        _db_query_status_changed_proc,
     _db_query_ready_notification_proc,     _db_query_rebuilt_notification_proc,
-    _db_query_unblocked_notification_proc,
+    _db_query_unblocked_notification_proc, _db_query_fileinfo_cache_changed_proc,
 };
 
 static db_query_t *_db_query(void *link) {
@@ -62,6 +63,13 @@ static void _db_query_rebuilt_notification_proc(void *param) {
 }
 static void _db_query_unblocked_notification_proc(void *param) {
     _db_query_notify(_db_query(param), DB_QUERY_UNBLOCKED);
+}
+
+// Of a busy database the results may belong to a worker: _db_query_ready has it run later.
+static void _db_query_fileinfo_cache_changed_proc(void *param) {
+    db_query_t *query = _db_query(param);
+    if (query->db->busy_count <= 0 && db_extended_info_update(query->extended_info))
+        _db_query_notify(query, DB_QUERY_INFO_CHANGED);
 }
 
 static void *_db_query_link(db_query_t *query) {
@@ -122,6 +130,7 @@ static void _db_query_wait_ended(db_query_link_t *link) {
 
 static void _db_query_ready(db_query_link_t *link) {
     db_query_t *query = _db_query(link);
+    event_post(_db_query_fileinfo_cache_changed_proc, link); // what it left while the database was busy
     if (query->notify_again) {
         query->notify_again = 0;
         query->notify_pending = 1;
@@ -206,7 +215,8 @@ db_query_t *db_query_create(db_t *db, bool is_ui, db_query_callback_t *callback,
     query->user_data = user_data;
     query->hooks = &_db_query_hooks;
     query->folders_first = 1;
-    query->extended_info = db_extended_info_create(db);
+    query->extended_info =
+        db_extended_info_create(db, _db_query_fileinfo_cache_changed_proc, _db_query_link(query));
     db_add_query(db, query);
     utf8_buf_t status;
     utf8_buf_init(&status);

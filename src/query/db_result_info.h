@@ -25,6 +25,9 @@ inline constexpr u32 DB_INFO_TYPE_NAME = 64;
 inline constexpr u32 DB_INFO_THUMBNAIL = 128;
 inline constexpr u32 DB_INFO_FILE = 31; // those that are read from the file's entry
 
+// The owner's status text while the selection is read.
+inline const char *db_read_extended_info_text = "Reading extended information...";
+
 struct db_fileinfo_t {
     u64 size;                                       // bytes; VALUE_UNKNOWN when not known
     u64 date_modified, date_created, date_accessed; // file times, UTC; VALUE_UNKNOWN when not known
