@@ -3,8 +3,6 @@
 #include "db/db_index.h"
 #include "os/os_folder.h"
 
-#include <new>
-
 namespace findwright {
 
 // --- Asking ------------------------------------------------------------------------------------------------
