@@ -49,8 +49,14 @@ static void _test_read(void *param, void *user_data, ntfs_record_proc_t *sink, n
             bytes.push_back(static_cast<u8>(unit >> 8));
         }
         u32 attributes = (from.attributes & ~0x10u) | (from.is_folder ? 0x10u : 0u);
-        ntfs_record_t record = {frn,         parent,    from.size,  from.date,
-                                from.date,   from.date, attributes, static_cast<u32>(name.size()),
+        ntfs_record_t record = {frn,
+                                parent,
+                                from.size,
+                                from.date,
+                                from.date_created ? from.date_created : from.date,
+                                from.date_accessed ? from.date_accessed : from.date,
+                                attributes,
+                                static_cast<u32>(name.size()),
                                 bytes.data()};
         sink(user_data, &record);
     };

@@ -19,6 +19,7 @@ struct test_record_t {
     u64 size = 0;
     u64 date = 0;
     u32 attributes = 0x20;
+    u64 date_created = 0, date_accessed = 0; // 0: `date`
 };
 
 struct test_volume_t {
