@@ -117,36 +117,9 @@ static void _db_gather_records_proc(void *param, u32 part, u32 parts) {
 
 // Items that nothing is known of yet: (folder << 32 | place) at first, then in the order of their paths.
 struct _db_gather_reads_t {
-    _db_gather_t *gather;
     u64 *reads;
     u32 count;
-    std::atomic<u32> next; // the first that no thread has taken
 };
-
-static constexpr u32 READS_AT_ONCE = 64;
-static constexpr u32 READS_PER_THREAD = 256;
-
-static bool _db_gather_read(const _db_gather_t *gather, mem_ref_t item, db_file_info_t *info) {
-    db_extended_info_t *known = gather->query->extended_info;
-    return gather->is_folder ? db_get_folder_fileinfo(known, db_item(item), info)
-                             : db_get_file_fileinfo(known, db_item(item), info);
-}
-
-static void _db_gather_reads_proc(void *param, u32, u32) {
-    auto *reads = static_cast<_db_gather_reads_t *>(param);
-    const _db_gather_t *gather = reads->gather;
-    for (u32 first; (first = reads->next.fetch_add(READS_AT_ONCE)) < reads->count;) {
-        u32 end = std::min(first + READS_AT_ONCE, reads->count);
-        for (u32 i = first; i < end; i++) {
-            if (gather->query->cancel_sort)
-                return;
-            u32 place = static_cast<u32>(reads->reads[i]);
-            db_file_info_t info;
-            _db_gather_read(gather, gather->items[place], &info);
-            gather->keys[place] = _db_get_info_value(&info, gather->sort);
-        }
-    }
-}
 
 static int _db_gather_compare_folders(u32 a, u32 b) {
     if (a < MEM_REF_FIRST || b < MEM_REF_FIRST)
@@ -192,6 +165,26 @@ static bool _db_gather_is_canceled(const _db_gather_t *gather) {
     return true;
 }
 
+// The key of an item that something is known of.
+static bool _db_gather_find(_db_gather_t *gather, u32 place) {
+    db_file_info_t info;
+    bool is_known = db_extended_info_find(gather->query->extended_info, db_item(gather->items[place]), &info);
+    gather->keys[place] = _db_get_info_value(&info, gather->sort);
+    return is_known;
+}
+
+static void _db_gather_read(_db_gather_t *gather, const _db_gather_reads_t *reads) {
+    debug_printf("caching...\n");
+    auto *items = static_cast<db_info_item_t *>(_db_gather_alloc(reads->count, sizeof(db_info_item_t)));
+    for (u32 i = 0; i < reads->count; i++)
+        items[i] = {db_item(gather->items[static_cast<u32>(reads->reads[i])]), gather->is_folder};
+    db_extended_info_read_files(gather->query->extended_info, items, reads->count,
+                                &gather->query->cancel_sort);
+    for (u32 i = 0; i < reads->count; i++)
+        _db_gather_find(gather, static_cast<u32>(reads->reads[i]));
+    mem_free(items);
+}
+
 // A folder is one, whatever is known of it.
 static void _db_gather_mark_folders(_db_gather_t *gather) {
     for (u32 i = 0; i < gather->count; i++)
@@ -201,20 +194,14 @@ static void _db_gather_mark_folders(_db_gather_t *gather) {
 // Keys of a column that the records do not have. False when it was cancelled.
 static bool _db_gather_files(_db_gather_t *gather) {
     debug_printf("find uncached items...\n");
-    _db_gather_reads_t reads = {gather, nullptr, 0, 0};
-    reads.reads = static_cast<u64 *>(_db_gather_alloc(gather->count, sizeof(u64)));
+    _db_gather_reads_t reads = {static_cast<u64 *>(_db_gather_alloc(gather->count, sizeof(u64))), 0};
     for (u32 i = 0; i < gather->count; i++) {
-        const db_item_t *item = db_item(gather->items[i]);
-        db_file_info_t info;
-        if (db_extended_info_find(gather->query->extended_info, item, &info))
-            gather->keys[i] = _db_get_info_value(&info, gather->sort);
-        else
-            reads.reads[reads.count++] = static_cast<u64>(item->parent) << 32 | i;
+        if (!_db_gather_find(gather, i))
+            reads.reads[reads.count++] = static_cast<u64>(db_item(gather->items[i])->parent) << 32 | i;
     }
     if (reads.count != 0) {
         _db_gather_sort_reads(&reads);
-        debug_printf("caching...\n");
-        os_parallel(os_get_thread_count(reads.count, READS_PER_THREAD), _db_gather_reads_proc, &reads);
+        _db_gather_read(gather, &reads);
     }
     mem_free(reads.reads);
     if (gather->is_folder && gather->sort == DB_SORT_ATTRIBUTES_ASCENDING)

@@ -32,7 +32,7 @@ TEST(RefMap, HoldsWhatWasPutIn) {
         EXPECT_FALSE(ref_map_remove(&map, step));
         std::unordered_map<u32, u64> expected;
         for (u32 i = 0; i < 20000; i++) {
-            u32 key = (random() % 3000 + 1) * step;
+            u32 key = static_cast<u32>(random() % 3000 + 1) * step;
             if (key == 0)
                 continue;
             if (random() % 5 < 3 || i < 3000) {

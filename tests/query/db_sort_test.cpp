@@ -8,8 +8,10 @@
 #include "support/test_search.h"
 
 #include <algorithm>
-#include <fstream>
+#include <atomic>
+#include <cstring>
 #include <functional>
+#include <thread>
 
 namespace findwright {
 namespace {
@@ -138,6 +140,72 @@ TEST(DbSort, ARefreshReadsAgain) {
     db_get_result_full_path_name(query, static_cast<i32>(db_get_result_count(query)) - 1, &text);
     EXPECT_EQ(list.folder / name, text.data);
     utf8_buf_kill(&text);
+}
+
+// A file system in which one read hangs until the test lets it go: the one with that number.
+struct hanging_loader_t {
+    static inline std::atomic<u32> reads, inside;
+    static inline u32 hanging;
+    static inline os_event_t *reached, *release;
+    static bool read(const char *path, bool, db_file_info_t *out) {
+        inside++;
+        if (reads++ == hanging) {
+            os_event_set(reached);
+            os_event_wait(release, 60000);
+        }
+        inside--;
+        *out = {static_cast<u64>(path[std::strlen(path) - 5]), 1, 2, 3, 0};
+        return true;
+    }
+};
+
+TEST(DbSort, CancelledAtEveryReadLeavesNamesAndTheSelection) {
+    static const db_info_loader_t loader = [] {
+        db_info_loader_t table = db_info_system_loader;
+        table.read_file_info = hanging_loader_t::read;
+        return table;
+    }();
+    using hang = hanging_loader_t;
+    real_list_t list;
+    db_query_t *query = list.search.query;
+    std::vector<mem_ref_t> by_name = refs(list.results());
+    hang::reached = os_event_create();
+    hang::release = os_event_create();
+    for (u32 sort : {u32{DB_SORT_SIZE_ASCENDING}, DB_SORT_DATE_ACCESSED_ASCENDING | DB_SORT_DESCENDING}) {
+        for (hang::hanging = 0; hang::hanging < FILES; hang::hanging++) {
+            os_event_reset(hang::reached);
+            os_event_reset(hang::release);
+            hang::reads = 0;
+            db_extended_info_set_loader(query->extended_info, &loader);
+            db_sort(query, hang::hanging % 2 ? DB_SORT_NAME_DESCENDING : DB_SORT_PATH_ASCENDING);
+            db_deselect_all(query);
+            db_select_result_range(query, 3, 12);
+            std::vector<mem_ref_t> selected;
+            for (i32 i = 3; i < 12; i++)
+                selected.push_back(mem_ref(db_get_result_item(query, i)));
+            std::sort(selected.begin(), selected.end());
+            db_sort(query, sort);
+            ASSERT_EQ(OS_WAIT_DONE, os_event_wait(hang::reached, 60000));
+            u32 start = os_get_tick_count();
+            EXPECT_TRUE(db_cancel_query(query)); // although the read hangs on
+            EXPECT_LT(os_get_tick_count() - start, 5000000u);
+            os_event_set(hang::release);
+            EXPECT_EQ(by_name, refs(list.results()));
+            EXPECT_EQ(DB_SORT_NAME_ASCENDING, db_get_sort(query));
+            ASSERT_EQ(selected.size(), db_get_selection_count(query));
+            for (i32 i = 0; i < static_cast<i32>(selected.size()); i++) {
+                mem_ref_t item = mem_ref(db_get_result_item(query, db_get_selection_result_index(query, i)));
+                EXPECT_TRUE(std::binary_search(selected.begin(), selected.end(), item));
+            }
+            db_sort(query, sort); // what was cancelled can be had afterwards
+            EXPECT_NE(by_name, refs(list.results()));
+        }
+    }
+    db_extended_info_clear(query->extended_info);
+    while (hang::inside != 0) // the thread of the last one that hung
+        std::this_thread::yield();
+    for (os_event_t *event : {hang::reached, hang::release})
+        os_event_destroy(event);
 }
 
 TEST(DbSort, ByTypeNames) {
