@@ -32,7 +32,7 @@ void step_search(list_run_t *run, list_model_t *model) {
     std::vector<numbers_set_t> cut;
     if (run->running == RUNNING_SEARCH && run->running_model == model)
         cut = model->selections;
-    db_query_search(model->query, &params);
+    db_query_local_ops.search(model->query, &params);
     end_running(run);
     for (const numbers_set_t &items : cut)
         add_possible(&model->selections, items);
@@ -65,13 +65,13 @@ void start_sort(list_run_t *run, list_model_t *model, u32 sort) {
 void step_sort(list_run_t *run, list_model_t *model) {
     u32 sort = run->chance(25) ? model->sort ^ DB_SORT_DESCENDING : run->pick(DB_SORT_COUNT);
     run->note(model, "sort " + std::to_string(sort));
-    db_sort(model->query, sort);
+    db_query_local_ops.sort(model->query, sort, 0, 0);
     start_sort(run, model, sort);
 }
 
 void step_refresh(list_run_t *run, list_model_t *model) {
     run->note(model, "refresh");
-    db_refresh(model->query);
+    db_query_local_ops.refresh(model->query);
     start_sort(run, model, model->sort);
 }
 
@@ -84,19 +84,19 @@ void wait_a_little(list_run_t *run) {
 
 void step_cancel(list_run_t *run, list_model_t *model) {
     wait_a_little(run);
-    bool was_running = db_cancel_query(model->query);
+    bool was_running = db_query_local_ops.cancel_query(model->query);
     run->note(model, std::string("cancel: ") + (was_running ? "stopped" : "nothing to stop"));
     EXPECT_TRUE(run->running != RUNNING_NOTHING || !was_running);
     bool is_own = was_running && run->running_model == model;
     running_t kind = run->running;
     end_running(run);
-    if (is_own && kind == RUNNING_SEARCH && db_get_result_count(model->query) == 0) {
+    if (is_own && kind == RUNNING_SEARCH && db_query_local_ops.get_result_count(model->query) == 0) {
         set_results(run, model, {});
         model->selections = {{}};
         model->is_order_known = true;
     } else if (is_own && kind == RUNNING_SORT) {
         // It had ended, or the results are in name order again.
-        u32 sort = db_get_sort(model->query);
+        u32 sort = db_query_local_ops.get_sort(model->query);
         EXPECT_TRUE(sort == model->sort || sort == DB_SORT_NAME_ASCENDING) << sort;
         set_order(run, model, sort);
         model->expects_notification = true;
@@ -112,11 +112,11 @@ void step_select(list_run_t *run, list_model_t *model) {
                                              : "invert ") +
                          std::to_string(index));
     if (kind == 0)
-        db_select_result(model->query, index);
+        db_query_local_ops.select_result(model->query, index);
     else if (kind == 1)
-        db_deselect_result(model->query, index);
+        db_query_local_ops.deselect_result(model->query, index);
     else
-        db_invert_result_selection(model->query, index);
+        db_query_local_ops.invert_result_selection(model->query, index);
     if (index < 0 || index >= model->count())
         return;
     u32 item = model->results[static_cast<u32>(index)];
@@ -135,7 +135,7 @@ void step_range(list_run_t *run, list_model_t *model) {
     if (run->chance(5))
         first -= 1000;
     run->note(model, "range " + std::to_string(first) + " " + std::to_string(end));
-    db_select_result_range(model->query, first, end);
+    db_query_local_ops.select_result_range(model->query, first, end);
     numbers_set_t &selected = model->selected();
     for (i32 i = std::max(first, 0); i < std::min(end, model->count()); i++)
         selected.insert(model->results[static_cast<u32>(i)]);
@@ -147,13 +147,13 @@ void step_all(list_run_t *run, list_model_t *model) {
     run->note(model, kind == 0 ? "select all" : kind == 1 ? "deselect all" : "invert all");
     numbers_set_t &selected = model->selected();
     if (kind == 0) {
-        db_select_all(model->query);
+        db_query_local_ops.select_all(model->query);
         selected.insert(model->results.begin(), model->results.end());
     } else if (kind == 1) {
-        db_deselect_all(model->query);
+        db_query_local_ops.deselect_all(model->query);
         selected.clear();
     } else {
-        db_invert_all_selection(model->query);
+        db_query_local_ops.invert_all_selection(model->query);
         for (u32 item : model->results) {
             if (!selected.erase(item))
                 selected.insert(item);
@@ -165,20 +165,20 @@ void step_ref(list_run_t *run, list_model_t *model) {
     settle(run, model);
     if (model->refs.empty() || (model->refs.size() < 6 && run->chance(30))) {
         run->note(model, "new reference");
-        model->refs.push_back({db_itemref_create(model->query), LIST_NONE});
+        model->refs.push_back({db_query_local_ops.itemref_create(model->query), LIST_NONE});
         return;
     }
     u32 number = run->pick(static_cast<u32>(model->refs.size()));
     list_model_t::ref_t *ref = &model->refs[number];
     if (run->chance(20)) {
         run->note(model, "destroy reference " + std::to_string(number));
-        db_itemref_destroy(model->query, ref->ref);
+        db_query_local_ops.itemref_destroy(model->query, ref->ref);
         model->refs.erase(model->refs.begin() + number);
         return;
     }
     i32 index = run->pick_index(model);
     run->note(model, "reference " + std::to_string(number) + " to " + std::to_string(index));
-    db_itemref_set(model->query, ref->ref, index);
+    db_query_local_ops.itemref_set(model->query, ref->ref, index);
     ref->item = index < 0 || index >= model->count() ? LIST_NONE : model->results[static_cast<u32>(index)];
 }
 
@@ -186,11 +186,11 @@ void step_ghosts(list_run_t *run, list_model_t *model) {
     settle(run, model);
     if (run->chance(50)) {
         run->note(model, "ghosts");
-        db_ghost_selection(model->query);
+        db_query_local_ops.ghost_selection(model->query);
         model->ghosts = model->selected();
     } else {
         run->note(model, "no ghosts");
-        db_clear_ghosts(model->query);
+        db_query_local_ops.clear_ghosts(model->query);
         model->ghosts.clear();
     }
 }
@@ -208,8 +208,8 @@ void step_nearest(list_run_t *run, list_model_t *model) {
                 .compare(0, fold.size(), fold) == 0)
             expected = row;
     }
-    EXPECT_EQ(expected, db_find_nearest_string_match_result(model->query, text.c_str(),
-                                                            static_cast<u32>(text.size()), start));
+    EXPECT_EQ(expected, db_query_local_ops.find_nearest_string_match_result(
+                            model->query, text.c_str(), static_cast<u32>(text.size()), start));
 }
 
 void count_notification(void *user_data, u32 code) {
@@ -224,11 +224,11 @@ void create_query(list_run_t *run, list_model_t *model) {
 }
 
 void destroy_query(list_run_t *run, list_model_t *model) {
-    db_destroy_query(model->query);
+    db_query_local_ops.destroy_query(model->query);
     end_running(run);
     for (list_model_t::ref_t &ref : model->refs) { // they outlive the query
         EXPECT_FALSE(ref.ref->item);
-        db_itemref_destroy(nullptr, ref.ref);
+        db_query_local_ops.itemref_destroy(nullptr, ref.ref);
     }
 }
 
@@ -333,26 +333,27 @@ TEST(DbListModel, RandomSteps) {
 // --- Before the load, and across a rebuild -----------------------------------------------------------------
 
 void check_empty(db_query_t *query, db_itemref_t *ref) {
-    EXPECT_EQ(0u, db_get_result_count(query));
-    EXPECT_EQ(0u, db_get_selection_count(query));
-    EXPECT_EQ(-1, db_get_selection_result_index(query, 0));
-    EXPECT_FALSE(db_is_result_selected(query, 0) || db_is_ghost_result(query, 0));
-    EXPECT_EQ(-1, db_query_get_total_result_size(query));
-    EXPECT_EQ(-1, db_query_get_total_selection_size(query));
-    EXPECT_EQ(-1, db_find_nearest_string_match_result(query, "a", 1, 0));
-    EXPECT_EQ(-1, db_get_top_run_result_index(query));
-    EXPECT_EQ(-1, db_get_last_run_result_index(query));
-    EXPECT_EQ(-1, db_itemref_get(query, ref));
+    EXPECT_EQ(0u, db_query_local_ops.get_result_count(query));
+    EXPECT_EQ(0u, db_query_local_ops.get_selection_count(query));
+    EXPECT_EQ(-1, db_query_local_ops.get_selection_result_index(query, 0));
+    EXPECT_FALSE(db_query_local_ops.is_result_selected(query, 0) ||
+                 db_query_local_ops.is_ghost_result(query, 0));
+    EXPECT_EQ(-1, db_query_local_ops.get_total_result_size(query));
+    EXPECT_EQ(-1, db_query_local_ops.get_total_selection_size(query));
+    EXPECT_EQ(-1, db_query_local_ops.find_nearest_string_match_result(query, "a", 1, 0));
+    EXPECT_EQ(-1, db_query_local_ops.get_top_run_result_index(query));
+    EXPECT_EQ(-1, db_query_local_ops.get_last_run_result_index(query));
+    EXPECT_EQ(-1, db_query_local_ops.itemref_get(query, ref));
 }
 
 // All that changes something, of which nothing is left later.
 void change_all(db_query_t *query, db_itemref_t *ref) {
-    db_select_all(query);
-    db_itemref_set(query, ref, 0);
-    db_ghost_selection(query);
-    db_refresh(query);
-    db_invert_result_selection(query, 0);
-    db_select_result_range(query, 0, 2);
+    db_query_local_ops.select_all(query);
+    db_query_local_ops.itemref_set(query, ref, 0);
+    db_query_local_ops.ghost_selection(query);
+    db_query_local_ops.refresh(query);
+    db_query_local_ops.invert_result_selection(query, 0);
+    db_query_local_ops.select_result_range(query, 0, 2);
 }
 
 void search_all(db_query_t *query, u32 sort) {
@@ -360,27 +361,27 @@ void search_all(db_query_t *query, u32 sort) {
     params.search = params.filter_search = "";
     params.calculate_total_size = true;
     params.sort = sort;
-    db_query_search(query, &params);
+    db_query_local_ops.search(query, &params);
 }
 
 TEST(DbListModel, NothingIsSelectedBeforeTheLoadAndBehindARebuild) {
     std::vector<test_volume_t> volumes = {test_volume_from_paths({"a", "b", "dir\\c"})};
     db_t *db = test_db_start(volumes, TEST_FLAGS_ALL);
     db_query_t *query = db_query_create(db, false, nullptr, nullptr);
-    db_itemref_t *ref = db_itemref_create(query);
+    db_itemref_t *ref = db_query_local_ops.itemref_create(query);
     for (u32 round = 0; round < 3; round++) {
         change_all(query, ref);
         check_empty(query, ref);
         search_all(query, DB_SORT_SIZE_ASCENDING);
-        db_sort(query, DB_SORT_SIZE_ASCENDING | DB_SORT_DESCENDING);
+        db_query_local_ops.sort(query, DB_SORT_SIZE_ASCENDING | DB_SORT_DESCENDING, 0, 0);
         test_db_wait(db);
         ASSERT_EQ((std::vector<std::string>{"C:\\dir\\c", "C:\\b", "C:\\a", "C:", "C:\\dir"}),
                   test_result_paths(query));
-        EXPECT_EQ(0u, db_get_selection_count(query)); // of the round before
-        EXPECT_EQ(-1, db_itemref_get(query, ref));
+        EXPECT_EQ(0u, db_query_local_ops.get_selection_count(query)); // of the round before
+        EXPECT_EQ(-1, db_query_local_ops.itemref_get(query, ref));
         change_all(query, ref);
-        EXPECT_EQ(5u, db_get_selection_count(query));
-        EXPECT_EQ(0, db_itemref_get(query, ref));
+        EXPECT_EQ(5u, db_query_local_ops.get_selection_count(query));
+        EXPECT_EQ(0, db_query_local_ops.itemref_get(query, ref));
         if (round == 1)
             search_all(query, DB_SORT_TYPE_ASCENDING); // which the rebuild ends
         db_wanted_t wanted;
@@ -391,8 +392,8 @@ TEST(DbListModel, NothingIsSelectedBeforeTheLoadAndBehindARebuild) {
     }
     check_empty(query, ref);
     test_db_wait(db);
-    db_destroy_query(query);
-    db_itemref_destroy(query, ref);
+    db_query_local_ops.destroy_query(query);
+    db_query_local_ops.itemref_destroy(query, ref);
     db_destroy(db);
 }
 

@@ -3,6 +3,7 @@
 
 #include "query/db_ghost.h"
 #include "query/db_itemref.h"
+#include "query/db_query_ops.h"
 #include "query/db_selection.h"
 #include "support/list_world.h"
 
@@ -128,7 +129,8 @@ inline void end_running(list_run_t *run) {
 
 inline list_numbers_t read_results(list_run_t *run, list_model_t *model) {
     list_numbers_t results;
-    for (i32 i = 0, count = static_cast<i32>(db_get_result_count(model->query)); i < count; i++)
+    for (i32 i = 0, count = static_cast<i32>(db_query_local_ops.get_result_count(model->query)); i < count;
+         i++)
         results.push_back(run->world.number_of(db_get_result_item(model->query, i)));
     return results;
 }
@@ -177,7 +179,7 @@ inline void settle(list_run_t *run, list_model_t *model) {
     if (model->selections.size() > 1) {
         numbers_set_t selected;
         for (i32 i = 0; i < model->count(); i++) {
-            if (db_is_result_selected(model->query, i))
+            if (db_query_local_ops.is_result_selected(model->query, i))
                 selected.insert(model->results[static_cast<u32>(i)]);
         }
         EXPECT_TRUE(is_possible(model->selections, selected)) << "selected after a search that was cut short";
@@ -193,9 +195,10 @@ inline void check_row(list_run_t *run, list_model_t *model, i32 index) {
     if (index < 0 || index >= model->count()) {
         EXPECT_FALSE(db_get_result(query, index, &result));
         EXPECT_FALSE(result.item || db_get_result_item(query, index));
-        EXPECT_TRUE(db_is_folder_result(query, index));
-        EXPECT_FALSE(db_is_root_result(query, index) || db_is_result_selected(query, index) ||
-                     db_is_ghost_result(query, index));
+        EXPECT_TRUE(db_query_local_ops.is_folder_result(query, index));
+        EXPECT_FALSE(db_query_local_ops.is_root_result(query, index) ||
+                     db_query_local_ops.is_result_selected(query, index) ||
+                     db_query_local_ops.is_ghost_result(query, index));
         return;
     }
     u32 number = model->results[static_cast<u32>(index)];
@@ -203,10 +206,12 @@ inline void check_row(list_run_t *run, list_model_t *model, i32 index) {
     ASSERT_EQ(item.item, db_get_result_item(query, index)) << "row " << index;
     ASSERT_TRUE(db_get_result(query, index, &result));
     EXPECT_TRUE(result.item == item.item && result.is_folder == item.is_folder) << "row " << index;
-    EXPECT_EQ(item.is_folder, db_is_folder_result(query, index)) << "row " << index;
-    EXPECT_EQ(item.is_root, db_is_root_result(query, index)) << "row " << index;
-    EXPECT_EQ(model->selected().count(number) != 0, db_is_result_selected(query, index)) << "row " << index;
-    EXPECT_EQ(model->ghosts.count(number) != 0, db_is_ghost_result(query, index)) << "row " << index;
+    EXPECT_EQ(item.is_folder, db_query_local_ops.is_folder_result(query, index)) << "row " << index;
+    EXPECT_EQ(item.is_root, db_query_local_ops.is_root_result(query, index)) << "row " << index;
+    EXPECT_EQ(model->selected().count(number) != 0, db_query_local_ops.is_result_selected(query, index))
+        << "row " << index;
+    EXPECT_EQ(model->ghosts.count(number) != 0, db_query_local_ops.is_ghost_result(query, index))
+        << "row " << index;
 }
 
 inline void check_texts(list_run_t *run, list_model_t *model, i32 index) {
@@ -214,11 +219,11 @@ inline void check_texts(list_run_t *run, list_model_t *model, i32 index) {
     list_item_t item = is_bad ? list_item_t{} : run->world.items[model->results[static_cast<u32>(index)]];
     utf8_buf_t text;
     utf8_buf_init(&text);
-    db_get_result_full_path_name(model->query, index, &text);
+    db_query_local_ops.get_result_full_path_name(model->query, index, &text);
     EXPECT_EQ(item.path, text.data) << "row " << index;
-    db_get_result_path(model->query, index, &text);
+    db_query_local_ops.get_result_path(model->query, index, &text);
     EXPECT_EQ(item.parent, text.data) << "row " << index;
-    db_get_result_name(model->query, index, &text);
+    db_query_local_ops.get_result_name(model->query, index, &text);
     EXPECT_EQ(item.name, text.data) << "row " << index;
     utf8_buf_kill(&text);
 }
@@ -237,19 +242,20 @@ inline void check_selected(list_run_t *run, list_model_t *model, const list_numb
     db_query_t *query = model->query;
     utf8_buf_t text;
     utf8_buf_init(&text);
-    db_get_selection_full_path_name(query, n, &text);
+    db_query_local_ops.get_selection_full_path_name(query, n, &text);
     if (n < 0 || static_cast<size_t>(n) >= rows.size()) {
-        EXPECT_EQ(-1, db_get_selection_result_index(query, n));
+        EXPECT_EQ(-1, db_query_local_ops.get_selection_result_index(query, n));
         EXPECT_STREQ("", text.data);
-        EXPECT_TRUE(db_is_folder_selection(query, n));
-        EXPECT_FALSE(db_is_root_selection(query, n));
+        EXPECT_TRUE(db_query_local_ops.is_folder_selection(query, n));
+        EXPECT_FALSE(db_query_local_ops.is_root_selection(query, n));
     } else {
         u32 row = rows[static_cast<u32>(n)];
         const list_item_t &item = run->world.items[model->results[row]];
-        EXPECT_EQ(static_cast<i32>(row), db_get_selection_result_index(query, n)) << "selected " << n;
+        EXPECT_EQ(static_cast<i32>(row), db_query_local_ops.get_selection_result_index(query, n))
+            << "selected " << n;
         EXPECT_EQ(item.path, text.data) << "selected " << n;
-        EXPECT_EQ(item.is_folder, db_is_folder_selection(query, n)) << "selected " << n;
-        EXPECT_EQ(item.is_root, db_is_root_selection(query, n)) << "selected " << n;
+        EXPECT_EQ(item.is_folder, db_query_local_ops.is_folder_selection(query, n)) << "selected " << n;
+        EXPECT_EQ(item.is_root, db_query_local_ops.is_root_selection(query, n)) << "selected " << n;
     }
     utf8_buf_kill(&text);
 }
@@ -267,23 +273,24 @@ inline i64 sum_sizes(const list_run_t *run, const list_model_t *model, const Ite
 
 inline void check_counts(list_run_t *run, list_model_t *model) {
     db_query_t *query = model->query;
-    ASSERT_EQ(model->results.size(), db_get_result_count(query));
+    ASSERT_EQ(model->results.size(), db_query_local_ops.get_result_count(query));
     if (!list_is_history_order(model->sort)) {
         auto folders = std::count_if(model->results.begin(), model->results.end(),
                                      [&](u32 number) { return run->world.items[number].is_folder; });
         EXPECT_EQ(folders, db_get_folder_result_count(query));
         EXPECT_EQ(model->count() - folders, db_get_file_result_count(query));
     }
-    EXPECT_EQ(model->selected().size(), db_get_selection_count(query));
-    EXPECT_EQ(model->sort, db_get_sort(query));
-    EXPECT_EQ(sum_sizes(run, model, model->results), db_query_get_total_result_size(query));
-    EXPECT_EQ(sum_sizes(run, model, model->selected()), db_query_get_total_selection_size(query));
+    EXPECT_EQ(model->selected().size(), db_query_local_ops.get_selection_count(query));
+    EXPECT_EQ(model->sort, db_query_local_ops.get_sort(query));
+    EXPECT_EQ(sum_sizes(run, model, model->results), db_query_local_ops.get_total_result_size(query));
+    EXPECT_EQ(sum_sizes(run, model, model->selected()), db_query_local_ops.get_total_selection_size(query));
 }
 
 inline void check_ref(list_model_t *model, const list_model_t::ref_t &ref) {
     i32 expected =
         ref.item == LIST_NONE ? -1 : static_cast<i32>(model->index_of[ref.item]); // LIST_NONE is -1
-    EXPECT_EQ(expected, db_itemref_get(model->query, ref.ref)) << "reference " << &ref - model->refs.data();
+    EXPECT_EQ(expected, db_query_local_ops.itemref_get(model->query, ref.ref))
+        << "reference " << &ref - model->refs.data();
 }
 
 // The row at an index must have been opened as often, or as lately, as any; none when no row ever was.
@@ -304,8 +311,8 @@ inline void check_top_run(list_run_t *run, list_model_t *model, i32 index, bool 
 }
 
 inline void check_runs(list_run_t *run, list_model_t *model) {
-    check_top_run(run, model, db_get_top_run_result_index(model->query), true);
-    check_top_run(run, model, db_get_last_run_result_index(model->query), false);
+    check_top_run(run, model, db_query_local_ops.get_top_run_result_index(model->query), true);
+    check_top_run(run, model, db_query_local_ops.get_last_run_result_index(model->query), false);
 }
 
 inline void check_some(list_run_t *run, list_model_t *model) {
