@@ -370,18 +370,46 @@ static bool _db_gather_sort(db_query_t *query, u32 sort) {
 
 static constexpr u32 FEW_PART = 16;    // of the index's items
 static constexpr u32 FEW_PATHS = 4096; // which are compared in full
+static constexpr u32 FEW_NAMES = 1024; // likewise
 
-bool _db_sort_few(db_query_t *query, u32 sort) {
+static void _db_sort_few_names(array_t *results) {
+    u32 count = results->count, page = 0, value;
+    mem_ref_t *items = static_cast<mem_ref_t *>(_db_gather_alloc(count, sizeof *items)), *item = items;
+    for (i32 position = -1; array_next_to(results, &page, &position, &value);)
+        *item++ = value;
+    std::sort(items, items + count,
+              [](mem_ref_t a, mem_ref_t b) { return db_item_compare_name(db_item(a), db_item(b)) < 0; });
+    array_set_from_memory(results, items, count);
+    mem_free(items);
+}
+
+static bool _db_is_few(db_query_t *query, u32 sort) {
     const db_t *db = query->db;
     u64 count = _db_query_count_results(query);
     u64 all = static_cast<u64>(db->folder_name_array.count) + db->file_name_array.count;
-    u32 ascending = sort & ~DB_SORT_DESCENDING;
-    if (!query->sorted || query->sort != DB_SORT_NAME_ASCENDING || ascending == DB_SORT_NAME_ASCENDING ||
-        db_sort_get_history_kind(sort) != DB_HISTORY_NONE || count > all / FEW_PART ||
-        (ascending == DB_SORT_PATH_ASCENDING && count > FEW_PATHS) ||
-        !db_get_sorted_arrays(query->db, db_sort_get_fast_flag(sort)).files)
+    bool is_by_name = query->sorted && query->sort == DB_SORT_NAME_ASCENDING;
+    if (count > all / FEW_PART || (!is_by_name && count > FEW_NAMES) ||
+        query->history_kind != DB_HISTORY_NONE || db_sort_get_history_kind(sort) != DB_HISTORY_NONE)
         return false;
-    return _db_gather_sort(query, sort);
+    if ((sort & ~DB_SORT_DESCENDING) == DB_SORT_PATH_ASCENDING && count > FEW_PATHS)
+        return false;
+    return db_get_sorted_arrays(query->db, db_sort_get_fast_flag(sort)).files != nullptr;
+}
+
+bool _db_sort_few(db_query_t *query, u32 sort) {
+    if (!_db_is_few(query, sort))
+        return false;
+    if (!query->sorted || query->sort != DB_SORT_NAME_ASCENDING) {
+        _db_sort_few_names(&query->folder_results);
+        _db_sort_few_names(&query->file_results);
+        _db_sort_set(query, DB_SORT_NAME_ASCENDING, DB_HISTORY_NONE);
+    }
+    if ((sort & ~DB_SORT_DESCENDING) != DB_SORT_NAME_ASCENDING)
+        return _db_gather_sort(query, sort);
+    if (sort & DB_SORT_DESCENDING)
+        _db_sort_reverse(query);
+    debug_printf("SET SORT 4 %d\n", sort);
+    return true;
 }
 
 void _db_sort_by_gathering(db_query_t *query, u32 sort) {

@@ -312,7 +312,8 @@ TEST(DbQuery, ALongWaitAsksWhetherToCancel) {
 TEST(DbQuery, FewResultsStandInTheOrderOfTheArray) {
     std::vector<std::string> names;
     for (u32 i = 0; i < 200; i++)
-        names.push_back((i % 40 == 0 ? "rare" : "name") + std::to_string(i));
+        names.push_back((i % 40 == 0 ? "rare" : "name") + std::to_string(i * 7 % 200) +
+                        (i % 3 ? ".b" : ".a"));
     test_volume_t volume = test_volume_from_paths(names);
     for (u32 i = 0; i < 200; i++) {
         volume.records[i].date = i % 80 == 0 ? VALUE_UNKNOWN : 1000 - i % 120; // some unknown, some alike
@@ -320,8 +321,9 @@ TEST(DbQuery, FewResultsStandInTheOrderOfTheArray) {
     }
     db_t *db = test_db_create({volume}, TEST_FLAGS_ALL);
     db_query_t *query = db_query_create(db, false, nullptr, nullptr);
-    for (u32 sort : {DB_SORT_SIZE_ASCENDING, DB_SORT_DATE_MODIFIED_ASCENDING, DB_SORT_DATE_CREATED_ASCENDING,
-                     DB_SORT_DATE_ACCESSED_ASCENDING}) {
+    for (u32 sort : {DB_SORT_NAME_ASCENDING, DB_SORT_PATH_ASCENDING, DB_SORT_EXTENSION_ASCENDING,
+                     DB_SORT_SIZE_ASCENDING, DB_SORT_DATE_MODIFIED_ASCENDING, DB_SORT_DATE_CREATED_ASCENDING,
+                     DB_SORT_ATTRIBUTES_ASCENDING, DB_SORT_DATE_ACCESSED_ASCENDING}) {
         for (u32 direction : {0u, 1u}) {
             db_query_params_t params = {};
             params.search = "";
@@ -334,6 +336,11 @@ TEST(DbQuery, FewResultsStandInTheOrderOfTheArray) {
             params.search = "rare";
             db_query_search(query, &params);
             EXPECT_EQ(expected, test_result_paths(query)) << sort << " " << direction;
+            for (u32 from : {DB_SORT_PATH_ASCENDING + 1u, DB_SORT_RUN_COUNT_ASCENDING + 1u}) {
+                db_sort(query, from);
+                db_sort(query, params.sort);
+                EXPECT_EQ(expected, test_result_paths(query)) << sort << " " << direction << " " << from;
+            }
         }
     }
     db_destroy_query(query);
