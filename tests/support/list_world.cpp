@@ -200,7 +200,8 @@ static std::string _list_make_list(random_t &random, list_table_t *table, u32 so
         if (is_folder && folders.count(path.substr(0, path.size() - 1)))
             continue; // it was made for an item below it
         _list_add_folders(table, &folders, source, path.substr(0, path.size() - is_folder), list);
-        path.resize(path.size() - is_folder);
+        if (is_folder)
+            path.pop_back();
         size_t slash = path.rfind('\\');
         list_item_t *item =
             _list_add(table, source, path.substr(0, slash), path.substr(slash + 1), is_folder, false);
