@@ -31,12 +31,10 @@ void db_ghost_selection(db_query_t *query) {
     u32 count = query->selection.count, folder_count = 0, file_count = 0;
     // Folders from the front, files behind them.
     mem_ref_t *items = static_cast<mem_ref_t *>(mem_alloc((static_cast<size_t>(count) + 1) * sizeof *items));
-    for (u32 i = bit_array_next(&query->selection, 0); i < query->selection.size;
-         i = bit_array_next(&query->selection, i + 1)) {
-        db_result_t result;
-        db_get_result(query, static_cast<i32>(i), &result);
+    _db_query_visit_selected(query, [&](const array_t *array, u32 value) {
+        db_result_t result = _db_query_get_value_result(query, array, value);
         items[result.is_folder ? folder_count++ : count - ++file_count] = mem_ref(result.item);
-    }
+    });
     _db_ghost_fill(&query->ghost_folders, items, folder_count);
     _db_ghost_fill(&query->ghost_files, items + folder_count, file_count);
     mem_free(items);

@@ -109,25 +109,13 @@ struct _db_selection_read_t {
     u32 count;
 };
 
-// The result index counts through the arrays.
 static void _db_get_selected(_db_selection_read_t *read) {
-    db_query_t *query = read->query;
-    array_t *arrays[3];
-    _db_query_get_result_arrays(query, arrays);
-    u32 base = 0;
-    for (const array_t *array : arrays) {
-        u32 index = bit_array_next(&query->selection, base);
-        for (; index < query->selection.size && index - base < array->count;
-             index = bit_array_next(&query->selection, index + 1)) {
-            u32 page;
-            i32 position;
-            u32 value = array_get(array, index - base, &page, &position);
-            db_result_t result = _db_query_get_value_result(query, array, value);
-            if (db_get_index(result.item)->type != DB_INDEX_TYPE_FILE_LIST)
-                read->items[read->count++] = {result.item, result.is_folder};
-        }
-        base += array->count;
-    }
+    const db_query_t *query = read->query;
+    _db_query_visit_selected(read->query, [read, query](const array_t *array, u32 value) {
+        db_result_t result = _db_query_get_value_result(query, array, value);
+        if (db_get_index(result.item)->type != DB_INDEX_TYPE_FILE_LIST)
+            read->items[read->count++] = {result.item, result.is_folder};
+    });
 }
 
 // Keeps of the items those that a kind must be read for beyond the record.
@@ -200,9 +188,8 @@ void db_get_result_extension(db_query_t *query, i32 index, utf8_buf_t *out) {
 void db_get_result_file_list_filename(db_query_t *query, i32 index, utf8_buf_t *out) {
     utf8_buf_empty(out);
     const db_item_t *item = db_get_result_item(query, index);
-    const db_index_t *source = item ? db_get_index(item) : nullptr;
-    if (source && source->type == DB_INDEX_TYPE_FILE_LIST)
-        utf8_buf_copy_string(out, static_cast<const db_index_file_list_t *>(source)->filename);
+    if (item)
+        utf8_buf_copy_string(out, db_index_get_file_list_filename(db_get_index(item)));
 }
 
 u32 db_get_result_run_count(db_query_t *query, i32 index) {

@@ -28,6 +28,23 @@ void _db_query_get_result_arrays(db_query_t *query, array_t *out[3]);
 // What a value of one of the result arrays stands for.
 db_result_t _db_query_get_value_result(const db_query_t *query, const array_t *array, u32 value);
 
+// Calls visit(array, value) for the selected results, in their order.
+template<class Visit>
+inline void _db_query_visit_selected(db_query_t *query, Visit visit) {
+    array_t *arrays[3];
+    _db_query_get_result_arrays(query, arrays);
+    u32 base = 0, index = bit_array_next(&query->selection, 0); // base: that of the page's first value
+    for (const array_t *array : arrays) {
+        for (u32 page = 0; page < array->page_count; page++) {
+            const u32 *values = array_page_values(array->pages[page]);
+            u32 end = base + array->pages[page]->item_count;
+            for (; index < end && index < query->selection.size;
+                 index = bit_array_next(&query->selection, index + 1))
+                visit(array, values[index - base]);
+            base = end;
+        }
+    }
+}
 // The result index of an item, or -1.
 i32 _db_query_find_item(db_query_t *query, mem_ref_t item);
 

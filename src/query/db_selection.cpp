@@ -29,24 +29,6 @@ static void _db_visit_rows(db_query_t *query, u32 first, u32 end, Visit visit) {
     }
 }
 
-// The same for the selected ones.
-template<class Visit>
-static void _db_visit_selected(db_query_t *query, Visit visit) {
-    array_t *arrays[3];
-    _db_query_get_result_arrays(query, arrays);
-    u32 base = 0, index = bit_array_next(&query->selection, 0);
-    for (const array_t *array : arrays) {
-        for (u32 page = 0; page < array->page_count; page++) {
-            const u32 *values = array_page_values(array->pages[page]);
-            u32 end = base + array->pages[page]->item_count;
-            for (; index < end && index < query->selection.size;
-                 index = bit_array_next(&query->selection, index + 1))
-                visit(array, values[index - base]);
-            base = end;
-        }
-    }
-}
-
 // --- Totals ------------------------------------------------------------------------------------------------
 
 static void _db_selection_clear_totals(db_query_t *query) {
@@ -93,7 +75,7 @@ void _db_selection_keep(db_query_t *query) {
         mem_ref_t *kept = static_cast<mem_ref_t *>(mem_alloc(count * sizeof *kept));
         query->kept_selection = kept;
         query->kept_selection_count = count;
-        _db_visit_selected(query, [query, &kept](const array_t *array, u32 value) {
+        _db_query_visit_selected(query, [query, &kept](const array_t *array, u32 value) {
             *kept++ = mem_ref(_db_query_get_value_result(query, array, value).item);
         });
     }
