@@ -6,6 +6,10 @@
 #include "query/db_query_value.h"
 #include "query/db_search_expand.h"
 #include "query/db_term.h"
+#include "track/db_folder_update.h"
+#include "track/db_monitor_folder.h"
+#include "track/db_recent_change.h"
+#include "track/db_run_history.h"
 
 #include <iterator>
 

@@ -4,8 +4,8 @@
 // A variable has the name of its key. A key of a single word has `config_` in front, since locals everywhere
 // have such names. A few settings stand with the modules that they belong to: max_threads, reuse_threads
 // (os/os.h), the index's columns (db/db_layout.h), extended_information_cache_monitor
-// (db/db_extended_info.h), and those of the search syntax (query/db_term.h, db_query_value.h,
-// db_search_expand.h).
+// (db/db_extended_info.h), those of changes, folders and histories (track), and those of the search syntax
+// (query/db_term.h, db_query_value.h, db_search_expand.h).
 //
 // Any thread may read, only the main thread writes: each is a word. Texts belong to `config` and are heap
 // strings, never 0 between config_init and config_kill; they are changed with utf8_replace_string.
@@ -300,7 +300,6 @@ inline u32 editor_maximized;
 inline u32 file_list_relative_paths;
 
 // Index. Where the database lies; its columns are told in db/db_layout.h.
-inline u32 index_recent_changes = 1;
 inline char *db_location;
 inline u32 db_multi_user_filename;
 inline u32 db_compress;
@@ -315,9 +314,7 @@ inline u32 auto_remove_offline_refs_volumes = 1;
 inline u32 find_mount_points_on_removable_volumes;
 inline i32 refs_skip_buffer_size;
 inline i32 refs_read_to_skip_threshold;
-inline i32 monitor_retry_milliseconds = 30000;
 inline u32 monitor_thread_mode_background = 1;
-inline u32 folder_update_thread_mode_background = 1;
 inline u32 folder_update_rescan_all_on_allevents;
 inline u32 folder_update_rescan_all_on_updatedir;
 inline u32 folder_update_ignore_updatedir;
@@ -354,9 +351,6 @@ inline i32 search_history_column_count_wide = 128;
 inline i32 search_history_column_count_order = 1;
 inline i32 search_history_column_date_wide = 128;
 inline i32 search_history_column_date_order = 2;
-inline u32 run_history_enabled = 1;
-inline u32 run_history_keep_forever = 1;
-inline i32 run_history_days_to_keep = 90;
 
 // QTP server. Searches over the network for other copies of this program, and downloads.
 inline u32 qtp_server_enabled;

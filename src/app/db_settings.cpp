@@ -6,7 +6,7 @@
 #include "base/utf8.h"
 #include "index/db_create.h"
 #include "index/db_lifecycle.h"
-#include "index/db_schedule.h"
+#include "track/db_schedule.h"
 #include "index/ntfs_volume.h"
 #include "os/os.h"
 

@@ -33,6 +33,9 @@ inline bool bit_array_get(const bit_array_t *bits, u32 index) {
 bool bit_array_set(bit_array_t *bits, u32 index, bool value);
 // Sets the bits from `first` up to but not including `end`, which is at most the size.
 void bit_array_set_range(bit_array_t *bits, u32 first, u32 end);
+// Puts a bit in front of that at `index`, which may be the size; or takes one out, and returns it.
+void bit_array_insert(bit_array_t *bits, u32 index, bool value);
+bool bit_array_remove(bit_array_t *bits, u32 index);
 void bit_array_invert(bit_array_t *bits);
 // The first bit becomes the last one, and so on.
 void bit_array_reverse(bit_array_t *bits);

@@ -31,6 +31,8 @@ static array_t db_t::*const _db_arrays[] = {
     &db_t::folder_frn128_array,        &db_t::recent_changes_by_item,
     &db_t::recent_changes_by_date,     &db_t::run_history_by_item,
     &db_t::run_history_links_by_count, &db_t::run_history_links_by_date,
+    &db_t::run_history_by_name,        &db_t::run_history_by_count,
+    &db_t::updated_items,
 };
 
 db_t *db_create(const char *file_list_filename) {

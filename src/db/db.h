@@ -41,11 +41,46 @@ struct db_query_hooks_t {
     void (*load_complete)(db_query_link_t *query);   // content is in place
 };
 
+struct db_item_set_t;
+
+// What of an item changes: those of the DB_FLAG_ columns that do (a folder's size is DB_FLAG_SIZE too), and
+inline constexpr u32 DB_CHANGE_PLACE = 0x10000;          // its name, or the path in front of it
+inline constexpr u32 DB_CHANGE_RECENT_CHANGES = 0x20000; // its record among the recent changes
+inline constexpr u32 DB_CHANGE_RUNS = 0x40000;           // its run history
+
+// What a query is told of live updates (track/db_live.h), on the main thread, with no worker at work. Each
+// item that changes leaves with its old data and enters with the new; between the two other items may leave.
+// Sort keys change only between the two calls, so that a query can find its place by comparisons in both.
+//
+//     an item comes      item_enters(0, item)
+//     changes            item_leaves(item), item_enters(item, item)
+//     has a new record   item_leaves(old), item_enters(old, item), and the old record goes
+//     goes               item_leaves(item), item_gone(item)
+//     many go at once    items_gone(folders, files)
+//     many move at once  tree_moves(), then the tree's folder like one that has a new record
+struct db_live_hooks_t {
+    // `item` is in all arrays and whole, with what is to be changed as it was.
+    void (*item_leaves)(db_query_link_t *query, const db_item_t *item, bool is_folder, u32 changes);
+    // `item` is in all arrays, with its new data. `old`: the record that it had when it left; 0: it is new.
+    void (*item_enters)(db_query_link_t *query, const db_item_t *old, const db_item_t *item, bool is_folder,
+                        u32 changes);
+    // The record goes: nothing may refer to it any more. It can still be read.
+    void (*item_gone)(db_query_link_t *query, const db_item_t *item, bool is_folder);
+    // All members of two sets go, in place of item_leaves and item_gone for each. Still in all arrays.
+    void (*items_gone)(db_query_link_t *query, const db_item_set_t *folders, const db_item_set_t *files);
+    // The items below a folder are about to get other paths, so many that the order of the results has to be
+    // made anew. Their records stay, and so does what is in the results.
+    void (*tree_moves)(db_query_link_t *query);
+    // Items that were entered in db_t's updated_items are to be painted again.
+    void (*items_updated)(db_query_link_t *query);
+};
+
 // What a database knows of a query.
 struct db_query_link_t {
     db_query_link_t *next;
     db_query_link_t *prev;
     const db_query_hooks_t *hooks;
+    const db_live_hooks_t *live; // 0: it holds no items
 };
 
 // The busy dialog, which is shown while the main thread waits long for the worker of a window's query. The
@@ -100,7 +135,19 @@ struct db_t {
     array_t folder_frn128_array; // folders of ReFS indexes
     // Side tables about items (track/db_recent_change.h, track/db_run_history.h); not in the database file.
     array_t recent_changes_by_item, recent_changes_by_date;
-    array_t run_history_by_item, run_history_links_by_count, run_history_links_by_date;
+    u32 recent_changes;                                                                 // they are noted
+    array_t run_history_by_name, run_history_by_count;                                  // entries, by path
+    array_t run_history_by_item, run_history_links_by_count, run_history_links_by_date; // links to items
+    u32 run_history_loaded;
+    u32 run_history_dirty; // it differs from its file
+
+    // Items whose data has changed since the owners of the queries were told, by reference (track/db_live.h).
+    array_t updated_items;
+    u32 updated_items_pending; // the flush is posted
+    // Of the folder sources: the scan (track/db_folder_update.h) and the monitors
+    // (track/db_monitor_folder.h). 0 until there is one.
+    struct db_folder_update_t *folder_update;
+    struct db_monitor_folders_t *folder_monitors;
 
     db_mem_t mem;             // the records
     db_exclude_set_t exclude; // what the content was built without

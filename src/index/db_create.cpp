@@ -4,7 +4,7 @@
 #include "base/mem.h"
 #include "base/utf8.h"
 #include "index/db_create_internal.h"
-#include "index/db_schedule.h"
+#include "track/db_schedule.h"
 #include "os/debug.h"
 #include "os/event.h"
 #include "os/os.h"

@@ -1,6 +1,6 @@
 // The comparison of what a database holds with what the settings want, and the check of file lists.
 #include "index/db_lifecycle_internal.h"
-#include "index/db_schedule.h"
+#include "track/db_schedule.h"
 #include "index/ntfs_partition.h"
 #include "os/debug.h"
 #include "os/event.h"

@@ -28,7 +28,9 @@ void event_init();
 void event_kill(); // drops what is still queued
 // Asks the main thread to call proc(param). Any thread. Wakes the main loop when the queue was empty.
 void event_post(event_proc_t *proc, void *param);
-// Takes away all posted calls with that pair. Main thread.
+// The same once a time has passed, in milliseconds: an alarm. At once for 0. Any thread.
+void event_post_after(u32 milliseconds, event_proc_t *proc, void *param);
+// Takes away all posted calls with that pair, alarms too. Main thread.
 void event_remove(event_proc_t *proc, void *param);
 // Runs the queue until it is empty. Main thread.
 void event_dispatch();

@@ -2,7 +2,7 @@
 
 #include "base/mem.h"
 #include "os/os.h"
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 #include "query/db_result_internal.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 #include "base/mem.h"
 #include "base/utf8.h"
 #include "os/os.h"
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 #include "query/db_query_internal.h"
 #include "query/db_regex.h"
 #include "query/db_search.h"

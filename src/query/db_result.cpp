@@ -1,7 +1,7 @@
 // Reading results: the row at an index, its texts, and where an item or a name stands.
 #include "base/utf8.h"
 #include "base/utf8_match.h"
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 #include "query/db_result_internal.h"
 #include "track/db_recent_change.h"
 #include "track/db_run_history.h"

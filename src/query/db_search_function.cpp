@@ -6,7 +6,7 @@
 #include "db/db_extended_info.h"
 #include "db/db_file.h"
 #include "db/db_folder.h"
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 #include "query/db_query_internal.h"
 #include "query/file_content.h"
 #include "track/db_recent_change.h"

@@ -1,7 +1,7 @@
 // What the files of the functions' ops share: the walk over a whole array that the pre-passes take.
 #pragma once
 
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 #include "query/db_search.h"
 #include "query/db_search_word.h"
 

@@ -10,7 +10,7 @@
 #include "base/utf8.h"
 #include "db/db_word.h"
 #include "os/os_parallel.h"
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 #include "query/db_query_internal.h"
 #include "query/db_search.h"
 

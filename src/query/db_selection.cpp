@@ -4,7 +4,7 @@
 #include "db/db_file.h"
 #include "os/debug.h"
 #include "os/os.h"
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 #include "query/db_result_internal.h"
 
 namespace findwright {

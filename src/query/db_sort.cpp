@@ -5,7 +5,7 @@
 #include "os/debug.h"
 #include "os/os.h"
 #include "os/os_parallel.h"
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 #include "query/db_sort_internal.h"
 #include "track/db_recent_change.h"
 #include "track/db_run_history.h"

@@ -11,6 +11,7 @@
 // while a search is compiled; executable terms belong to the query until its next search.
 #pragma once
 
+#include "db/db_data.h"
 #include "query/db_op.h"
 
 namespace findwright {
@@ -109,9 +110,7 @@ using db_text_test_t = bool(const db_exec_term_t *term, void *regex_match, const
 //   PARENT, PARENTS_SEVERAL          db_anchors_t, the folders in `inner`; 0 stands for no parent
 //   EMPTY, CHILD..., DUPE_...        db_item_set_t: the items that the test is true for
 //   FILE_LIST                        db_file_list_names_t
-struct db_term_data_t {
-    void (*free)(db_term_data_t *data); // frees the block
-};
+using db_term_data_t = db_data_t;
 
 struct db_exec_term_t {
     db_exec_term_t *link;

@@ -14,6 +14,9 @@
 
 namespace findwright {
 
+// Setting: changes are noted.
+inline u32 index_recent_changes = 1;
+
 #pragma pack(push, 4) // records of the arena lie at multiples of 4
 struct db_recent_change_t {
     u64 date; // file time
@@ -28,5 +31,10 @@ const db_recent_change_t *db_recent_change_find(const db_t *db, const db_item_t 
 void db_recent_change_set(db_t *db, bool is_folder, const db_item_t *item, u64 date);
 void db_recent_change_remove(db_t *db, const db_item_t *item);
 void db_recent_change_clear(db_t *db);
+// Takes out the records of all members of two sets.
+void db_recent_change_remove_many(db_t *db, const db_item_set_t *folders, const db_item_set_t *files);
+// Of a database that changes from now on: whether they are noted is as the setting says. Queries that are
+// ordered by them are told when there are none any more. True when something changed.
+bool _db_recent_change_enabled_changed(db_t *db);
 
 } // namespace findwright

@@ -15,6 +15,11 @@
 
 namespace findwright {
 
+// Settings.
+inline u32 run_history_enabled = 1;
+inline u32 run_history_keep_forever = 1;
+inline i32 run_history_days_to_keep = 90;
+
 struct db_run_t {
     u32 count;
     u64 date; // file time of the last time
@@ -35,5 +40,19 @@ db_run_t db_run_history_get(const db_t *db, const db_item_t *item);
 // (db_report_corrupt).
 void db_run_history_set_item(db_t *db, const db_item_t *item, bool is_folder, u32 count, u64 date);
 void db_run_history_clear(db_t *db);
+
+// --- For live updates (track/db_live.h) --------------------------------------------------------------------
+
+// An item has come: it gets a link when its path is known.
+void db_run_history_item_added(db_t *db, const db_item_t *item, bool is_folder);
+// An item goes, or all members of two sets: their links go, what is known of the paths stays.
+void db_run_history_item_removed(db_t *db, const db_item_t *item);
+void db_run_history_items_removed(db_t *db, const db_item_set_t *folders, const db_item_set_t *files);
+// An item that was opened before gets another record or another path, and keeps its count and date under the
+// new path. Taken before the change; the block is handed to the second function, which frees it, when `item`
+// is in all arrays. 0 where the item was never opened.
+struct db_run_history_move_t;
+db_run_history_move_t *db_run_history_take(db_t *db, const db_item_t *item);
+void db_run_history_give(db_t *db, db_run_history_move_t *move, const db_item_t *item, bool is_folder);
 
 } // namespace findwright

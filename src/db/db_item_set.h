@@ -4,18 +4,18 @@
 // Records begin at multiples of 4 and are at least 8 bytes long, so that one bit serves 8 bytes of the arena;
 // where the columns make them longer one bit serves 16.
 //
-// Owner: an executable term, or the pass that fills it. Filled by one thread, or by several that add items
+// Owner: an executable term of a search, or the pass that fills it. Filled by one thread, or by several that add items
 // with db_item_set_add_shared, or each to a set of its own; read by any number afterwards.
 #pragma once
 
 #include "base/array.h"
+#include "db/db_data.h"
 #include "db/db_item.h"
 #include "db/db_layout.h"
-#include "query/db_term.h"
 
 namespace findwright {
 
-struct db_item_set_t : db_term_data_t {
+struct db_item_set_t : db_data_t {
     mem_ref_t first; // the reference of the first bit, a multiple of what one word of bits stands for
     mem_ref_t end;   // references from here on are in no set
     u32 shift;       // references that share a bit, as a power of two
@@ -39,7 +39,7 @@ void db_item_set_widen(const array_t *items, mem_ref_t *first, mem_ref_t *last);
 db_item_set_t *db_item_set_create_like(const db_item_set_t *set);
 // Adds what is in a set for the same items.
 void db_item_set_merge(db_item_set_t *set, const db_item_set_t *from);
-void db_item_set_free(db_term_data_t *set);
+void db_item_set_free(db_data_t *set);
 
 inline bool db_item_set_has(const db_item_set_t *set, mem_ref_t item) {
     if (item < set->first || item >= set->end)

@@ -1,4 +1,4 @@
-#include "index/db_schedule.h"
+#include "track/db_schedule.h"
 
 #include "base/platform.h"
 #include "os/debug.h"

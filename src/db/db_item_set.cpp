@@ -1,4 +1,4 @@
-#include "query/db_item_set.h"
+#include "db/db_item_set.h"
 
 #include "base/mem.h"
 
@@ -64,7 +64,7 @@ void db_item_set_merge(db_item_set_t *set, const db_item_set_t *from) {
         set->bits[i] |= from->bits[i];
 }
 
-void db_item_set_free(db_term_data_t *data) {
+void db_item_set_free(db_data_t *data) {
     db_item_set_t *set = static_cast<db_item_set_t *>(data);
     mem_free(set->bits);
     mem_free(set);

@@ -1,0 +1,75 @@
+// Tells what changes in folders and in all that lies below them: the directory notifications of the system.
+//
+//     Windows: ReadDirectoryChangesW, one overlapped read per root
+//     Linux:   inotify, one watch per folder of the tree; or fanotify on the whole file system of a root,
+//              where the rights allow (no walk over the tree, no limit of watches)
+//
+// Events come in the order in which the system tells of them, with full inside paths. They say that something
+// happened at a path, not what is there now: who gets one looks for himself.
+//
+// A folder that is new in a tree is told as one added. On Linux what it holds by then may or may not be told
+// by events of its own, so the receiver scans an added folder, and may meet an item twice; from then on the
+// folder is watched like the rest of its tree.
+//
+// Links are items and never entered; what lies in another file system than the root is not told.
+//
+// Owner: the creator destroys it. One thread at a time adds, removes and waits; os_watch_stop is for any
+// thread, while it lives.
+#pragma once
+
+#include "base/types.h"
+
+namespace findwright {
+
+struct os_watch_t;
+
+enum os_watch_action_t : u32 {
+    OS_WATCH_OVERFLOW = 0, // events of this root were lost: only a scan tells
+    OS_WATCH_ADDED = 1,
+    OS_WATCH_REMOVED = 2,
+    OS_WATCH_MODIFIED = 3, // size, dates, attributes
+    OS_WATCH_RENAMED = 5,  // `path` became `new_path`, both below roots of the same number
+    OS_WATCH_LOST = 6,     // the root is gone, or cannot be followed any more; it is watched no longer
+    OS_WATCH_LIMIT = 7,    // the system has no more watches to give: the root is watched no longer
+};
+
+struct os_watch_event_t {
+    os_watch_action_t action;
+    u32 root;         // its handle
+    const char *path; // full, inside form, terminated; empty where the root as a whole is meant
+    u32 length;
+    const char *new_path; // of a rename
+    u32 new_length;
+};
+
+// Not to be called back into the watch.
+using os_watch_proc_t = void(void *param, const os_watch_event_t *event);
+
+// Which folders below a root are watched: false leaves one out, and what is below it. Any thread of the
+// watch.
+using os_watch_filter_t = bool(void *param, const char *path, u32 length);
+
+inline constexpr u32 OS_WATCH_NONE = 0xFFFFFFFF;
+
+os_watch_t *os_watch_create(os_watch_filter_t *filter, void *param);
+void os_watch_destroy(os_watch_t *watch);
+
+// Watches a folder and all below it from now on. Its handle, or OS_WATCH_NONE with os_get_last_error.
+// `buffer_size`: bytes for events that wait, where the system asks for that (Windows).
+u32 os_watch_add(os_watch_t *watch, const char *path, u32 buffer_size);
+void os_watch_remove(os_watch_t *watch, u32 root);
+
+enum os_watch_wait_t : u32 {
+    OS_WATCH_FIRED, // proc was called for what came
+    OS_WATCH_TIMEOUT,
+    OS_WATCH_STOPPED,
+};
+// Waits up to `timeout` milliseconds, OS_INFINITE for no limit, and calls proc(param, &event) for each event
+// that came. Once stopped, a watch stays so.
+os_watch_wait_t os_watch_wait(os_watch_t *watch, u32 timeout, os_watch_proc_t *proc, void *param);
+void os_watch_stop(os_watch_t *watch);
+
+// Watches that the system has given, for a root; 0 where it needs none per folder.
+u32 os_watch_get_watch_count(const os_watch_t *watch, u32 root);
+
+} // namespace findwright
