@@ -5,7 +5,8 @@
 //
 // On Windows the queue wakes the main thread through a message to a window of its own, so that events also
 // run in a modal loop of the system; on POSIX through an eventfd in the epoll set of the main loop
-// (os_posix.h).
+// (os_posix.h). Alarms have one timer of the system, a timer of that window or a timerfd, which is set for
+// the next of them: none costs anything while it waits.
 #pragma once
 
 #include "base/types.h"
@@ -19,6 +20,7 @@ struct event_t {
     event_t *prev;
     event_proc_t *proc;
     void *param;
+    u64 due; // of an alarm, by os_get_milliseconds
 };
 
 extern u32 message_trace; // log every event: "EVENT: %p %p\n"
@@ -28,7 +30,9 @@ void event_init();
 void event_kill(); // drops what is still queued
 // Asks the main thread to call proc(param). Any thread. Wakes the main loop when the queue was empty.
 void event_post(event_proc_t *proc, void *param);
-// The same once a time has passed, in milliseconds: an alarm. At once for 0. Any thread.
+// The same once a time has passed, in milliseconds: an alarm. At once for 0. Any thread. An alarm is never
+// early; it stands behind what is in the queue when its time has come. One that posts itself again with a
+// time above 0 lets the main loop see to its input in between, which one that posts itself at once does not.
 void event_post_after(u32 milliseconds, event_proc_t *proc, void *param);
 // Takes away all posted calls with that pair, alarms too. Main thread.
 void event_remove(event_proc_t *proc, void *param);

@@ -48,6 +48,15 @@ void os_loop_kill();
 void os_loop_wake();
 // Waits up to `timeout` milliseconds and handles what came; false when nothing did.
 bool os_loop_wait(u32 timeout);
+// Has the main thread call event_dispatch_alarms at that time of os_get_milliseconds, in place of the time
+// set before; OS_ALARM_NONE: not at all. Any thread. False where only the main thread can set it: then that
+// has been woken (os_loop_wake), and is to try again.
+bool os_loop_set_alarm(u64 due);
+inline constexpr u64 OS_ALARM_NONE = ~static_cast<u64>(0);
+// What the loop calls then (event.cpp).
+void event_dispatch_alarms();
+// A clock that nothing sets, in milliseconds since some time before the process.
+u64 os_get_milliseconds();
 
 // --- Files (os_file_*.cpp)
 // --------------------------------------------------------------------------------------

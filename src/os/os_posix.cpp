@@ -15,6 +15,7 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
+#include <sys/timerfd.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -295,7 +296,7 @@ u32 os_event_wait(os_event_t *event, u32 timeout) {
     return is_set ? OS_WAIT_DONE : OS_WAIT_TIMEOUT;
 }
 
-static u64 _os_monotonic_milliseconds() {
+u64 os_get_milliseconds() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<u64>(now.tv_sec) * 1000 + static_cast<u64>(now.tv_nsec) / 1000000;
@@ -307,13 +308,13 @@ static constexpr u64 DEADLINE_NEVER = ~static_cast<u64>(0);
 u64 os_deadline(u32 timeout) {
     if (timeout == OS_INFINITE)
         return DEADLINE_NEVER;
-    return timeout ? _os_monotonic_milliseconds() + timeout + 1 : 0;
+    return timeout ? os_get_milliseconds() + timeout + 1 : 0;
 }
 
 int os_deadline_left(u64 deadline) {
     if (deadline == DEADLINE_NEVER)
         return -1;
-    u64 now = deadline ? _os_monotonic_milliseconds() : 0;
+    u64 now = deadline ? os_get_milliseconds() : 0;
     return deadline > now ? static_cast<int>(std::min<u64>(deadline - now, INT_MAX)) : 0;
 }
 
@@ -328,7 +329,9 @@ struct os_loop_watch_t {
 
 static int _loop_epoll = -1;
 static int _loop_wake = -1;
+static int _loop_alarm = -1;
 static os_loop_watch_t *_loop_wake_watch;
+static os_loop_watch_t *_loop_alarm_watch;
 
 static void _os_loop_wake_proc(void *, u32) {
     eventfd_t count;
@@ -336,21 +339,44 @@ static void _os_loop_wake_proc(void *, u32) {
     event_dispatch();
 }
 
+static void _os_loop_alarm_proc(void *, u32) {
+    u64 count;
+    // Nothing to read: it was set anew since, and comes again.
+    if (read(_loop_alarm, &count, sizeof(count)) == sizeof(count))
+        event_dispatch_alarms();
+}
+
 void os_loop_init() {
     _loop_epoll = epoll_create1(EPOLL_CLOEXEC);
     _loop_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (_loop_epoll != -1 && _loop_wake != -1)
+    _loop_alarm = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    if (_loop_epoll != -1 && _loop_wake != -1 && _loop_alarm != -1) {
         _loop_wake_watch = os_loop_add(_loop_wake, EPOLLIN, _os_loop_wake_proc, nullptr);
-    if (!_loop_wake_watch)
+        _loop_alarm_watch = os_loop_add(_loop_alarm, EPOLLIN, _os_loop_alarm_proc, nullptr);
+    }
+    if (!_loop_wake_watch || !_loop_alarm_watch)
         debug_fatal("failed to create main loop %d", errno);
 }
 
 void os_loop_kill() {
+    os_loop_remove(_loop_alarm_watch);
     os_loop_remove(_loop_wake_watch);
-    _loop_wake_watch = nullptr;
+    _loop_wake_watch = _loop_alarm_watch = nullptr;
+    close(_loop_alarm);
     close(_loop_wake);
     close(_loop_epoll);
-    _loop_wake = _loop_epoll = -1;
+    _loop_wake = _loop_alarm = _loop_epoll = -1;
+}
+
+bool os_loop_set_alarm(u64 due) {
+    itimerspec when = {}; // all zero: none
+    if (due != OS_ALARM_NONE) {
+        when.it_value.tv_sec = static_cast<time_t>(due / 1000);
+        when.it_value.tv_nsec = static_cast<long>(due % 1000) * 1000000;
+    }
+    if (timerfd_settime(_loop_alarm, TFD_TIMER_ABSTIME, &when, nullptr) != 0)
+        debug_fatal("failed to set timer %d", errno);
+    return true;
 }
 
 void os_loop_wake() {

@@ -262,11 +262,18 @@ u32 os_event_wait(os_event_t *event, u32 timeout) {
 // --- Main loop
 // --------------------------------------------------------------------------------------------------
 
+static constexpr UINT_PTR LOOP_ALARM = 1;
+
 static constexpr wchar_t LOOP_CLASS[] = L"FINDWRIGHT_EVENT";
 
 static LRESULT CALLBACK _os_loop_window_proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
     if (message == OS_MESSAGE_EVENT) {
         event_dispatch();
+        return 0;
+    }
+    if (message == WM_TIMER && wparam == LOOP_ALARM) {
+        KillTimer(window, LOOP_ALARM); // it would come again and again
+        event_dispatch_alarms();
         return 0;
     }
     return DefWindowProcW(window, message, wparam, lparam);
@@ -294,6 +301,28 @@ void os_loop_kill() {
 
 void os_loop_wake() {
     PostMessageW(os_notification_window, OS_MESSAGE_EVENT, 0, 0);
+}
+
+u64 os_get_milliseconds() {
+    return GetTickCount64();
+}
+
+bool os_loop_set_alarm(u64 due) {
+    // A timer belongs to the thread of its window.
+    if (GetWindowThreadProcessId(os_notification_window, nullptr) != GetCurrentThreadId()) {
+        os_loop_wake();
+        return false;
+    }
+    if (due == OS_ALARM_NONE) {
+        KillTimer(os_notification_window, LOOP_ALARM);
+        return true;
+    }
+    u64 now = os_get_milliseconds();
+    u64 left = due > now ? due - now : 0;
+    UINT time = left < USER_TIMER_MAXIMUM ? static_cast<UINT>(left) : USER_TIMER_MAXIMUM;
+    if (!SetTimer(os_notification_window, LOOP_ALARM, time, nullptr))
+        debug_fatal("failed to set timer %d", GetLastError());
+    return true;
 }
 
 bool os_loop_wait(u32 timeout) {

@@ -110,6 +110,74 @@ TEST_F(event_test, wait_ends_with_the_time_out) {
     EXPECT_GE(os_get_tick_count() - start, 28000u);
 }
 
+// Waits until so many have run.
+void wait_for(size_t count) {
+    while (ran.size() < count)
+        ASSERT_TRUE(event_wait_and_dispatch(60000)) << ran.size();
+}
+
+TEST_F(event_test, alarms_run_in_the_order_of_their_times_and_never_early) {
+    u32 start = os_get_tick_count();
+    event_post_after(80, record_proc, &three);
+    event_post_after(40, other_proc, &one);
+    event_post_after(40, record_proc, &two); // the same time: in the order of posting
+    event_post_after(20, record_proc, &one);
+    event_post_after(0, other_proc, &three);
+    event_dispatch();
+    EXPECT_EQ(ran, (std::vector<int>{-3}));
+    wait_for(2);
+    EXPECT_GE(os_get_tick_count() - start, 19000u);
+    wait_for(5);
+    EXPECT_GE(os_get_tick_count() - start, 79000u);
+    EXPECT_EQ(ran, (std::vector<int>{-3, 1, -1, 2, 3}));
+    // The timer has nothing more to say.
+    while (event_wait_and_dispatch(0))
+        ;
+    EXPECT_FALSE(event_wait_and_dispatch(50));
+}
+
+TEST_F(event_test, removed_alarms_do_not_run_and_the_next_one_is_waited_for) {
+    event_post_after(1, record_proc, &one);
+    event_post_after(30, record_proc, &two);
+    event_post_after(1, record_proc, &one);
+    event_post_after(60000, record_proc, &three);
+    event_remove(record_proc, &one);
+    wait_for(1);
+    EXPECT_EQ(ran, (std::vector<int>{2}));
+    event_remove(record_proc, &three);
+    while (event_wait_and_dispatch(0))
+        ;
+    EXPECT_FALSE(event_wait_and_dispatch(50));
+}
+
+void alarming_proc(void *) {
+    event_post_after(20, record_proc, &one);
+    event_post_after(10, record_proc, &two);
+}
+
+TEST_F(event_test, alarms_of_workers_end_the_wait) {
+    event_post_after(60000, record_proc, &three);
+    os_thread_t *thread = os_thread_create(alarming_proc, nullptr);
+    wait_for(2);
+    os_thread_release(thread, OS_INFINITE);
+    EXPECT_EQ(ran, (std::vector<int>{2, 1}));
+    event_remove(record_proc, &three);
+}
+
+u32 rounds;
+
+void round_proc(void *) {
+    rounds++;
+    event_post_after(1, round_proc, nullptr);
+}
+
+TEST_F(event_test, an_alarm_that_posts_itself_leaves_the_dispatch) {
+    round_proc(nullptr);
+    while (rounds < 3)
+        ASSERT_TRUE(event_wait_and_dispatch(60000));
+    event_remove(round_proc, nullptr);
+}
+
 TEST_F(event_test, trace_logs_each_event) {
     log_capture_t log;
     message_trace = 1;

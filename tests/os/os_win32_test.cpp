@@ -33,6 +33,18 @@ TEST(os_win32, events_run_in_any_message_loop_by_one_message_a_burst) {
     EXPECT_FALSE(PeekMessageW(&message, nullptr, OS_MESSAGE_EVENT, OS_MESSAGE_EVENT, PM_REMOVE));
 }
 
+TEST(os_win32, alarms_run_in_any_message_loop_once) {
+    while (event_wait_and_dispatch(0))
+        ;
+    runs = 0;
+    event_post_after(10, run_proc, nullptr);
+    MSG message;
+    while (runs == 0 && GetMessageW(&message, nullptr, 0, 0))
+        DispatchMessageW(&message);
+    EXPECT_EQ(runs, 1u);
+    EXPECT_FALSE(event_wait_and_dispatch(60));
+}
+
 TEST(os_win32, end_of_the_program_is_left_to_its_loop) {
     PostQuitMessage(7);
     event_wait_and_dispatch(0);
