@@ -1,12 +1,11 @@
-// The orders of a database's arrays, checked against the comparisons that define them.
+// A database's arrays, checked by a test that goes on to something else.
 #pragma once
 
 #include "db/db.h"
 
 namespace findwright {
 
-// Every array that the layout has holds every item once, and each two neighbours in strict order. A failure
-// is the running test's.
+// db_check_whole (support/db_compare.h); a fault is the running test's failure.
 void test_check_orders(db_t *db);
 
 } // namespace findwright
