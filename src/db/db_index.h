@@ -55,6 +55,7 @@ struct db_index_folder_t : db_index_t {
     u32 update_type;    // the schedule of its scans
     u32 update_value;
     u64 next_update; // file time
+    u32 update_now;  // a scan was asked for; not in the database file
 };
 inline constexpr u32 DB_INDEX_FOLDER_BUFFER_SIZE = 0x10000;
 inline constexpr u32 DB_INDEX_FOLDER_UPDATE_TYPE = 2;
