@@ -104,6 +104,7 @@ void db_forget_work(db_t *db) {
     db->busy_count = 0;
     db->loaded = db->local = 0;
     db->check_file_lists_deferred = 0;
+    db->run_history_loaded = db->run_history_dirty = 0;
 }
 
 u64 db_memory_size(const db_t *db) {

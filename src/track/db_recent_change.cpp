@@ -1,5 +1,8 @@
 #include "track/db_recent_change.h"
 
+#include "base/mem.h"
+#include "base/pointer_pool.h"
+#include "db/db_item_set.h"
 #include "os/debug.h"
 
 namespace findwright {
@@ -85,6 +88,88 @@ void db_recent_change_clear(db_t *db) {
         db_mem_free(&db->mem, mem_ptr<db_recent_change_t>(value), sizeof(db_recent_change_t));
     array_clear(&db->recent_changes_by_item);
     array_clear(&db->recent_changes_by_date);
+}
+
+// --- Many at once ------------------------------------------------------------------------------------------
+
+// Keeps the records of an array that are of none of the two sets' items; the others go to `gone`, which may
+// be 0. In one pass.
+static void _db_recent_change_filter(array_t *changes, const db_item_set_t *folders,
+                                     const db_item_set_t *files, pointer_pool_t *gone) {
+    u32 *kept = static_cast<u32 *>(mem_alloc((changes->count + 1) * sizeof *kept)), count = 0;
+    u32 page = 0, value;
+    for (i32 position = -1; array_next_to(changes, &page, &position, &value);) {
+        const db_recent_change_t *change = _db_recent_change(value);
+        if (!db_item_set_has(change->is_folder ? folders : files, change->item))
+            kept[count++] = value;
+        else if (gone)
+            pointer_pool_push(gone, value);
+    }
+    if (count == 0)
+        array_clear(changes);
+    else if (count != changes->count)
+        array_set_from_memory(changes, kept, count);
+    mem_free(kept);
+}
+
+void db_recent_change_remove_many(db_t *db, const db_item_set_t *folders, const db_item_set_t *files) {
+    if (db->recent_changes_by_item.count == 0)
+        return;
+    pointer_pool_t gone;
+    pointer_pool_init(&gone);
+    _db_recent_change_filter(&db->recent_changes_by_item, folders, files, &gone);
+    u32 count = pointer_pool_count(&gone);
+    if (count != 0)
+        _db_recent_change_filter(&db->recent_changes_by_date, folders, files, nullptr);
+    for (u32 i = 0; i < count; i++)
+        db_mem_free(&db->mem, mem_ptr<db_recent_change_t>(pointer_pool_get(&gone, i)),
+                    sizeof(db_recent_change_t));
+    pointer_pool_kill(&gone);
+}
+
+// --- The setting -------------------------------------------------------------------------------------------
+
+void db_recent_change_start(db_t *db) {
+    db->recent_changes = index_recent_changes != 0 && !db->file_list_filename;
+}
+
+// Forgets all records. To the queries these are so many items that change.
+static void _db_recent_change_forget(db_t *db) {
+    u32 count = db->recent_changes_by_item.count;
+    struct item_t {
+        mem_ref_t item;
+        bool is_folder;
+    };
+    auto *items = static_cast<item_t *>(mem_alloc((count + 1) * sizeof(item_t)));
+    u32 page = 0, value, place = 0;
+    for (i32 position = -1; array_next_to(&db->recent_changes_by_item, &page, &position, &value);) {
+        const db_recent_change_t *change = _db_recent_change(value);
+        items[place++] = {change->item, change->is_folder != 0};
+    }
+    for (db_query_link_t *query = db->query_first; query; query = query->next) {
+        for (u32 i = 0; i < place && query->live; i++)
+            query->live->item_leaves(query, db_item(items[i].item), items[i].is_folder,
+                                     DB_CHANGE_RECENT_CHANGES);
+    }
+    db_recent_change_clear(db);
+    for (db_query_link_t *query = db->query_first; query; query = query->next) {
+        for (u32 i = 0; i < place && query->live; i++) {
+            const db_item_t *item = db_item(items[i].item);
+            query->live->item_enters(query, item, item, items[i].is_folder, DB_CHANGE_RECENT_CHANGES);
+        }
+    }
+    mem_free(items);
+}
+
+bool _db_recent_change_enabled_changed(db_t *db) {
+    db_wait(db, "_db_recent_change_enabled_changed");
+    u32 old = db->recent_changes;
+    db_recent_change_start(db);
+    if (db->recent_changes == old)
+        return false;
+    if (!db->recent_changes)
+        _db_recent_change_forget(db);
+    return true;
 }
 
 } // namespace findwright

@@ -33,8 +33,11 @@ void db_recent_change_remove(db_t *db, const db_item_t *item);
 void db_recent_change_clear(db_t *db);
 // Takes out the records of all members of two sets.
 void db_recent_change_remove_many(db_t *db, const db_item_set_t *folders, const db_item_set_t *files);
-// Of a database that changes from now on: whether they are noted is as the setting says. Queries that are
-// ordered by them are told when there are none any more. True when something changed.
+// Content is in place: whether its changes are noted is as the setting says; never of a view of a file list.
+// The thread that owns the database.
+void db_recent_change_start(db_t *db);
+// The setting has changed: whether changes are noted from now on is as it says. To the queries all records go
+// when they are not noted any more. True when something changed.
 bool _db_recent_change_enabled_changed(db_t *db);
 
 } // namespace findwright

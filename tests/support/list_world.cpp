@@ -263,9 +263,16 @@ static void _list_find_items(list_world_t *world) {
 static void _list_make_history(random_t &random, list_world_t *world) {
     for (list_item_t &item : world->items) {
         if (_list_random(random, 8) == 0) {
-            item.run_count = 1 + _list_random(random, 4);
-            item.run_date = 100 + _list_random(random, 5);
-            db_run_history_set_item(world->db, item.item, item.is_folder, item.run_count, item.run_date);
+            u32 count = 1 + _list_random(random, 4);
+            u64 date = 100 + _list_random(random, 5);
+            db_run_history_set_item(world->db, item.item, item.is_folder, count, date);
+            for (list_item_t &other : world->items) { // all that have its path
+                if (utf8_compare_lower(other.path.data(), static_cast<u32>(other.path.size()),
+                                       item.path.data(), static_cast<u32>(item.path.size())) != 0)
+                    continue;
+                other.run_count = count;
+                other.run_date = date;
+            }
         }
         if (_list_random(random, 8) == 0) {
             item.change_date = 100 + _list_random(random, 9);

@@ -2,6 +2,7 @@
 #include "track/db_recent_change.h"
 
 #include "db/db_image.h"
+#include "db/db_item_set.h"
 #include "os/event.h"
 #include "os/os_test_support.h"
 #include "support/test_db.h"
@@ -73,6 +74,75 @@ TEST(DbRecentChange, KeepsOneRecordOfTheLastChange) {
     db_recent_change_clear(test.db);
     EXPECT_EQ(db_mem_used(&test.db->mem), used);
     EXPECT_EQ(test.db->recent_changes_by_date.count + test.db->recent_changes_by_item.count, 0u);
+}
+
+TEST(DbRecentChange, RecordsOfManyItemsGoAtOnce) {
+    for (u32 every : {1u, 2u, 100u}) {
+        changes_t test;
+        size_t used = db_mem_used(&test.db->mem);
+        db_item_set_t *files = db_item_set_create(&test.db->file_name_array);
+        db_item_set_t *folders = db_item_set_create(&test.db->folder_name_array);
+        for (u32 i = 0; i < test.db->file_name_array.count; i++) {
+            mem_ref_t item = mem_ref(test.item(i));
+            db_recent_change_set(test.db, false, test.item(i), i % 3);
+            if (i % every == every - 1)
+                db_item_set_add(files, item);
+            else
+                test.model[item] = i % 3;
+        }
+        db_recent_change_remove_many(test.db, folders, files);
+        test.check();
+        EXPECT_EQ(db_mem_used(&test.db->mem), used + test.model.size() * sizeof(db_recent_change_t));
+        db_item_set_free(folders);
+        db_item_set_free(files);
+    }
+}
+
+struct listener_t : db_query_link_t {
+    db_t *db;
+    u32 left, entered;
+};
+
+// What the setting takes away, the queries are told of item by item.
+TEST(DbRecentChange, FollowsTheSetting) {
+    static const db_query_hooks_t hooks = {};
+    static const db_live_hooks_t live = {
+        [](db_query_link_t *query, const db_item_t *item, bool is_folder, u32 changes) {
+            auto *listener = static_cast<listener_t *>(query);
+            EXPECT_TRUE(db_recent_change_find(listener->db, item));
+            listener->left += changes == DB_CHANGE_RECENT_CHANGES && !is_folder;
+        },
+        [](db_query_link_t *query, const db_item_t *, const db_item_t *item, bool, u32) {
+            auto *listener = static_cast<listener_t *>(query);
+            EXPECT_FALSE(db_recent_change_find(listener->db, item));
+            listener->entered++;
+        },
+        nullptr,
+        nullptr,
+        nullptr,
+        nullptr};
+    changes_t test;
+    listener_t listener = {};
+    listener.hooks = &hooks;
+    listener.live = &live;
+    listener.db = test.db;
+    db_add_query(test.db, &listener);
+    db_recent_change_start(test.db);
+    EXPECT_EQ(test.db->recent_changes, 1u);
+    for (u32 i = 0; i < 3; i++)
+        db_recent_change_set(test.db, false, test.item(i), i);
+    EXPECT_FALSE(_db_recent_change_enabled_changed(test.db));
+    EXPECT_EQ(test.db->recent_changes_by_date.count, 3u);
+    index_recent_changes = 0;
+    EXPECT_TRUE(_db_recent_change_enabled_changed(test.db));
+    EXPECT_EQ(test.db->recent_changes, 0u);
+    EXPECT_EQ(test.db->recent_changes_by_date.count, 0u);
+    EXPECT_EQ(listener.left, 3u);
+    EXPECT_EQ(listener.entered, 3u);
+    index_recent_changes = 1;
+    EXPECT_TRUE(_db_recent_change_enabled_changed(test.db));
+    EXPECT_EQ(test.db->recent_changes, 1u);
+    db_remove_query(test.db, &listener);
 }
 
 TEST(DbRecentChange, ArraysThatDisagreeAreReported) {
