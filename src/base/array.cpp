@@ -82,6 +82,12 @@ void array_page_free(array_t *array, array_page_t *page) {
     mem_poison(_array_page_body(page), ARRAY_PAGE_SIZE - ARRAY_PAGE_HEADER);
 }
 
+void array_page_drop(array_t *array, array_page_t *page) {
+    if (array->word)
+        _array_page_take_words(page);
+    array_page_free(array, page);
+}
+
 // --- Page table --------------------------------------------------------------------------------------------
 
 static u32 _array_table_capacity(u32 page_count) {
@@ -135,9 +141,7 @@ static array_page_t *_array_page_insert(array_t *array, u32 at, u32 data_offset)
 }
 
 static void _array_page_remove(array_t *array, u32 at) {
-    if (array->word)
-        _array_page_take_words(array->pages[at]);
-    array_page_free(array, array->pages[at]);
+    array_page_drop(array, array->pages[at]);
     array->page_count--;
     u32 behind = array->page_count - at;
     memmove(array->pages + at, array->pages + at + 1, behind * sizeof(*array->pages));

@@ -119,6 +119,35 @@ void array_take_pages(array_t *array, array_t *source);
 // take, give or exchange pages, are for arrays without words.
 void array_words_create(array_t *array, array_word_t *word);
 
+// --- Passes over many values -------------------------------------------------------------------------------
+
+// Removes what a test picks from one page, in order; the page may be left empty. Several threads may work on
+// different pages. When all are done, array_close makes the array whole. Returns how many values went.
+template<class Picks>
+inline u32 array_page_remove_if(const array_t *array, array_page_t *page, Picks picks) {
+    u32 *values = array_page_values(page), kept = 0;
+    u64 *words = array->word ? array_page_words(page) : nullptr;
+    for (u32 i = 0; i < page->item_count; i++) {
+        u32 value = values[i];
+        values[kept] = value;
+        if (words)
+            words[kept] = words[i];
+        kept += !picks(value);
+    }
+    u32 removed = page->item_count - kept;
+    page->item_count = kept;
+    return removed;
+}
+// Drops empty pages, joins neighbours that have become sparse, and counts anew.
+void array_close(array_t *array);
+
+// All values, in order, to a table of `count`; and back from one that holds the same values in another order.
+// Words move along.
+void array_get_all(const array_t *array, u32 *values);
+void array_set_all(array_t *array, const u32 *values);
+
+// --- Building ----------------------------------------------------------------------------------------------
+
 // Building from scratch, by appending. An empty array is a builder; in it `pages` and `capacity` are not what
 // they say: the builder keeps its first and last page there until it is finished. Only the functions below,
 // and array_kill, may be called on it until then.

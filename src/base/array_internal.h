@@ -9,6 +9,8 @@ namespace findwright {
 array_page_t *array_page_alloc(array_t *array);
 // Puts a page on the list of free runs.
 void array_page_free(array_t *array, array_page_t *page);
+// The same for a page of the table, with the block of its words.
+void array_page_drop(array_t *array, array_page_t *page);
 // Makes a block of 1 to 16 pages and enters it as a free run, for an array that has no free page.
 void array_block_add(array_t *array, u32 page_count);
 

@@ -56,6 +56,7 @@ void db_destroy(db_t *db) {
     event_remove(_db_load_complete_proc, db);
     event_remove(_db_status_changed_proc, db);
     event_remove(_db_corrupt_proc, db);
+    event_remove(db_flush_updated_items, db);
     for (char *text : {db->status_text, db->status_detail_text, db->file_list_filename}) {
         if (text)
             mem_free(text);
@@ -101,6 +102,9 @@ void db_forget_work(db_t *db) {
     event_remove(_db_ready_proc, db);
     event_remove(_db_load_complete_proc, db);
     event_remove(_db_corrupt_proc, db);
+    event_remove(db_flush_updated_items, db);
+    array_clear(&db->updated_items);
+    db->updated_items_pending = 0;
     db->busy_count = 0;
     db->loaded = db->local = 0;
     db->check_file_lists_deferred = 0;

@@ -69,7 +69,7 @@ struct db_live_hooks_t {
     // All members of two sets go, in place of item_leaves and item_gone for each. Still in all arrays.
     void (*items_gone)(db_query_link_t *query, const db_item_set_t *folders, const db_item_set_t *files);
     // The items below a folder are about to get other paths, so many that the order of the results has to be
-    // made anew. Their records stay, and so does what is in the results.
+    // made anew. Their records stay; but records of histories are made anew: results must not hold any.
     void (*tree_moves)(db_query_link_t *query);
     // Items that were entered in db_t's updated_items are to be painted again.
     void (*items_updated)(db_query_link_t *query);
@@ -141,7 +141,7 @@ struct db_t {
     u32 run_history_loaded;
     u32 run_history_dirty; // it differs from its file
 
-    // Items whose data has changed since the owners of the queries were told, by reference (track/db_live.h).
+    // Items whose data has changed since the owners of the queries were told, by reference.
     array_t updated_items;
     u32 updated_items_pending; // the flush is posted
     // Of the folder sources: the scan (track/db_folder_update.h) and the monitors
@@ -206,6 +206,17 @@ void db_get_status(db_t *db, utf8_buf_t *out, utf8_buf_t *detail);
 void db_clear_content(db_t *db);
 // Bytes that the content takes: records, arrays.
 u64 db_memory_size(const db_t *db);
+
+// Notes an item whose data has changed; the owners of the queries are told once, from the main loop, and the
+// item is forgotten then. Main thread.
+void db_mark_updated(db_t *db, const db_item_t *item);
+bool db_is_updated(const db_t *db, const db_item_t *item);
+// The record goes. True when it was noted.
+bool db_forget_updated(db_t *db, const db_item_t *item);
+// The same for all members of two sets.
+void db_forget_updated_many(db_t *db, const db_item_set_t *folders, const db_item_set_t *files);
+// Posted: tells the owners; of a busy database once that is idle.
+void db_flush_updated_items(void *db);
 
 // The pair of arrays that hold an order, for files and folders; 0 where the layout does not have them. The
 // column is told by its fast sort flag; 0 is the name order.

@@ -20,12 +20,15 @@ db_folder_t *db_folder_alloc_ntfs(db_t *db, db_index_t *index, u64 frn, mem_ref_
     return folder;
 }
 
-void db_folder_free(db_t *db, db_folder_t *folder) {
+void db_folder_free_typed(db_t *db, db_folder_t *folder, db_index_type_t type) {
     u32 length = db_item_get_name_length(folder);
     u32 prefix = db_item_prefix_size(length, folder->parent == 0);
-    u32 size = prefix + DB_ITEM_HEAD + length + db->layout.folder_data_size +
-               db_index_type_frn_size(db_get_index(folder)->type);
+    u32 size = prefix + DB_ITEM_HEAD + length + db->layout.folder_data_size + db_index_type_frn_size(type);
     db_mem_free(&db->mem, reinterpret_cast<char *>(folder) - prefix, size);
+}
+
+void db_folder_free(db_t *db, db_folder_t *folder) {
+    db_folder_free_typed(db, folder, db_get_index(folder)->type);
 }
 
 db_folder_t *db_folder_alloc_refs(db_t *db, db_index_t *index, db_frn128_t frn, mem_ref_t parent,

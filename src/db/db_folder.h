@@ -19,6 +19,8 @@ db_folder_t *db_folder_alloc_ntfs(db_t *db, db_index_t *index, u64 frn, mem_ref_
 db_folder_t *db_folder_alloc_refs(db_t *db, db_index_t *index, db_frn128_t frn, mem_ref_t parent,
                                   const char *name, u32 length);
 void db_folder_free(db_t *db, db_folder_t *folder);
+// The same for a folder of an index of that type, whose chain need not be whole.
+void db_folder_free_typed(db_t *db, db_folder_t *folder, db_index_type_t type);
 
 // The file reference number of a folder of an NTFS index.
 inline u64 db_folder_get_frn(const db_t *db, const db_item_t *folder) {

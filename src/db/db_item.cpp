@@ -191,6 +191,18 @@ int db_folder_compare_path_bytes(const db_item_t *a, const db_item_t *b) {
     return _db_folder_compare<DB_LEVEL_BYTES>(a, b);
 }
 
+int db_folder_compare_below(const db_item_t *folder, const db_item_t *top) {
+    _db_chain_t chain(folder, _db_chain_depth(folder)), top_chain(top, _db_chain_depth(top));
+    _db_chain_reader_t<DB_LEVEL_FOLD> reader(&chain), top_reader(&top_chain);
+    for (;;) {
+        i32 p = reader.next(), q = top_reader.next();
+        if (q < 0)
+            return p < '\\' ? -1 : p > '\\';
+        if (p != q)
+            return p < q ? -1 : 1;
+    }
+}
+
 static int _db_folder_compare_level(db_level_t level, const db_item_t *a, const db_item_t *b) {
     switch (level) {
     case DB_LEVEL_FOLD: return db_folder_compare_path_fold(a, b);

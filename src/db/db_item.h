@@ -138,6 +138,9 @@ int db_name_compare_level(db_level_t level, const char *a, u32 a_length, const c
 int db_folder_compare_path_fold(const db_item_t *a, const db_item_t *b);
 int db_folder_compare_path_lower(const db_item_t *a, const db_item_t *b);
 int db_folder_compare_path_bytes(const db_item_t *a, const db_item_t *b);
+// Where a folder stands, in an order by folded paths, to all those whose path begins with another one's and a
+// separator: -1 before them, 0 among them, 1 behind. In that order they stand together.
+int db_folder_compare_below(const db_item_t *folder, const db_item_t *top);
 // The same for parents, where none (0 or a marker) is the empty path.
 int db_parent_compare_path(db_level_t level, mem_ref_t a, mem_ref_t b);
 

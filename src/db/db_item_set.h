@@ -4,8 +4,8 @@
 // Records begin at multiples of 4 and are at least 8 bytes long, so that one bit serves 8 bytes of the arena;
 // where the columns make them longer one bit serves 16.
 //
-// Owner: an executable term of a search, or the pass that fills it. Filled by one thread, or by several that add items
-// with db_item_set_add_shared, or each to a set of its own; read by any number afterwards.
+// Owner: an executable term of a search, or the pass that fills it. Filled by one thread, or by several that
+// add items with db_item_set_add_shared, or each to a set of its own; read by any number afterwards.
 #pragma once
 
 #include "base/array.h"

@@ -101,12 +101,4 @@ db_folder_t *db_folder_rename_path(db_t *db, db_index_t *index, const char *path
                                    const char *new_path, u32 new_length, const db_file_info_t *info,
                                    u64 date);
 
-// --- What was touched --------------------------------------------------------------------------------------
-
-// Notes an item whose data has changed; the queries' owners are told once, from the main loop.
-void db_mark_updated(db_t *db, const db_item_t *item);
-bool db_is_updated(const db_t *db, const db_item_t *item);
-// Posted: tells the owners, and forgets the items. Of a busy database it waits until that is idle.
-void db_flush_updated_items(void *db);
-
 } // namespace findwright
