@@ -305,16 +305,16 @@ static void _live_step_update(live_world_t *world, bool is_folder) {
 static void _live_move_node(live_world_t *world, u32 node, u32 parent, const std::string &name, u64 date) {
     live_node_t &found = world->nodes.at(node);
     bool is_folder = found.is_folder;
-    if ((is_folder && _live_is_below(world, parent, node)) ||
-        _live_is_excluded(world, parent, name, is_folder)) {
-        _live_erase(world, node);
-        return;
-    }
     u32 other = world->by_path ? _live_find_child(world, parent, name, !is_folder) : 0;
     if (other)
         _live_erase(world, other);
     if (!world->nodes.count(node))
         return;
+    if ((is_folder && _live_is_below(world, parent, node)) ||
+        _live_is_excluded(world, parent, name, is_folder)) {
+        _live_erase(world, node);
+        return;
+    }
     u32 target = _live_find_child(world, parent, name, is_folder);
     if (target == node)
         return;
