@@ -8,6 +8,7 @@
 namespace findwright {
 
 static constexpr u32 RANK_WORDS = 64; // words that share an entry of the ranks
+static constexpr u32 GROW_PART = 16;  // of its words, how much room is made beyond what is needed
 
 static u32 _bit_array_word_count(const bit_array_t *bits) {
     return static_cast<u32>((static_cast<u64>(bits->size) + 63) / 64);
@@ -34,15 +35,25 @@ void bit_array_reset(bit_array_t *bits, u32 size) {
     bits->size = size;
 }
 
-static void _bit_array_make_words(bit_array_t *bits) {
-    if (bits->words)
-        return;
-    size_t word_size = (static_cast<size_t>(_bit_array_word_count(bits)) + 1) * sizeof(u64);
-    bits->words = static_cast<u64 *>(mem_alloc(word_size));
-    std::memset(bits->words, 0, word_size);
-    bits->ranks =
-        static_cast<u32 *>(mem_alloc((static_cast<size_t>(_bit_array_rank_count(bits)) + 1) * sizeof(u32)));
+// Gives it words with room for some number, in place of the present ones, of which it takes the bits over.
+static void _bit_array_set_capacity(bit_array_t *bits, u32 capacity) {
+    u64 *words = static_cast<u64 *>(mem_alloc(capacity * sizeof(u64)));
+    u32 kept = bits->words ? bits->capacity : 0;
+    if (bits->words) {
+        std::memcpy(words, bits->words, kept * sizeof(u64));
+        mem_free(bits->words);
+        mem_free(bits->ranks);
+    }
+    std::memset(words + kept, 0, (capacity - kept) * sizeof(u64));
+    bits->words = words;
+    bits->ranks = static_cast<u32 *>(mem_alloc((capacity / RANK_WORDS + 1) * sizeof(u32)));
+    bits->capacity = capacity;
     bits->has_ranks = false;
+}
+
+static void _bit_array_make_words(bit_array_t *bits) {
+    if (!bits->words)
+        _bit_array_set_capacity(bits, _bit_array_word_count(bits) + 1);
 }
 
 // The bits of the last word that are part of the sequence.
@@ -91,6 +102,58 @@ void bit_array_invert(bit_array_t *bits) {
         bits->words[word] = ~bits->words[word];
     bits->words[words - 1] &= _bit_array_last_mask(bits);
     bits->count = bits->size - bits->count;
+    bits->has_ranks = false;
+}
+
+// Without a set bit there is nothing to be shifted, and nothing that memory would be needed for.
+static bool _bit_array_drop_words(bit_array_t *bits) {
+    if (bits->count != 0)
+        return false;
+    bit_array_reset(bits, bits->size);
+    return true;
+}
+
+void bit_array_insert(bit_array_t *bits, u32 index, bool value) {
+    bits->size++;
+    if (_bit_array_drop_words(bits)) {
+        if (value)
+            bit_array_set(bits, index, true);
+        return;
+    }
+    if (u32 needed = _bit_array_word_count(bits); needed > bits->capacity)
+        _bit_array_set_capacity(bits, needed + needed / GROW_PART + 1);
+    u64 *words = bits->words, low = (static_cast<u64>(1) << index % 64) - 1;
+    u32 first = index / 64;
+    for (u32 word = _bit_array_word_count(bits) - 1; word > first; word--)
+        words[word] = words[word] << 1 | words[word - 1] >> 63;
+    words[first] = (words[first] & low) | (words[first] & ~low) << 1 | static_cast<u64>(value) << index % 64;
+    bits->count += value;
+    bits->has_ranks = false;
+}
+
+bool bit_array_remove(bit_array_t *bits, u32 index) {
+    if (_bit_array_drop_words(bits)) {
+        bits->size--;
+        return false;
+    }
+    bool value = bit_array_get(bits, index);
+    u64 *words = bits->words, low = (static_cast<u64>(1) << index % 64) - 1;
+    u32 first = index / 64, last = _bit_array_word_count(bits) - 1;
+    u64 kept = words[first] & low;
+    words[first] &= ~low;
+    for (u32 word = first; word < last; word++)
+        words[word] = words[word] >> 1 | words[word + 1] << 63;
+    words[last] >>= 1;
+    // What was taken out has been shifted in front of the place.
+    words[first] = (words[first] & ~low) | kept;
+    bits->size--;
+    bits->count -= value;
+    bits->has_ranks = false;
+    return value;
+}
+
+void bit_array_truncate(bit_array_t *bits, u32 size) {
+    bits->size = size;
     bits->has_ranks = false;
 }
 
