@@ -16,6 +16,7 @@
 #include "os/debug.h"
 #include "os/os_folder.h"
 #include "os/os_parallel.h"
+#include "track/db_folder_rules.h"
 
 #include <condition_variable>
 #include <cstring>
@@ -33,10 +34,8 @@ static constexpr u32 SCAN_ERROR_TEXT = 512;
 struct _db_create_scan_t {
     db_rebuild_t *rebuild;
     db_create_source_t *source;
-    const char *root_path; // for the system
-    u32 root_length;       // bytes of every path that the user named
+    db_folder_rules_t rules;
     mem_ref_t root;
-    u64 device; // of the root
     db_create_store_t *stores[SCAN_THREADS_MAX];
 
     std::mutex lock;
@@ -133,17 +132,11 @@ static void _db_create_scan_leave(_db_create_scan_t *scan) {
 
 // --- Items -------------------------------------------------------------------------------------------------
 
-static bool _db_create_scan_is_skipped(const db_exclude_set_t *exclude, const os_folder_entry_t *entry) {
-    return entry->length == 0 || (exclude->exclude_hidden && entry->attributes & ATTRIBUTE_HIDDEN) ||
-           (exclude->exclude_system && entry->attributes & ATTRIBUTE_SYSTEM);
-}
-
-// Whether the folder is gone into. What lies below one that is left out would be dropped later all the same;
-// links may lead in circles, and other file systems are sources of their own.
+// Whether the folder is gone into. What lies below one that is left out would be dropped later all the same.
 static bool _db_create_scan_is_entered(const _db_create_scan_t *scan, mem_ref_t parent,
                                        const os_folder_entry_t *entry) {
     const db_exclude_set_t *exclude = &scan->rebuild->exclude;
-    return !entry->is_link && entry->device == scan->device &&
+    return db_folder_rules_is_entered(&scan->rules, entry) &&
            (!exclude->exclude_folders.first ||
             db_folder_is_included(exclude, parent, entry->name, entry->length));
 }
@@ -151,10 +144,9 @@ static bool _db_create_scan_is_entered(const _db_create_scan_t *scan, mem_ref_t 
 static bool _db_create_scan_entry_proc(void *param, const os_folder_entry_t *entry) {
     _db_create_scanner_t *scanner = static_cast<_db_create_scanner_t *>(param);
     const _db_create_scan_t *scan = scanner->scan;
-    if (_db_create_scan_is_skipped(&scan->rebuild->exclude, entry))
+    if (db_folder_rules_is_skipped(&scan->rules, entry))
         return true;
-    db_file_info_t info = {entry->size, entry->date_modified, entry->date_created, entry->date_accessed,
-                           entry->attributes};
+    db_file_info_t info = db_folder_rules_get_info(entry);
     db_create_item_t item = {scanner->folder, entry->name, entry->length, &info, 0};
     if (!entry->is_folder) {
         _db_create_add_file(scan->rebuild, scan->source, scanner->store, &item);
@@ -185,8 +177,8 @@ static void _db_create_scan_folder(_db_create_scanner_t *scanner, utf8_buf_t *pa
     bool is_root = scanner->folder == scan->root;
     if (!is_root)
         db_item_get_full_path_name(path, db_item(scanner->folder));
-    const char *name = is_root ? scan->root_path : path->data;
-    if (!os_folder_list(name, is_root ? OS_FOLDER_ROOT : scan->root_length, _db_create_scan_entry_proc,
+    const char *name = is_root ? scan->rules.root_path : path->data;
+    if (!os_folder_list(name, db_folder_rules_root_length(&scan->rules, is_root), _db_create_scan_entry_proc,
                         scanner))
         _db_create_scan_log_failure(name);
 }
@@ -209,23 +201,10 @@ static void _db_create_scan_part_proc(void *param, u32 part, u32) {
 
 // --- A source ----------------------------------------------------------------------------------------------
 
-// The root's name is the path as one name, without the separator at its end: what lies in the root of a
-// system whose paths begin with `\` is then `\usr` and not `\\usr`.
 static void _db_create_scan_add_root(_db_create_scan_t *scan, const os_folder_entry_t *entry) {
-    db_file_info_t info = {entry->size, entry->date_modified, entry->date_created, entry->date_accessed,
-                           entry->attributes};
-    db_create_item_t item = {DB_CREATE_ROOT, scan->root_path, scan->root_length, &info, 0};
+    db_file_info_t info = db_folder_rules_get_info(entry);
+    db_create_item_t item = {DB_CREATE_ROOT, scan->rules.root_path, scan->rules.root_length, &info, 0};
     scan->root = mem_ref(_db_create_add_folder(scan->rebuild, scan->source, scan->stores[0], &item));
-    scan->device = entry->device;
-}
-
-// Whether there is anything to list.
-static bool _db_create_scan_is_wanted(const _db_create_scan_t *scan) {
-    if (os_folder_is_virtual(scan->root_path)) {
-        debug_printf("not scanned, no files of a disk: %s\n", scan->root_path);
-        return false;
-    }
-    return db_folder_is_included(&scan->rebuild->exclude, DB_CREATE_ROOT, scan->root_path, scan->root_length);
 }
 
 static void _db_create_scan_run(_db_create_scan_t *scan, u32 threads) {
@@ -242,7 +221,7 @@ static void _db_create_scan_all(_db_create_scan_t *scan, const os_folder_entry_t
         _db_create_store_init(scan->stores[i]);
     }
     _db_create_scan_add_root(scan, entry);
-    if (_db_create_scan_is_wanted(scan))
+    if (db_folder_rules_is_root_listed(&scan->rules))
         _db_create_scan_run(scan, threads);
     for (u32 i = 0; i < threads; i++)
         _db_create_take_store(scan->rebuild, scan->stores[i]);
@@ -253,16 +232,12 @@ bool _db_create_read_folder(db_rebuild_t *rebuild, db_create_source_t *source) {
     u32 start = os_get_tick_count();
     debug_printf("scanning %s...\n", path);
     _db_create_show(rebuild, db_create_texts.scanning_folder, path, "");
+    _db_create_scan_t scan = {};
     os_folder_entry_t entry;
-    bool is_found = os_folder_get_entry(path, &entry) && entry.is_folder;
+    bool is_found = db_folder_rules_open(&scan.rules, &rebuild->exclude, path, &entry);
     if (is_found) {
-        _db_create_scan_t scan = {};
         scan.rebuild = rebuild;
         scan.source = source;
-        scan.root_path = path;
-        scan.root_length = static_cast<u32>(std::strlen(path));
-        while (scan.root_length != 0 && path[scan.root_length - 1] == '\\')
-            scan.root_length--;
         scan.last_progress = start;
         _db_create_scan_all(&scan, &entry);
     }

@@ -16,6 +16,7 @@ namespace findwright {
 // owner is read-only, and nothing is a system file.
 inline constexpr u32 OS_ATTRIBUTE_READ_ONLY = 0x1;
 inline constexpr u32 OS_ATTRIBUTE_HIDDEN = 0x2;
+inline constexpr u32 OS_ATTRIBUTE_SYSTEM = 0x4;
 inline constexpr u32 OS_ATTRIBUTE_FOLDER = 0x10;
 inline constexpr u32 OS_ATTRIBUTE_NORMAL = 0x80; // stands alone
 inline constexpr u32 OS_ATTRIBUTE_LINK = 0x400;

@@ -36,6 +36,10 @@ inline u32 folder_update_thread_mode_background = 1;
 // What the apply takes of the main thread at a time, in milliseconds.
 inline constexpr u32 DB_FOLDER_UPDATE_SLICE = 20;
 
+// Called when nothing holds back a source's events any more: its scan was applied, or has failed. Set once by
+// the monitors.
+inline void (*db_folder_update_done)(db_t *db, db_index_folder_t *index);
+
 // --- Scans by schedule and on demand -----------------------------------------------------------------------
 
 // Content is in place and stays: the schedules are looked at from now on, while any source has one.
@@ -53,7 +57,7 @@ void db_folders_update_index_now(db_t *db, db_index_folder_t *index);
 void db_folders_update_all_now(db_t *db);
 
 // From the start of a scan of the whole source, or from when the scan of a part of it was handed in, until
-// the apply is done. When it is, db_monitor_folder_scan_applied is told.
+// the apply is done, or was found to be none.
 bool db_folder_update_is_running(const db_t *db, const db_index_folder_t *index);
 // Whether a scan runs or anything waits to be applied, of any source.
 bool db_folder_update_is_busy(const db_t *db);
@@ -73,8 +77,10 @@ void db_folder_scan_free(db_folder_scan_t *scan);
 u32 db_folder_scan_get_count(const db_folder_scan_t *scan);
 
 // Has a scan applied, which it takes over. Always later, from the main loop. The first folder of a part need
-// not be in the index yet, but the folder that holds it must be: otherwise nothing happens. What the index
-// has below the first folder, and the scan has not, goes.
+// not be in the index yet, but the folder that holds it must be: otherwise nothing happens. A part that is
+// new is added at the cost of its items; one that is in the index costs a walk over all names of the
+// database, so a folder that has come is better not added first. What the index has below the first folder,
+// and the scan has not, goes.
 void db_folder_update_apply(db_t *db, db_folder_scan_t *scan);
 
 } // namespace findwright
