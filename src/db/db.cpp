@@ -105,6 +105,7 @@ void db_forget_work(db_t *db) {
     event_remove(db_flush_updated_items, db);
     array_clear(&db->updated_items);
     db->updated_items_pending = 0;
+    db->corrupt_reported = 0;
     db->busy_count = 0;
     db->loaded = db->local = 0;
     db->check_file_lists_deferred = 0;
@@ -214,6 +215,8 @@ void _db_load_complete_proc(void *param) {
 }
 
 void db_report_corrupt(db_t *db) {
+    if (db->corrupt_reported.exchange(1) != 0)
+        return;
     debug_printf("CORRUPT\n");
     event_post(_db_corrupt_proc, db);
 }
@@ -221,6 +224,7 @@ void db_report_corrupt(db_t *db) {
 static void _db_corrupt_proc(void *param) {
     db_t *db = static_cast<db_t *>(param);
     db_wait(db, "_db_corrupt_proc");
+    db->corrupt_reported = 0;
     if (db->keeper)
         db->keeper->corrupt(db);
 }

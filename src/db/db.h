@@ -153,8 +153,10 @@ struct db_t {
     db_exclude_set_t exclude; // what the content was built without
 
     db_query_link_t *query_first, *query_last;
-    u32 loaded; // content is in place
-    u32 local;  // the content is worth saving
+    u32 loaded;                        // content is in place
+    u32 local;                         // the content is worth saving
+    std::atomic<u32> corrupt_reported; // and the keeper not yet told
+    u64 corrupt_date;                  // file time at which it was told last
 
     const db_keeper_t *keeper; // 0: nothing keeps it
     void *keeper_state;        // the keeper's own
@@ -193,7 +195,7 @@ void db_forget_work(db_t *db);
 // only.
 void db_clear_sorted(db_t *db);
 // A sorted array has turned out not to fit the data: has the keeper put things right, from the main thread.
-// Any thread.
+// However many are found until then, it is told once; a rebuild that starts before makes it moot. Any thread.
 void db_report_corrupt(db_t *db);
 
 // The status text, shown while the database is busy. Any thread. An empty text clears it.

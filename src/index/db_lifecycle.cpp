@@ -166,6 +166,8 @@ void db_rebuild(db_t *db, bool force) {
     _db_watch_stop(db);
     for (db_index_t *index = db->index_first; index && force; index = index->next)
         index->out_of_date = 1;
+    if (force)
+        db->corrupt_date = 0; // who asked for it has all read anew
     db_wanted_t wanted;
     db_wanted_init(&wanted);
     db_lifecycle->get_wanted(&wanted, true);
@@ -219,7 +221,7 @@ static void _db_corrupt_report(file_writer_t *file, const array_t *array, const 
         utf8_buf_kill(buf);
 }
 
-static void _db_lifecycle_corrupt(db_t *db) {
+static void _db_corrupt_write(const db_t *db) {
     utf8_buf_t filename;
     utf8_buf_init(&filename);
     file_writer_t *file = nullptr;
@@ -232,9 +234,33 @@ static void _db_lifecycle_corrupt(db_t *db) {
     if (file)
         file_writer_close(file);
     utf8_buf_kill(&filename);
+}
+
+// False, and told to the user the first time, when the last rebuild for this reason was of no use.
+static bool _db_corrupt_is_curable(db_t *db, u64 now) {
+    static constexpr u64 TICKS_PER_SECOND = 10000000;
+    if (!db->corrupt_date || now - db->corrupt_date >= db_corrupt_interval * TICKS_PER_SECOND)
+        return true;
+    db->corrupt_date = now;
+    static const char text[] =
+        "the index is damaged again after it was rebuilt, and is left as it is; it is not "
+        "saved";
+    debug_printf("%s\n", text);
+    if (db->local)
+        db_lifecycle->report_error(text);
+    db->local = 0;
+    return false;
+}
+
+static void _db_lifecycle_corrupt(db_t *db) {
+    u64 now = os_get_file_time();
+    if (db_read_only || !_db_corrupt_is_curable(db, now))
+        return;
+    _db_corrupt_write(db);
     // All that the indexes say of their sources is forgotten with the rebuild: every source is read. One
     // that cannot be read keeps its items, which are laid out and sorted anew like all others.
     db_rebuild(db, true);
+    db->corrupt_date = now;
 }
 
 // --- What the database asks --------------------------------------------------------------------------------

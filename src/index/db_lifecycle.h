@@ -26,7 +26,8 @@ struct db_lifecycle_t {
     bool (*is_compressed)();
     // The file that tells what was found in a corrupt database. False: none.
     bool (*get_corrupt_filename)(utf8_buf_t *out);
-    // A save that had to wait for a rebuild has failed; the text names the file and the reason.
+    // Something that nobody waits for has failed: a save that had to wait for a rebuild, with the file and
+    // the reason, or a rebuild that was to put a damaged index right.
     void (*report_error)(const char *text);
     const char *text_saving;
     const char *text_loading;
@@ -61,6 +62,10 @@ void db_apply_settings(db_t *db);
 
 // Whether a file list has another date than when it was read; such indexes become out of date.
 bool _db_filelists_is_change(db_t *db);
+// An index that was found damaged is rebuilt once; damaged again within this time, in seconds, it is left as
+// it is, and not saved: a rebuild that does not cure it would only be followed by the next.
+inline u32 db_corrupt_interval = 3600;
+
 // Has lists that changed read again, now or when the database is idle.
 void db_check_file_lists(db_t *db);
 

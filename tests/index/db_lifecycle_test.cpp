@@ -345,6 +345,50 @@ TEST_F(DbLifecycle, ACorruptDatabaseIsToldOfAndReadAnew) {
     close(db);
 }
 
+u32 count(const std::string &text, const std::string &part) {
+    u32 result = 0;
+    for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at++)
+        result++;
+    return result;
+}
+
+// Many faults that are found before the main loop runs lead to one rebuild; what a rebuild does not cure
+// leads to no other, but is said once, and the file keeps what was saved before.
+TEST_F(DbLifecycle, WhatARebuildDoesNotCureIsLeftAsItIs) {
+    close(open());
+    const std::string saved = read_file(own.folder / "Findwright.db");
+    db_t *db = open();
+    auto report = [&](u32 times) {
+        log_capture_t capture;
+        for (u32 i = 0; i < times; i++)
+            db_report_corrupt(db);
+        event_dispatch();
+        wait(db);
+        return capture.take();
+    };
+    EXPECT_EQ(1u, count(report(1000), "create db..."));
+    EXPECT_EQ("", own.errors);
+    for (u32 i = 0; i < 3; i++)
+        EXPECT_EQ(0u, count(report(10), "create db..."));
+    EXPECT_EQ(1u, count(own.errors, "damaged again")) << own.errors;
+    write_file(own.folders[0] + "\\another", "");
+    EXPECT_TRUE(db_save(db, false, nullptr));
+    EXPECT_EQ(saved, read_file(own.folder / "Findwright.db"));
+
+    db_rebuild(db, true); // as the user asks for it
+    wait(db);
+    EXPECT_EQ(1u, count(report(1), "create db..."));
+    db_report_corrupt(db); // before a rebuild that comes for another reason
+    {
+        log_capture_t capture;
+        db_rebuild(db, false);
+        wait(db);
+        EXPECT_EQ(1u, count(capture.take(), "create db..."));
+    }
+    close(db);
+    EXPECT_NE(saved, read_file(own.folder / "Findwright.db"));
+}
+
 TEST_F(DbLifecycle, AFileListCanBeADatabaseOfItsOwn) {
     own.flags = 0;
     own.exclude_files = "*.tmp";
