@@ -516,3 +516,49 @@ TEST(array, holds_zero) {
 }
 
 } // namespace
+
+// Passes over many values: what is picked goes, in pieces and evenly spread, and what stays can be worked
+// with.
+TEST(array, passes_over_many_values) {
+    for (bool has_words : {false, true}) {
+        for (u32 share : {2u, 3u, 40u, 1000u}) {
+            SCOPED_TRACE(share);
+            random_t random(share);
+            owned_t array;
+            if (has_words)
+                array_words_create(&array, word_of_number);
+            values_t model = numbers(20000, 3);
+            for (u32 value : model)
+                array_insert(&array, compare_number, &value, value);
+            auto goes = [share](u32 value) { return value % share != 0 && (value / 9000) % 2 == 0; };
+            auto seldom = [share](u32 value) { return value % share == 1; };
+            for (u32 round = 0; round < 2; round++) {
+                auto picks = [&](u32 value) { return round == 0 ? goes(value) : seldom(value); };
+                u32 removed = 0;
+                for (u32 i = 0; i < array.page_count; i++)
+                    removed += array_page_remove_if(&array, array.pages[i], picks);
+                array_close(&array);
+                u32 before = static_cast<u32>(model.size());
+                model.erase(std::remove_if(model.begin(), model.end(), picks), model.end());
+                ASSERT_EQ(removed, before - model.size());
+                check(array, model);
+                if (has_words)
+                    check_words(array);
+                for (u32 i = 0; i < 3000; i++) {
+                    u32 value = random() % 60000 + 1;
+                    auto place = std::lower_bound(model.begin(), model.end(), value);
+                    if (array_insert(&array, compare_number, &value, value))
+                        model.insert(place, value);
+                }
+            }
+            values_t all(model.size());
+            array_get_all(&array, all.data());
+            ASSERT_EQ(all, model);
+            std::reverse(model.begin() + 100, model.end() - 100);
+            array_set_all(&array, model.data());
+            check(array, model);
+            if (has_words)
+                check_words(array);
+        }
+    }
+}

@@ -22,6 +22,7 @@ struct live_case_t {
     bool has_exclusions;
     u32 few; // trees up to this size go item by item
     u32 threads;
+    u32 size = 300; // with which it begins; arrays of several pages have fewer steps
 };
 
 static constexpr u32 ALL = TEST_FLAGS_ALL, NO_PATHS = TEST_FLAGS_ALL & ~DB_FLAG_FAST_PATH;
@@ -37,6 +38,7 @@ static const live_case_t live_cases[] = {
          DB_FLAG_FAST_PATH,
      DB_INDEX_TYPE_FOLDER, false, 8, 0},
     {"names only", 0, DB_INDEX_TYPE_FOLDER, false, 8, 0},
+    {"large", ALL, DB_INDEX_TYPE_NTFS, false, 64, 2, 6000},
 };
 
 // FINDWRIGHT_LIVE_SEED and _STEPS take others.
@@ -50,8 +52,8 @@ TEST(DbLiveModel, StaysWhatTheModelSays) {
         db_live_few = row.few;
         max_threads = row.threads;
         std::string problem;
-        live_world_fill(&world, 300);
-        for (u32 i = 0; i < steps && problem.empty(); i++) {
+        live_world_fill(&world, row.size);
+        for (u32 i = 0; i < steps * 300 / row.size && problem.empty(); i++) {
             live_world_step(&world, &problem);
             if (i % 20 == 0)
                 problem += live_world_check(&world);

@@ -163,7 +163,9 @@ TEST(DbRecentChange, ArraysThatDisagreeAreReported) {
     event_dispatch();
     EXPECT_EQ(reports, 0);
     EXPECT_EQ(db_recent_change_find(test.db, test.item(1)), nullptr);
+    event_dispatch();
     db_recent_change_set(test.db, false, test.item(1), 7);
+    event_dispatch();
     db_recent_change_remove(test.db, test.item(1));
     event_dispatch();
     EXPECT_EQ(reports, 3);
