@@ -7,11 +7,17 @@
 // Events come in the order in which the system tells of them, with full inside paths. They say that something
 // happened at a path, not what is there now: who gets one looks for himself.
 //
-// A folder that is new in a tree is told as one added. On Linux what it holds by then may or may not be told
-// by events of its own, so the receiver scans an added folder, and may meet an item twice; from then on the
-// folder is watched like the rest of its tree.
+// A folder that is new in a tree is told as one added, once it is watched like the rest of its tree. What it
+// holds by then may or may not be told by events of its own, so the receiver scans an added folder, and may
+// meet an item twice. A folder that is there already can be told as added again, where only a scan shows what
+// happened in it. So who adds a root and scans it behind that, and whatever is told as added, misses nothing.
 //
-// Links are items and never entered; what lies in another file system than the root is not told.
+// What left a tree and came back at another place of the same tree is renamed; on Windows only within one
+// folder, else it is removed and added. What came from another place or went there is added or removed, and
+// so is what a filter leaves out at the one end.
+//
+// Links are items and never entered; what lies in another file system than the root is not told, and neither
+// is that a folder above the root was renamed.
 //
 // Owner: the creator destroys it. One thread at a time adds, removes and waits; os_watch_stop is for any
 // thread, while it lives.
@@ -24,13 +30,13 @@ namespace findwright {
 struct os_watch_t;
 
 enum os_watch_action_t : u32 {
-    OS_WATCH_OVERFLOW = 0, // events of this root were lost: only a scan tells
+    OS_WATCH_OVERFLOW = 0, // events of this root were lost: only a scan that begins now tells
     OS_WATCH_ADDED = 1,
     OS_WATCH_REMOVED = 2,
     OS_WATCH_MODIFIED = 3, // size, dates, attributes
     OS_WATCH_RENAMED = 5,  // `path` became `new_path`, both below roots of the same number
-    OS_WATCH_LOST = 6,     // the root is gone, or cannot be followed any more; it is watched no longer
-    OS_WATCH_LIMIT = 7,    // the system has no more watches to give: the root is watched no longer
+    OS_WATCH_LOST = 6,     // the root is gone, or cannot be followed any more; its handle has ended
+    OS_WATCH_LIMIT = 7,    // the system has no more watches to give; the root's handle has ended
 };
 
 struct os_watch_event_t {
@@ -45,8 +51,8 @@ struct os_watch_event_t {
 // Not to be called back into the watch.
 using os_watch_proc_t = void(void *param, const os_watch_event_t *event);
 
-// Which folders below a root are watched: false leaves one out, and what is below it. Any thread of the
-// watch.
+// Which folders below a root are watched: false leaves one out, and what is below it. The path is full. On
+// the thread that adds or waits.
 using os_watch_filter_t = bool(void *param, const char *path, u32 length);
 
 inline constexpr u32 OS_WATCH_NONE = 0xFFFFFFFF;
@@ -54,9 +60,13 @@ inline constexpr u32 OS_WATCH_NONE = 0xFFFFFFFF;
 os_watch_t *os_watch_create(os_watch_filter_t *filter, void *param);
 void os_watch_destroy(os_watch_t *watch);
 
-// Watches a folder and all below it from now on. Its handle, or OS_WATCH_NONE with os_get_last_error.
-// `buffer_size`: bytes for events that wait, where the system asks for that (Windows).
+// Watches a folder, through a link at the end of its path, and all below it from now on. Its handle, or
+// OS_WATCH_NONE with os_get_last_error. `buffer_size`: bytes for events that wait, where the system asks for
+// that (Windows); 0 is 65,536. On Linux this takes a walk over the folders; os_watch_stop ends that early.
 u32 os_watch_add(os_watch_t *watch, const char *path, u32 buffer_size);
+// Whether the error number of os_watch_add says that the system has no more watches to give.
+bool os_watch_error_is_limit(u32 error);
+// The handle may be given to another root afterwards.
 void os_watch_remove(os_watch_t *watch, u32 root);
 
 enum os_watch_wait_t : u32 {
@@ -71,5 +81,7 @@ void os_watch_stop(os_watch_t *watch);
 
 // Watches that the system has given, for a root; 0 where it needs none per folder.
 u32 os_watch_get_watch_count(const os_watch_t *watch, u32 root);
+// Takes no more than so many of them for all roots, 0 for as many as there are. For tests.
+void os_watch_set_limit(os_watch_t *watch, u32 count);
 
 } // namespace findwright
