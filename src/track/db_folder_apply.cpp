@@ -182,7 +182,7 @@ static int _db_folder_apply_compare(u32 value, const void *key) {
 // own was for nothing, so that the next one is longer.
 static bool _db_folder_apply_find_place(db_folder_apply_t *apply, const array_t *array) {
     apply->is_changed = false;
-    apply->slice *= 2;
+    apply->slice = apply->slice * 2 + 1;
     apply->page = 0;
     apply->position = -1;
     return !apply->last_own || array_find_cursor(array, _db_folder_apply_compare, db_item(apply->last_own),
@@ -202,7 +202,7 @@ static bool _db_folder_apply_walk(db_folder_apply_t *apply, const array_t *array
     while (array_next_to(array, &apply->page, &apply->position, &ref)) {
         if (look(apply, ref) != APPLY_FOREIGN) {
             apply->last_own = ref;
-            apply->slice = DB_FOLDER_UPDATE_SLICE;
+            apply->slice = db_folder_update_slice;
         }
         if (_db_folder_apply_is_time_up(apply, 1))
             return false;
@@ -347,7 +347,7 @@ static bool _db_folder_apply_step(db_folder_apply_t *apply) {
     if (!is_done)
         return apply->phase == APPLY_DONE;
     apply->cursor = 0;
-    apply->slice = DB_FOLDER_UPDATE_SLICE;
+    apply->slice = db_folder_update_slice;
     apply->phase = static_cast<_db_folder_apply_phase_t>(apply->phase + 1);
     return true;
 }
@@ -374,7 +374,7 @@ db_folder_apply_t *_db_folder_apply_create(db_t *db, db_index_folder_t *index, d
     apply->db = db;
     apply->index = index;
     apply->scan = scan;
-    apply->slice = DB_FOLDER_UPDATE_SLICE;
+    apply->slice = db_folder_update_slice;
     pointer_pool_init(&apply->gone_files);
     pointer_pool_init(&apply->gone_folders);
     return apply;

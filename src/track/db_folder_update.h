@@ -34,7 +34,7 @@ namespace findwright {
 inline u32 folder_update_thread_mode_background = 1;
 
 // What the apply takes of the main thread at a time, in milliseconds.
-inline constexpr u32 DB_FOLDER_UPDATE_SLICE = 20;
+inline u32 db_folder_update_slice = 20;
 
 // Called when nothing holds back a source's events any more: its scan was applied, or has failed. Set once by
 // the monitors.
