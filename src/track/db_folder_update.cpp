@@ -15,6 +15,7 @@ namespace findwright {
 // A schedule is looked at so often, in milliseconds, however far off the next time is: clocks are set, and a
 // machine sleeps.
 static constexpr u32 UPDATE_ALARM_MAX = 60000;
+static constexpr u32 UPDATE_SLICE_PAUSE = 1; // between two slices, in milliseconds
 static constexpr u32 UPDATE_ALARM_MIN = 1000;
 static constexpr u64 TICKS_PER_MILLISECOND = 10000;
 static constexpr i32 UPDATE_BACKGROUND_PRIORITY = -15;
@@ -32,11 +33,13 @@ static db_index_folder_t *_db_folder_update_as_folder(db_index_t *index) {
 
 static void _db_folder_update_drop(db_folder_update_t *update);
 
+// An alarm and not an event: what is posted while events run runs with them, before the main loop looks at
+// anything else.
 static void _db_folder_update_post_slice(db_folder_update_t *update) {
     if (update->is_slice_posted)
         return;
     update->is_slice_posted = true;
-    event_post(_db_folder_update_slice_proc, update->db);
+    event_post_after(UPDATE_SLICE_PAUSE, _db_folder_update_slice_proc, update->db);
 }
 
 static void _db_folder_update_nothing(db_query_link_t *) {}
