@@ -35,6 +35,13 @@ static array_t db_t::*const _db_arrays[] = {
     &db_t::updated_items,
 };
 
+static void _db_forget_run_history(db_t *db) {
+    if (db->run_history_save)
+        event_remove(db->run_history_save, db);
+    db->run_history_save = nullptr;
+    db->run_history_loaded = db->run_history_dirty = 0;
+}
+
 db_t *db_create(const char *file_list_filename) {
     db_t *db = new (mem_alloc(sizeof(db_t))) db_t();
     db->status_cs = new (mem_alloc(sizeof(std::mutex))) std::mutex;
@@ -57,6 +64,7 @@ void db_destroy(db_t *db) {
     event_remove(_db_status_changed_proc, db);
     event_remove(_db_corrupt_proc, db);
     event_remove(db_flush_updated_items, db);
+    _db_forget_run_history(db);
     for (char *text : {db->status_text, db->status_detail_text, db->file_list_filename}) {
         if (text)
             mem_free(text);
@@ -109,7 +117,7 @@ void db_forget_work(db_t *db) {
     db->busy_count = 0;
     db->loaded = db->local = 0;
     db->check_file_lists_deferred = 0;
-    db->run_history_loaded = db->run_history_dirty = 0;
+    _db_forget_run_history(db);
 }
 
 u64 db_memory_size(const db_t *db) {

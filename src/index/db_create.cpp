@@ -4,10 +4,12 @@
 #include "base/mem.h"
 #include "base/utf8.h"
 #include "index/db_create_internal.h"
-#include "track/db_schedule.h"
 #include "os/debug.h"
 #include "os/event.h"
 #include "os/os.h"
+#include "track/db_recent_change.h"
+#include "track/db_run_history.h"
+#include "track/db_schedule.h"
 
 #include <cstring>
 
@@ -277,8 +279,12 @@ static void _db_rebuild_thread_proc(void *param) {
     rebuild->stats->read_time = read_end - start;
     rebuild->stats->sort_time = os_get_tick_count() - read_end;
     bool cancelled = _db_create_is_cancelled(rebuild);
-    if (cancelled)
+    if (cancelled) {
         db_clear_content(db);
+    } else {
+        db_recent_change_start(db);
+        db_run_history_load(db);
+    }
     _db_create_free(rebuild);
     mem_arena_trim();
     debug_printf("create db time taken: %f seconds\n", os_get_tick_count() - start);
@@ -323,6 +329,7 @@ static db_rebuild_t *_db_create_make(db_t *db, db_wanted_t *wanted, db_rebuild_s
 void db_rebuild_start(db_t *db, db_wanted_t *wanted, db_rebuild_stats_t *stats) {
     db_wait(db, "db_rebuild");
     debug_printf("create db...\n");
+    db_run_history_save(db); // what is counted goes with the content, and is read again behind it
     db_forget_work(db);
     db_clear_sorted(db);
     db->cancel_rebuild = 0;

@@ -8,6 +8,8 @@
 #include "index/db_lifecycle_internal.h"
 #include "os/debug.h"
 #include "os/event.h"
+#include "track/db_recent_change.h"
+#include "track/db_run_history.h"
 
 #include <cstring>
 
@@ -78,6 +80,8 @@ static void _db_load_thread_proc(void *param) {
         db_set_status(db, "%s", db_lifecycle->text_starting);
         for (db_index_t *index = db->index_first; index; index = index->next)
             _db_load_take_monitor(index, &load->wanted);
+        db_recent_change_start(db);
+        db_run_history_load(db);
         db->local = 1;
     }
     event_post(_db_load_complete_proc, db);

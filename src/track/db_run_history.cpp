@@ -174,7 +174,7 @@ db_run_t db_run_history_get(const db_t *db, const db_item_t *item) {
 
 // --- Entries -----------------------------------------------------------------------------------------------
 
-static db_run_history_data_t *_db_run_history_find_entry(const db_t *db, const char *path, u32 length) {
+db_run_history_data_t *_db_run_history_find_entry(const db_t *db, const char *path, u32 length) {
     _db_run_history_path_t key = {path, length};
     mem_ref_t found = array_find(&db->run_history_by_name, _db_run_history_compare_name, &key);
     return found ? mem_ptr<db_run_history_data_t>(found) : nullptr;
@@ -205,8 +205,9 @@ static db_run_history_data_t *_db_run_history_write_entry(db_t *db, db_run_histo
 }
 
 // Takes an entry without links away; what the file has stays as an entry of count 0, until it is written.
-static void _db_run_history_remove_entry(db_t *db, db_run_history_data_t *entry) {
-    array_remove(&db->run_history_by_count, _db_run_history_compare_entry_count, entry);
+void _db_run_history_remove_entry(db_t *db, db_run_history_data_t *entry) {
+    if (entry->count != 0)
+        array_remove(&db->run_history_by_count, _db_run_history_compare_entry_count, entry);
     entry->count = 0;
     entry->date = 0;
     if (entry->saved_count != 0)
@@ -216,17 +217,7 @@ static void _db_run_history_remove_entry(db_t *db, db_run_history_data_t *entry)
     _db_run_history_free_entry(db, entry);
 }
 
-void _db_run_history_set_dirty(db_t *db) {
-    db->run_history_dirty = 1;
-}
-
 // --- Setting -----------------------------------------------------------------------------------------------
-
-// The items of a path, folders in front.
-struct _db_run_items_t {
-    pointer_pool_t pool;
-    u32 folder_count, count;
-};
 
 static void _db_run_items_find(db_t *db, const char *path, u32 length, _db_run_items_t *items) {
     pointer_pool_init(&items->pool);
@@ -236,13 +227,7 @@ static void _db_run_items_find(db_t *db, const char *path, u32 length, _db_run_i
     items->count = pointer_pool_count(&items->pool);
 }
 
-template<class Visit>
-static void _db_run_items_for_each(const _db_run_items_t *items, Visit visit) {
-    for (u32 i = 0; i < items->count; i++)
-        visit(db_item(pointer_pool_get(&items->pool, i)), i < items->folder_count);
-}
-
-static void _db_run_items_leave(db_t *db, const _db_run_items_t *items) {
+void _db_run_items_leave(db_t *db, const _db_run_items_t *items) {
     _db_run_items_for_each(items, [&](const db_item_t *item, bool is_folder) {
         for (db_query_link_t *query = db->query_first; query; query = query->next) {
             if (query->live)
@@ -251,7 +236,7 @@ static void _db_run_items_leave(db_t *db, const _db_run_items_t *items) {
     });
 }
 
-static void _db_run_items_enter(db_t *db, const _db_run_items_t *items) {
+void _db_run_items_enter(db_t *db, const _db_run_items_t *items) {
     _db_run_items_for_each(items, [&](const db_item_t *item, bool is_folder) {
         for (db_query_link_t *query = db->query_first; query; query = query->next) {
             if (query->live)
@@ -316,11 +301,12 @@ static void _db_run_history_replace(db_t *db, db_run_history_data_t *entry, cons
 }
 
 void db_run_history_set_path(db_t *db, const char *path, u32 length, u32 count, u64 date) {
+    db_run_history_data_t *entry = _db_run_history_find_entry(db, path, length);
+    if (entry ? entry->count == count && (entry->date == date || count == 0) : count == 0)
+        return;
     _db_run_items_t items;
     _db_run_items_find(db, path, length, &items);
-    db_run_history_data_t *entry = _db_run_history_find_entry(db, path, length);
-    bool changes = entry ? entry->count != count || entry->date != date : count != 0;
-    if (changes && _db_run_history_is_sound(db, entry, &items)) {
+    if (_db_run_history_is_sound(db, entry, &items)) {
         _db_run_history_path_t key = {path, length};
         _db_run_history_replace(db, entry, &items, &key, count, date);
         _db_run_history_set_dirty(db);

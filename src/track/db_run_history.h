@@ -71,6 +71,26 @@ void db_run_history_add_item(db_t *db, const db_item_t *item, bool is_folder, u3
 // Forgets everything in memory; the queries are not told.
 void db_run_history_clear(db_t *db);
 
+// --- The file ----------------------------------------------------------------------------------------------
+//
+// One for all databases and all programs of an instance (docs/run-history.md tells its form). What several of
+// them count at once is added up: who writes it takes over what the others wrote.
+
+// Where it is, from now on; 0: nowhere, and nothing is read or written. No database may be loading.
+void db_run_history_set_file(const char *filename);
+// Content is in place: reads the file, and links what it knows to the items. Nothing where the setting says
+// so, nor in a view of a file list. The thread that owns the database.
+void db_run_history_load(db_t *db);
+// Writes what has changed. False on failure: the file is as it was, and os_get_last_error tells why. A change
+// of the history by itself is written after DB_RUN_HISTORY_SAVE_DELAY milliseconds.
+bool db_run_history_save(db_t *db);
+inline constexpr u32 DB_RUN_HISTORY_SAVE_DELAY = 3000;
+// Forgets everything, and deletes the file. False when that could not be deleted.
+bool db_run_history_delete(db_t *db);
+// The setting run_history_enabled has changed: reads the file, or forgets what is in memory. True when
+// something changed.
+bool db_run_history_changed(db_t *db);
+
 // --- For live updates (track/db_live.h) --------------------------------------------------------------------
 //
 // The queries are not told: that is done by the operation that these are parts of.

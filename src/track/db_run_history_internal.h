@@ -28,7 +28,25 @@ db_run_history_data_t *_db_run_history_new_entry(db_t *db, const char *path, u32
 void _db_run_history_free_entry(db_t *db, db_run_history_data_t *entry);
 db_run_history_ptr_t *_db_run_history_new_link(db_t *db, db_run_history_data_t *entry, mem_ref_t item,
                                                bool is_folder);
-// It differs from its file from now on.
+db_run_history_data_t *_db_run_history_find_entry(const db_t *db, const char *path, u32 length);
+// Takes an entry without links away; what the file has stays as an entry of count 0, until it is written.
+void _db_run_history_remove_entry(db_t *db, db_run_history_data_t *entry);
+
+// Items that change, folders in front.
+struct _db_run_items_t {
+    pointer_pool_t pool;
+    u32 folder_count, count;
+};
+template<class Visit>
+void _db_run_items_for_each(const _db_run_items_t *items, Visit visit) {
+    for (u32 i = 0; i < items->count; i++)
+        visit(db_item(pointer_pool_get(&items->pool, i)), i < items->folder_count);
+}
+// Tells the queries.
+void _db_run_items_leave(db_t *db, const _db_run_items_t *items);
+void _db_run_items_enter(db_t *db, const _db_run_items_t *items);
+
+// It differs from its file from now on, and is written after a while (db_run_history_file.cpp).
 void _db_run_history_set_dirty(db_t *db);
 
 } // namespace findwright

@@ -260,6 +260,14 @@ static void _list_find_items(list_world_t *world) {
         world->numbers[world->items[i].item] = i;
 }
 
+// Of a path of a POSIX system, case counts.
+static bool _list_is_same_path(const std::string &a, const std::string &b) {
+    bool is_posix = a.size() > 1 && a[0] == '\\' && a[1] != '\\';
+    return is_posix ? a == b
+                    : utf8_compare_lower(a.data(), static_cast<u32>(a.size()), b.data(),
+                                         static_cast<u32>(b.size())) == 0;
+}
+
 static void _list_make_history(random_t &random, list_world_t *world) {
     for (list_item_t &item : world->items) {
         if (_list_random(random, 8) == 0) {
@@ -267,8 +275,7 @@ static void _list_make_history(random_t &random, list_world_t *world) {
             u64 date = 100 + _list_random(random, 5);
             db_run_history_set_item(world->db, item.item, item.is_folder, count, date);
             for (list_item_t &other : world->items) { // all that have its path
-                if (utf8_compare_lower(other.path.data(), static_cast<u32>(other.path.size()),
-                                       item.path.data(), static_cast<u32>(item.path.size())) != 0)
+                if (!_list_is_same_path(other.path, item.path))
                     continue;
                 other.run_count = count;
                 other.run_date = date;
