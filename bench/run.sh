@@ -1,7 +1,7 @@
 #!/bin/bash
 # Runs the benchmark: this program beside its peers, on the same real names, in the same run.
 #
-#   bench/run.sh [ROW...]     rows: search language index memory read list load folder order live; all of them without an argument
+#   bench/run.sh [ROW...]     rows: search language index memory read list load folder order live watch; all of them without an argument
 #
 # Prints one table of ratios. The first run fetches the names and makes the volumes, which takes a few minutes;
 # what it made stays in build/bench. docs/BENCHMARKS.md tells what each row means. RUNS and PEER_RUNS in the
@@ -10,11 +10,11 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 rows=("$@")
-[ $# -gt 0 ] || rows=(search language index memory read list load folder order live)
+[ $# -gt 0 ] || rows=(search language index memory read list load folder order live watch)
 for row in "${rows[@]}"; do
   case $row in
-    search | language | index | memory | read | list | load | folder | order | live) ;;
-    *) echo "usage: bench/run.sh [search | language | index | memory | read | list | load | folder | order | live]..." >&2; exit 2 ;;
+    search | language | index | memory | read | list | load | folder | order | live | watch) ;;
+    *) echo "usage: bench/run.sh [search | language | index | memory | read | list | load | folder | order | live | watch]..." >&2; exit 2 ;;
   esac
 done
 
