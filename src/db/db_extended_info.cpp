@@ -1,5 +1,6 @@
 #include "db/db_extended_info_internal.h"
 #include "db/db_index.h"
+#include "db/db_item_set.h"
 #include "os/os_folder.h"
 #include "os/os_shell.h"
 
@@ -64,6 +65,14 @@ void db_extended_info_set_loader(db_extended_info_t *info, const db_info_loader_
     info->loader = loader;
 }
 
+static void _db_fileinfo_cache_forget(db_extended_info_t *info, mem_ref_t item) {
+    std::lock_guard lock(info->lock);
+    if (mem_ref_t *entry = ref_map_find(&info->fileinfo_cache, item)) {
+        db_mem_free(&info->fileinfo_mem, mem_ptr<db_fileinfo_entry_t>(*entry), sizeof(db_fileinfo_entry_t));
+        ref_map_remove(&info->fileinfo_cache, item);
+    }
+}
+
 void db_extended_info_item_removed(db_extended_info_t *info, const db_item_t *item) {
     mem_ref_t ref = mem_ref(item);
     db_info_requests_forget(info, ref);
@@ -71,11 +80,54 @@ void db_extended_info_item_removed(db_extended_info_t *info, const db_item_t *it
         _db_look_free_thumbnail(info, look);
         ref_map_remove(&info->looks, ref);
     }
-    std::lock_guard lock(info->lock);
-    if (mem_ref_t *entry = ref_map_find(&info->fileinfo_cache, ref)) {
-        db_mem_free(&info->fileinfo_mem, mem_ptr<db_fileinfo_entry_t>(*entry), sizeof(db_fileinfo_entry_t));
-        ref_map_remove(&info->fileinfo_cache, ref);
+    _db_fileinfo_cache_forget(info, ref);
+}
+
+void db_extended_info_item_changed(db_extended_info_t *info, const db_item_t *item) {
+    mem_ref_t ref = mem_ref(item);
+    db_info_requests_forget(info, ref);
+    if (db_look_t *look = ref_map_find(&info->looks, ref)) {
+        _db_look_free_thumbnail(info, look);
+        look->thumbnail = nullptr;
+        look->has_thumbnail = false;
     }
+    _db_fileinfo_cache_forget(info, ref);
+}
+
+void db_extended_info_item_moved(db_extended_info_t *info, const db_item_t *item, const db_item_t *to) {
+    db_file_info_t file;
+    u32 batch;
+    bool is_known = db_fileinfo_cache_find(info, mem_ref(item), &file, &batch);
+    db_extended_info_item_removed(info, item);
+    if (is_known)
+        db_fileinfo_cache_keep(info, mem_ref(to), &file, batch);
+}
+
+// The keys of a map that are members of one of two sets.
+template<class value_t>
+static void _db_collect_members(const ref_map_t<value_t> *map, const db_item_set_t *folders,
+                                const db_item_set_t *files, mem_ref_t *members, u32 *count) {
+    for (u32 i = 0; i < ref_map_capacity(map); i++) {
+        mem_ref_t item = map->slots[i].key;
+        if (item != 0 && (db_item_set_has(folders, item) || db_item_set_has(files, item)))
+            members[(*count)++] = item;
+    }
+}
+
+void db_extended_info_items_removed(db_extended_info_t *info, const db_item_set_t *folders,
+                                    const db_item_set_t *files) {
+    size_t most = static_cast<size_t>(info->looks.count) + info->fileinfo_cache.count + 1;
+    for (const db_info_requests_t &requests : info->requests)
+        most += requests.by_key.count;
+    mem_ref_t *members = static_cast<mem_ref_t *>(mem_alloc(most * sizeof *members));
+    u32 count = 0;
+    _db_collect_members(&info->looks, folders, files, members, &count);
+    _db_collect_members(&info->fileinfo_cache, folders, files, members, &count);
+    for (const db_info_requests_t &requests : info->requests)
+        _db_collect_members(&requests.by_key, folders, files, members, &count);
+    for (u32 i = 0; i < count; i++)
+        db_extended_info_item_removed(info, db_item(members[i]));
+    mem_free(members);
 }
 
 // --- Files, at once ----------------------------------------------------------------------------------------

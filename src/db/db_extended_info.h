@@ -64,8 +64,15 @@ void db_extended_info_destroy(db_extended_info_t *info);
 void db_extended_info_set_loader(db_extended_info_t *info, const db_info_loader_t *loader);
 // Forgets all items, and what was asked for; what belongs to extensions stays.
 void db_extended_info_clear(db_extended_info_t *info);
-// Forgets an item that goes, or that has changed: what is known of it, and what was asked for.
+// Forgets an item that goes: what is known of it, and what was asked for.
 void db_extended_info_item_removed(db_extended_info_t *info, const db_item_t *item);
+// The same for all members of two sets.
+void db_extended_info_items_removed(db_extended_info_t *info, const db_item_set_t *folders,
+                                    const db_item_set_t *files);
+// The item has another record. What was read of the file stays; what it looks like goes by its name.
+void db_extended_info_item_moved(db_extended_info_t *info, const db_item_t *item, const db_item_t *to);
+// The item's file has changed: what was read of it is read again when it is asked for.
+void db_extended_info_item_changed(db_extended_info_t *info, const db_item_t *item);
 
 // --- Reading at once ---------------------------------------------------------------------------------------
 

@@ -1,8 +1,8 @@
 #include "query/db_ghost.h"
 
 #include "base/mem.h"
-#include "os/os.h"
 #include "db/db_item_set.h"
+#include "os/os.h"
 #include "query/db_result_internal.h"
 
 #include <algorithm>
@@ -14,9 +14,10 @@ static int _db_ghost_compare(u32 value, const void *key) {
     return value < item ? -1 : value > item;
 }
 
-static bool _db_ghost_has(const db_query_t *query, mem_ref_t item) {
-    return array_exists(&query->ghost_folders, _db_ghost_compare, &item) ||
-           array_exists(&query->ghost_files, _db_ghost_compare, &item);
+bool _db_ghost_has_item(const db_query_t *query, const db_item_t *item) {
+    mem_ref_t key = mem_ref(item);
+    return array_exists(&query->ghost_folders, _db_ghost_compare, &key) ||
+           array_exists(&query->ghost_files, _db_ghost_compare, &key);
 }
 
 // Fills an array from references of any order.
@@ -44,7 +45,7 @@ bool db_is_ghost_result(db_query_t *query, i32 index) {
     if (!_db_query_begin_read(query, "db_is_ghost_result"))
         return false;
     const db_item_t *item = db_get_result_item(query, index);
-    return item && _db_ghost_has(query, mem_ref(item));
+    return item && _db_ghost_has_item(query, item);
 }
 
 void db_clear_ghosts(db_query_t *query) {
@@ -58,6 +59,31 @@ void db_ghost_remove(db_query_t *query, const db_item_t *item) {
     mem_ref_t key = mem_ref(item);
     array_remove_exists(&query->ghost_folders, _db_ghost_compare, &key);
     array_remove_exists(&query->ghost_files, _db_ghost_compare, &key);
+}
+
+static void _db_ghost_keep_others(array_t *ghosts, const db_item_set_t *gone) {
+    mem_ref_t *items = static_cast<mem_ref_t *>(mem_alloc((ghosts->count + size_t{1}) * sizeof *items));
+    u32 count = 0, page = 0, value;
+    for (i32 position = -1; array_next_to(ghosts, &page, &position, &value);) {
+        if (!db_item_set_has(gone, value))
+            items[count++] = value;
+    }
+    if (count != ghosts->count)
+        array_set_from_memory(ghosts, items, count);
+    mem_free(items);
+}
+
+void db_ghost_remove_many(db_query_t *query, const db_item_set_t *folders, const db_item_set_t *files) {
+    _db_ghost_keep_others(&query->ghost_folders, folders);
+    _db_ghost_keep_others(&query->ghost_files, files);
+}
+
+void db_ghost_move(db_query_t *query, const db_item_t *item, const db_item_t *to) {
+    mem_ref_t key = mem_ref(item), new_key = mem_ref(to);
+    for (array_t *ghosts : {&query->ghost_folders, &query->ghost_files}) {
+        if (array_remove_exists(ghosts, _db_ghost_compare, &key))
+            array_insert(ghosts, _db_ghost_compare, &new_key, new_key);
+    }
 }
 
 // Adds those ghosts behind the results that are not among them.

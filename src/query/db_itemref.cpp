@@ -1,6 +1,7 @@
 #include "query/db_itemref.h"
 
 #include "base/mem.h"
+#include "db/db_item_set.h"
 #include "query/db_result_internal.h"
 
 namespace findwright {
@@ -23,7 +24,7 @@ static void _db_itemref_empty(db_query_t *query, db_itemref_t *itemref) {
 
 db_itemref_t *db_itemref_create(db_query_t *) {
     db_itemref_t *itemref = static_cast<db_itemref_t *>(mem_alloc(sizeof *itemref));
-    *itemref = {nullptr, nullptr, 0, INDEX_UNKNOWN};
+    *itemref = {nullptr, nullptr, 0, false, INDEX_UNKNOWN};
     return itemref;
 }
 
@@ -39,7 +40,7 @@ i32 db_itemref_get(db_query_t *query, db_itemref_t *itemref) {
     if (!_db_query_begin_read(query, "db_itemref_get") || itemref->item == 0 || itemref->index == INDEX_NONE)
         return -1;
     if (itemref->index == INDEX_UNKNOWN) {
-        i32 index = _db_query_find_item(query, itemref->item);
+        i32 index = _db_query_find_item(query, {db_item(itemref->item), itemref->is_folder});
         itemref->index = index >= 0 ? index : INDEX_NONE;
     }
     return itemref->index >= 0 ? itemref->index : -1;
@@ -49,10 +50,11 @@ void db_itemref_set(db_query_t *query, db_itemref_t *itemref, i32 index) {
     if (!_db_query_begin_read(query, "db_itemref_set"))
         return;
     _db_itemref_empty(query, itemref);
-    const db_item_t *item = db_get_result_item(query, index);
-    if (!item)
+    db_result_t result;
+    if (!db_get_result(query, index, &result))
         return;
-    itemref->item = mem_ref(item);
+    itemref->item = mem_ref(result.item);
+    itemref->is_folder = result.is_folder;
     itemref->index = index;
     itemref->prev = query->itemrefs_tail;
     (query->itemrefs_tail ? query->itemrefs_tail->next : query->itemrefs) = itemref;
@@ -73,6 +75,14 @@ void db_itemref_item_removed(db_query_t *query, const db_item_t *item) {
     for (db_itemref_t *itemref = query->itemrefs, *next; itemref; itemref = next) {
         next = itemref->next;
         if (itemref->item == mem_ref(item))
+            _db_itemref_empty(query, itemref);
+    }
+}
+
+void db_itemref_items_removed(db_query_t *query, const db_item_set_t *folders, const db_item_set_t *files) {
+    for (db_itemref_t *itemref = query->itemrefs, *next; itemref; itemref = next) {
+        next = itemref->next;
+        if (db_item_set_has(itemref->is_folder ? folders : files, itemref->item))
             _db_itemref_empty(query, itemref);
     }
 }

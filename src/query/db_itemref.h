@@ -13,7 +13,8 @@ namespace findwright {
 struct db_itemref_t {
     db_itemref_t *next, *prev;
     mem_ref_t item; // 0: an empty reference
-    i32 index;      // its place in the results; -1: not known, -2: it was looked for and is none of them
+    bool is_folder;
+    i32 index; // its place in the results; -1: not known, -2: it was looked for and is none of them
 };
 
 // An empty reference.
@@ -32,6 +33,7 @@ void db_itemref_clear_all(db_query_t *query);
 void db_itemref_forget_indexes(db_query_t *query);
 // An item goes, or its record is replaced by another one.
 void db_itemref_item_removed(db_query_t *query, const db_item_t *item);
+void db_itemref_items_removed(db_query_t *query, const db_item_set_t *folders, const db_item_set_t *files);
 void db_itemref_item_moved(db_query_t *query, const db_item_t *item, const db_item_t *to);
 
 } // namespace findwright

@@ -7,8 +7,8 @@
 #include "os/event.h"
 #include "query/db_ghost.h"
 #include "query/db_itemref.h"
+#include "query/db_live_result.h"
 #include "query/db_query_internal.h"
-#include "query/db_result_internal.h"
 
 #include <cstring>
 #include <new>
@@ -26,9 +26,13 @@ static void _db_query_fileinfo_cache_changed_proc(void *param);
 
 // Everything that may stand in the event queue for a query.
 static event_proc_t *const _db_query_events[] = {
-    _db_query_results_changed_proc,        _db_query_status_changed_proc,
-    _db_query_ready_notification_proc,     _db_query_rebuilt_notification_proc,
-    _db_query_unblocked_notification_proc, _db_query_fileinfo_cache_changed_proc,
+    _db_query_results_changed_proc,
+    _db_query_status_changed_proc,
+    _db_query_ready_notification_proc,
+    _db_query_rebuilt_notification_proc,
+    _db_query_unblocked_notification_proc,
+    _db_query_fileinfo_cache_changed_proc,
+    _db_result_search_proc,
 };
 
 static db_query_t *_db_query(void *link) {
@@ -107,6 +111,7 @@ static void _db_query_clear_results(db_query_t *query) {
 
 // Everything that names a record.
 static void _db_query_forget_items(db_query_t *query) {
+    _db_result_forget_search(query);
     _db_query_clear_results(query);
     _db_selection_clear(query);
     db_itemref_clear_all(query);
@@ -131,6 +136,7 @@ static void _db_query_wait_ended(db_query_link_t *link) {
 static void _db_query_ready(db_query_link_t *link) {
     db_query_t *query = _db_query(link);
     event_post(_db_query_fileinfo_cache_changed_proc, link); // what it left while the database was busy
+    _db_result_ready(query);
     if (query->notify_again) {
         query->notify_again = 0;
         query->notify_pending = 1;
@@ -177,6 +183,7 @@ static void _db_query_cancel(void *param) {
 static void _db_query_cancelled(db_query_link_t *link, db_worker_kind_t kind) {
     db_query_t *query = _db_query(link);
     if (kind == DB_WORKER_SEARCH) {
+        _db_result_forget_search(query);
         db_query_free_terms(query);
         _db_query_clear_results(query);
         _db_selection_clear(query);
@@ -214,6 +221,8 @@ db_query_t *db_query_create(db_t *db, bool is_ui, db_query_callback_t *callback,
     query->callback = callback;
     query->user_data = user_data;
     query->hooks = &_db_query_hooks;
+    query->live = &db_live_result_hooks;
+    query->live_result = db_live_result_create();
     query->folders_first = 1;
     query->extended_info =
         db_extended_info_create(db, _db_query_fileinfo_cache_changed_proc, _db_query_link(query));
@@ -241,6 +250,7 @@ void db_destroy_query(db_query_t *query) {
                            &query->ghost_folders, &query->ghost_files})
         array_kill(array);
     bit_array_kill(&query->selection);
+    db_live_result_free(query);
     if (query->status_text)
         mem_free(query->status_text);
     _db_query_free_deferred(query);
@@ -352,6 +362,8 @@ static void _db_search_thread_proc(void *param) {
     if (selection->size !=
         _db_query_count_results(query)) // cancelled: what was kept waits for the next search
         bit_array_reset(selection, _db_query_count_results(query));
+    db_search_free_folders(query);
+    _db_result_end_search(query);
     _db_query_post_results_changed(query);
     event_post(_db_ready_proc, db);
 }
@@ -379,6 +391,7 @@ void db_query_search(db_query_t *query, const db_query_params_t *params) {
         _db_selection_clear(query);
         db_itemref_clear_all(query);
     } else {
+        _db_result_settle(query);
         _db_selection_keep(query);
     }
     db_query_free_terms(query);
@@ -389,6 +402,7 @@ void db_query_search(db_query_t *query, const db_query_params_t *params) {
     query->calculate_total_size = params->calculate_total_size && db->layout.flags & DB_FLAG_SIZE;
     query->cancel_search = query->cancel_sort = query->cancel_fileinfo = 0;
     _db_query_compile(query, params);
+    _db_result_begin_search(query, params);
     db_start_worker(db, query, DB_WORKER_SEARCH, _db_search_thread_proc, query);
 }
 
@@ -409,6 +423,7 @@ void db_sort(db_query_t *query, u32 sort, i32 dialog_x, i32 dialog_y) {
     }
     query->cancel_sort = 1;
     db_wait(query->db, "db_sort");
+    _db_result_settle(query);
     query->cancel_sort = 0;
     query->requested_sort = sort; // a worker reads it
     query->dialog_x = dialog_x;

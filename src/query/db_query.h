@@ -78,6 +78,7 @@ struct db_query_params_t {
 };
 
 struct db_itemref_t;
+struct db_live_result_t;
 
 struct db_query_t : db_query_link_t {
     db_t *db;
@@ -127,6 +128,7 @@ struct db_query_t : db_query_link_t {
     // A search that waits for the database to load; texts are owned copies, deferred_search is 0 for none.
     db_query_params_t deferred;
     char *deferred_search, *deferred_filter_search;
+    db_live_result_t *live_result; // how it follows the index (db_live_result.h); made with the query
 };
 
 db_query_t *db_query_create(db_t *db, bool is_ui, db_query_callback_t *callback, void *user_data);

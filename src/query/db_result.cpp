@@ -2,7 +2,7 @@
 #include "base/utf8.h"
 #include "base/utf8_match.h"
 #include "db/db_item_set.h"
-#include "query/db_result_internal.h"
+#include "query/db_live_result.h"
 #include "track/db_recent_change.h"
 #include "track/db_run_history.h"
 
@@ -12,6 +12,7 @@ bool _db_query_begin_read(db_query_t *query, const char *name) {
     if (!query->db->loaded)
         return false;
     db_wait(query->db, name);
+    _db_result_settle(query);
     return true;
 }
 
@@ -165,9 +166,8 @@ static i32 _db_find_in_array(const db_query_t *query, const array_t *array, mem_
     return -1;
 }
 
-// All values are looked at: an order by what was read of the file system cannot be searched by comparisons,
-// since what is known of an item may have changed after the sort. 8 million take some milliseconds.
-i32 _db_query_find_item(db_query_t *query, mem_ref_t item) {
+// All values are looked at: 8 million take some milliseconds.
+i32 _db_query_find_item_by_pass(db_query_t *query, mem_ref_t item) {
     array_t *arrays[3];
     _db_query_get_result_arrays(query, arrays);
     i32 base = 0;
@@ -178,6 +178,16 @@ i32 _db_query_find_item(db_query_t *query, mem_ref_t item) {
         base += static_cast<i32>(array->count);
     }
     return -1;
+}
+
+// An order by what was read of the file system cannot be searched by comparisons, since what is known of an
+// item may have changed after the sort; neither can that of results which wait for a new search.
+i32 _db_query_find_item(db_query_t *query, const db_result_t &result) {
+    db_result_place_t place;
+    if (!query->live_result->is_stale && _db_result_has_order(query) &&
+        _db_result_find(query, result.item, result.is_folder, &place))
+        return static_cast<i32>(place.index);
+    return _db_query_find_item_by_pass(query, mem_ref(result.item));
 }
 
 // --- Type-ahead --------------------------------------------------------------------------------------------

@@ -92,7 +92,7 @@ u32 db_get_result_file_info_change(db_query_t *query, i32 index) {
         return 0;
     db_known_info_t known;
     db_extended_info_get_known(query->extended_info, result.item, result.is_folder, ~0u, &known);
-    u32 change = 0;
+    u32 change = db_is_updated(query->db, result.item) ? DB_INFO_FILE : 0;
     for (u32 kind = 0; kind < DB_INFO_KINDS; kind++) {
         if (known.changed & 1u << kind)
             change |= FLAGS[kind];

@@ -41,8 +41,8 @@ struct db_fileinfo_t {
 void db_request_fileinfo(db_query_t *query, i32 first, i32 count, u32 flags);
 // What is known now.
 bool db_get_result_file_info(db_query_t *query, i32 index, u32 flags, db_fileinfo_t *out);
-// What of a row came with the last notification 5: DB_INFO_FILE for all of its columns together,
-// DB_INFO_ICON, DB_INFO_TYPE_NAME, DB_INFO_THUMBNAIL.
+// What of a row came with the last notification 5, or has changed in the index: DB_INFO_FILE for all of its
+// columns together, DB_INFO_ICON, DB_INFO_TYPE_NAME, DB_INFO_THUMBNAIL.
 u32 db_get_result_file_info_change(db_query_t *query, i32 index);
 // Reads columns of all selected results, on the worker; they are there when the database is ready again.
 void db_read_extended_info_on_selection(db_query_t *query, u32 flags, i32 dialog_x, i32 dialog_y);

@@ -45,14 +45,27 @@ inline void _db_query_visit_selected(db_query_t *query, Visit visit) {
         }
     }
 }
-// The result index of an item, or -1.
-i32 _db_query_find_item(db_query_t *query, mem_ref_t item);
+// The result index of an item, or -1. By comparisons where the order allows, else by a look at all results.
+i32 _db_query_find_item(db_query_t *query, const db_result_t &result);
+i32 _db_query_find_item_by_pass(db_query_t *query, mem_ref_t item);
 
 // --- The selection (db_selection.cpp) ----------------------------------------------------------------------
 
 void _db_selection_clear(db_query_t *query); // and what is kept
 // Before results are made anew: puts aside what is selected. What an unfinished search left there stays.
 void _db_selection_keep(db_query_t *query);
+// Forgets of what was put aside those for which is_gone(reference) holds.
+template<class IsGone>
+inline void _db_selection_forget_kept(db_query_t *query, IsGone is_gone) {
+    u32 kept = 0;
+    for (u32 i = 0; i < query->kept_selection_count; i++) {
+        if (!is_gone(query->kept_selection[i]))
+            query->kept_selection[kept++] = query->kept_selection[i];
+    }
+    query->kept_selection_count = kept;
+}
+// A result is added or goes: the sums of the results, and those of the selection where it is selected.
+void _db_query_count_result(db_query_t *query, const db_result_t &result, bool is_selected, bool is_added);
 // Afterwards: selects what was put aside, as far as it is among the results. Nothing without such.
 void _db_selection_restore(db_query_t *query);
 
@@ -60,5 +73,6 @@ void _db_selection_restore(db_query_t *query);
 
 // Adds the ghosts that a search did not find. True when the results are in no order now.
 bool _db_ghost_merge(db_query_t *query);
+bool _db_ghost_has_item(const db_query_t *query, const db_item_t *item);
 
 } // namespace findwright

@@ -7,6 +7,8 @@
 #include "query/db_regex.h"
 #include "query/db_result_internal.h"
 
+#include <cstring>
+
 namespace findwright {
 
 static constexpr u32 PAGE_SHIFT = 12;      // bytes of a page, as a power of two
@@ -33,6 +35,29 @@ static bool _db_run_chain(db_scan_t *scan, const db_exec_term_t *term, const db_
             return match;
         term = next;
     }
+}
+
+bool db_scan_test_item(db_scan_t *scan, const db_exec_term_t *first_term, const db_item_t *item) {
+    scan->first_term = first_term;
+    return _db_run_chain(scan, first_term, item);
+}
+
+void db_scan_init(db_scan_t *scan, db_query_t *query, bool needs_regex) {
+    std::memset(static_cast<void *>(scan), 0, sizeof *scan);
+    scan->query = query;
+    scan->db = query->db;
+    array_init(&scan->results);
+    utf8_buf_init(&scan->path);
+    scan->regex_match = needs_regex ? db_regex_match_create() : nullptr;
+}
+
+void db_scan_kill(db_scan_t *scan) {
+    utf8_buf_kill(&scan->path);
+    if (scan->regex_match)
+        db_regex_match_free(scan->regex_match);
+    if (scan->memo)
+        db_scan_memo_free(scan->memo);
+    array_kill(&scan->results);
 }
 
 // A page of a search with several terms. Where the first term must match, its own scan picks those that the
@@ -178,24 +203,14 @@ static void _db_scan_proc(void *param, u32 part, u32 parts) {
     _db_pass_t *pass = static_cast<_db_pass_t *>(param);
     db_scan_t *scan = &pass->scans[part];
     u64 pages = pass->scan_array->page_count;
-    scan->query = pass->query;
-    scan->db = pass->query->db;
+    db_scan_init(scan, pass->query, _db_has_regex(pass->first_term));
     scan->scan_array = pass->scan_array;
     scan->first_term = pass->first_term;
     scan->filter = pass->filter;
     scan->exact_word = pass->exact_word;
     scan->first_page = static_cast<u32>(pages * part / parts);
     scan->end_page = static_cast<u32>(pages * (part + 1) / parts);
-    array_init(&scan->results);
-    utf8_buf_init(&scan->path);
-    scan->regex_match = _db_has_regex(pass->first_term) ? db_regex_match_create() : nullptr;
-    scan->memo = nullptr;
     _db_scan_pages(scan);
-    utf8_buf_kill(&scan->path);
-    if (scan->regex_match)
-        db_regex_match_free(scan->regex_match);
-    if (scan->memo)
-        db_scan_memo_free(scan->memo);
 }
 
 // --- A pass ------------------------------------------------------------------------------------------------
@@ -229,7 +244,7 @@ static void _db_run_pass(db_query_t *query, const array_t *scan_array, const db_
     os_parallel(threads, _db_scan_proc, &pass);
     for (u32 i = 0; i < threads; i++) {
         array_take_pages(results, &pass.scans[i].results);
-        array_kill(&pass.scans[i].results);
+        db_scan_kill(&pass.scans[i]);
     }
     mem_free(pass.scans);
 }

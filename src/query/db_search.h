@@ -30,7 +30,13 @@ struct db_scan_t {
     utf8_buf_t path;
     void *regex_match;    // made when the pass has a regular expression
     db_scan_memo_t *memo; // 0 until a test asks for it (db_scan_get_memo)
+    bool is_single;       // for one item now and then: nothing about places is remembered
 };
+// A scan without a pass: for single items, by their records as they are when they are tested.
+void db_scan_init(db_scan_t *scan, db_query_t *query, bool needs_regex);
+void db_scan_kill(db_scan_t *scan);
+// Whether the terms, from the first one on, find an item.
+bool db_scan_test_item(db_scan_t *scan, const db_exec_term_t *first_term, const db_item_t *item);
 inline db_scan_memo_t *db_scan_get_memo(db_scan_t *scan) {
     if (!scan->memo) [[unlikely]]
         scan->memo = db_scan_memo_create();
@@ -64,6 +70,9 @@ void db_search_prepare(db_query_t *query, db_exec_term_t *terms, bool is_folder,
 // The parts of it for texts in components, and for functions (db_search_function_prepare.cpp).
 void db_search_prepare_path(db_query_t *query, db_exec_term_t *term, bool is_folder);
 void db_search_prepare_function(db_query_t *query, db_exec_term_t *term, bool is_folder);
+// After the passes: frees the sets of folders that were filled for paths. They tell of the moment of the
+// search; without them the chain of an item's parents is climbed.
+void db_search_free_folders(db_query_t *query);
 
 // Where a term that must match leaves only few items, those, in name order, in place of the whole array: true
 // when `narrowed`, which is then the caller's, is to be scanned instead (db_search_narrow.cpp).

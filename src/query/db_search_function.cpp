@@ -94,7 +94,9 @@ static i64 _db_get_count(db_scan_t *scan, const db_item_t *item) {
         return db_run_history_get(scan->db, item).count;
     i64 count = family == DB_OP_LENGTH ? db_item_get_name_units(item) : 0;
     if (_db_is_path_length(family, path) && !db_item_is_top(item))
-        count += 1 + static_cast<i64>(db_scan_memo_get_path_units(db_scan_get_memo(scan), item->parent));
+        count += 1 + static_cast<i64>(
+                         scan->is_single ? db_folder_get_path_units(item->parent)
+                                         : db_scan_memo_get_path_units(db_scan_get_memo(scan), item->parent));
     for (mem_ref_t ref = item->parent; ref >= MEM_REF_FIRST && family == DB_OP_PARENTS;
          ref = db_item(ref)->parent)
         count++;

@@ -27,8 +27,7 @@ u32 db_item_get_name_units(const db_item_t *item) {
 
 static constexpr u32 CHAIN_MAX = 16; // unknown folders of a chain that are kept, from the lowest one on
 
-// That of a path, by walking to its top; 0 for none.
-static u32 _db_get_path_units(mem_ref_t folder) {
+u32 db_folder_get_path_units(mem_ref_t folder) {
     u32 units = 0;
     for (mem_ref_t ref = folder; ref >= MEM_REF_FIRST; ref = db_item(ref)->parent)
         units += db_item_get_name_units(db_item(ref)) + (ref != folder);
@@ -45,7 +44,7 @@ u32 db_scan_memo_find_path_units(db_scan_memo_t *memo, mem_ref_t folder) {
         chain[count++] = ref;
     }
     bool is_known = ref >= MEM_REF_FIRST && db_scan_memo_slot(memo, ref)->folder == ref;
-    u32 units = is_known ? db_scan_memo_slot(memo, ref)->path_units : _db_get_path_units(ref);
+    u32 units = is_known ? db_scan_memo_slot(memo, ref)->path_units : db_folder_get_path_units(ref);
     bool has_parent = ref >= MEM_REF_FIRST;
     while (count-- != 0) {
         units += db_item_get_name_units(db_item(chain[count])) + has_parent;

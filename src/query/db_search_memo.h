@@ -41,8 +41,9 @@ struct db_scan_memo_t {
 db_scan_memo_t *db_scan_memo_create();
 void db_scan_memo_free(db_scan_memo_t *memo);
 
-// UTF-16 units of a name.
+// UTF-16 units of a name, and of a folder's path, which is walked to its top; 0 for none.
 u32 db_item_get_name_units(const db_item_t *item);
+u32 db_folder_get_path_units(mem_ref_t folder);
 
 inline db_memo_folder_t *db_scan_memo_slot(db_scan_memo_t *memo, mem_ref_t folder) {
     return &memo->folders[folder * 0x9E3779B1u >> 17];

@@ -8,9 +8,9 @@
 // behind the text's last separator: only such a path is written out.
 #include "base/mem.h"
 #include "base/utf8.h"
+#include "db/db_item_set.h"
 #include "db/db_word.h"
 #include "os/os_parallel.h"
-#include "db/db_item_set.h"
 #include "query/db_query_internal.h"
 #include "query/db_search.h"
 
@@ -316,6 +316,17 @@ void db_search_prepare_path(db_query_t *query, db_exec_term_t *term, bool is_fol
         db_item_set_free(work.known);
     }
     term->folders = work.found;
+}
+
+void db_search_free_folders(db_query_t *query) {
+    for (db_exec_term_t *list : {query->file_terms, query->folder_terms}) {
+        for (db_exec_term_t *term = list; term; term = term->link) {
+            if (term->folders && !term->folders_are_shared)
+                db_item_set_free(term->folders);
+            term->folders = nullptr;
+            term->folders_are_shared = false;
+        }
+    }
 }
 
 // --- The table ---------------------------------------------------------------------------------------------

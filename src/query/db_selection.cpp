@@ -46,6 +46,17 @@ static void _db_selection_count_row(db_query_t *query, const db_result_t &result
     query->total_selection_count += is_selected ? 1u : 0u - 1u;
 }
 
+void _db_query_count_result(db_query_t *query, const db_result_t &result, bool is_selected, bool is_added) {
+    if (!query->calculate_total_size || result.is_folder)
+        return;
+    u64 size = db_file_get_size(query->db, result.item);
+    size = size == VALUE_UNKNOWN ? 0 : size;
+    query->total_result_size += is_added ? size : 0 - size;
+    query->total_result_count += is_added ? 1u : 0u - 1u;
+    if (is_selected)
+        _db_selection_count_row(query, result, is_added);
+}
+
 i64 db_query_get_total_selection_size(db_query_t *query) {
     if (!_db_query_begin_read(query, "db_query_get_total_selection_size") ||
         query->total_selection_count == 0)
