@@ -196,10 +196,13 @@ static void _db_create_mark_reused(db_rebuild_t *rebuild, db_create_source_t *so
         static_cast<db_index_file_list_t *>(source->index)->date_modified =
             static_cast<const db_index_file_list_t *>(from)->date_modified;
         break;
-    case DB_INDEX_TYPE_FOLDER:
-        static_cast<db_index_folder_t *>(source->index)->next_update =
-            static_cast<const db_index_folder_t *>(from)->next_update;
+    case DB_INDEX_TYPE_FOLDER: {
+        auto *to = static_cast<db_index_folder_t *>(source->index);
+        const auto *folder = static_cast<const db_index_folder_t *>(from);
+        to->next_update = folder->next_update;
+        to->update_now = folder->update_now | to->monitor; // nobody follows it while the rebuild runs
         break;
+    }
     default: {
         db_index_volume_t *to = static_cast<db_index_volume_t *>(source->index);
         to->journal_id = static_cast<const db_index_volume_t *>(from)->journal_id;

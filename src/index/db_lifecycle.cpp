@@ -8,6 +8,7 @@
 #include "index/db_lifecycle_internal.h"
 #include "os/debug.h"
 #include "os/event.h"
+#include "track/db_folder_update.h"
 #include "track/db_recent_change.h"
 #include "track/db_run_history.h"
 
@@ -25,6 +26,20 @@ db_t *db_lifecycle_create(const char *file_list_filename) {
     db_t *db = db_create(file_list_filename);
     db->keeper = &db_lifecycle_keeper;
     return db;
+}
+
+// --- What follows the sources ------------------------------------------------------------------------------
+
+void _db_follow_start(db_t *db) {
+    if (db_read_only || db->file_list_filename)
+        return;
+    _db_watch_start(db);
+    db_folder_update_start(db);
+}
+
+void _db_follow_stop(db_t *db) {
+    db_folder_update_stop(db);
+    _db_watch_stop(db);
 }
 
 // --- Load --------------------------------------------------------------------------------------------------
@@ -58,6 +73,7 @@ static void _db_load_take_monitor(db_index_t *index, const db_wanted_t *wanted) 
                 to->rescan_if_full = from->rescan_if_full;
                 to->update_type = from->update_type;
                 to->update_value = from->update_value;
+                to->update_now = to->monitor; // nobody has followed it since it was saved
                 return;
             }
         } else {
@@ -167,7 +183,7 @@ void db_rebuild(db_t *db, bool force) {
     db_wait(db, "db_rebuild");
     if (db_read_only)
         return;
-    _db_watch_stop(db);
+    _db_follow_stop(db);
     for (db_index_t *index = db->index_first; index && force; index = index->next)
         index->out_of_date = 1;
     if (force)
@@ -269,11 +285,6 @@ static void _db_lifecycle_corrupt(db_t *db) {
 
 // --- What the database asks --------------------------------------------------------------------------------
 
-static void _db_lifecycle_loaded(db_t *db) {
-    if (!db_read_only && !db->file_list_filename)
-        _db_watch_start(db);
-}
-
 static bool _db_lifecycle_check(db_t *db) {
     bool monitor_changed;
     if (db->file_list_filename || db->cancel_rebuild || !db_needs_rebuild(db, &monitor_changed))
@@ -298,7 +309,7 @@ static void _db_lifecycle_idle(db_t *db) {
 }
 
 const db_keeper_t db_lifecycle_keeper = {
-    _db_lifecycle_loaded, _db_lifecycle_check, _db_lifecycle_idle, _db_lifecycle_corrupt, _db_watch_stop,
+    _db_follow_start, _db_lifecycle_check, _db_lifecycle_idle, _db_lifecycle_corrupt, _db_follow_stop,
 };
 
 } // namespace findwright

@@ -1,10 +1,10 @@
 // The comparison of what a database holds with what the settings want, and the check of file lists.
 #include "index/db_lifecycle_internal.h"
-#include "track/db_schedule.h"
 #include "index/ntfs_partition.h"
 #include "os/debug.h"
 #include "os/event.h"
 #include "os/os_folder.h"
+#include "track/db_schedule.h"
 
 #include <cstring>
 
@@ -70,7 +70,8 @@ static const char *_db_compare_folder(db_index_folder_t *index, const db_index_f
                                       bool *monitor_changed) {
     if (std::strcmp(index->path, wanted->path) != 0)
         return "rebuild: folder filename changed\n";
-    *monitor_changed |= index->monitor != wanted->monitor;
+    *monitor_changed |=
+        index->monitor != wanted->monitor || (index->monitor && index->buffer_size != wanted->buffer_size);
     index->monitor = wanted->monitor;
     index->buffer_size = wanted->buffer_size;
     index->rescan_if_full = wanted->rescan_if_full;
@@ -170,6 +171,16 @@ bool db_needs_rebuild(db_t *db, bool *monitor_changed) {
     return needed;
 }
 
+// Who follows a source is to miss nothing while it stops and starts again.
+static void _db_ask_for_scans(db_t *db) {
+    for (db_index_t *index = db->index_first; index; index = index->next) {
+        if (index->type == DB_INDEX_TYPE_FOLDER) {
+            auto *folder = static_cast<db_index_folder_t *>(index);
+            folder->update_now |= folder->monitor;
+        }
+    }
+}
+
 void db_apply_settings(db_t *db) {
     db_wait(db, "db_apply_settings");
     bool monitor_changed;
@@ -179,10 +190,11 @@ void db_apply_settings(db_t *db) {
         db_rebuild(db, false);
         return;
     }
-    if (monitor_changed && !db_read_only) {
-        _db_watch_stop(db);
-        _db_watch_start(db);
+    if (monitor_changed) {
+        _db_follow_stop(db);
+        _db_ask_for_scans(db);
     }
+    _db_follow_start(db); // schedules may be other ones
 }
 
 // --- File lists --------------------------------------------------------------------------------------------

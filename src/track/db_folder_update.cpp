@@ -305,20 +305,24 @@ void db_folder_update_start(db_t *db) {
     db_folders_check_for_updates(db);
 }
 
-// Of what runs and waits nothing is left.
+// Of what runs and waits nothing is left. Who asked for it has asked anew.
 static void _db_folder_update_drop(db_folder_update_t *update) {
     db_t *db = update->db;
     if (update->thread) {
         update->cancel = 1;
         os_thread_release(update->thread, OS_INFINITE);
         update->thread = nullptr;
+        update->index->update_now = 1;
         db_set_status(db, "");
     }
     if (update->scan)
         db_folder_scan_free(update->scan);
     update->scan = nullptr;
-    while (update->first)
+    while (update->first) {
+        if (db_index_folder_t *index = _db_folder_update_get_index(db, update->first))
+            index->update_now = 1;
         _db_folder_update_free_first(update);
+    }
     event_remove(_db_folder_update_complete_proc, db);
     event_remove(_db_folder_update_slice_proc, db);
     event_remove(_db_folder_update_alarm_proc, db);

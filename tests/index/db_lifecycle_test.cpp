@@ -6,6 +6,8 @@
 #include "os/os_test_support.h"
 #include "support/test_db.h"
 #include "support/test_orders.h"
+#include "track/db_folder_update.h"
+#include "track/db_schedule.h"
 
 #include <gtest/gtest.h>
 
@@ -23,6 +25,9 @@ struct settings_t {
     bool exclude_hidden = false;
     bool compressed = false, has_filename = true;
     bool monitor = false;
+    bool follow = false;                                   // the folder
+    db_schedule_t schedule = {DB_INDEX_FOLDER_UPDATE_TYPE, // of its scans
+                              DB_INDEX_FOLDER_UPDATE_VALUE};
     std::string errors;
 };
 settings_t *settings;
@@ -36,8 +41,12 @@ void get_wanted(db_wanted_t *out, bool) {
     db_exclude_update_needs(&out->exclude);
     for (const std::string &list : settings->lists)
         db_wanted_add_file_list(out, list.c_str(), settings->monitor);
-    for (const std::string &path : settings->folders)
-        db_wanted_add_folder(out, path.c_str());
+    for (const std::string &path : settings->folders) {
+        auto *index = static_cast<db_index_folder_t *>(db_wanted_add_folder(out, path.c_str())->index);
+        index->monitor = settings->follow;
+        index->update_type = settings->schedule.type;
+        index->update_value = settings->schedule.value;
+    }
 }
 
 bool get_filename(utf8_buf_t *out) {
@@ -387,6 +396,41 @@ TEST_F(DbLifecycle, WhatARebuildDoesNotCureIsLeftAsItIs) {
     }
     close(db);
     EXPECT_NE(saved, read_file(own.folder / "Findwright.db"));
+}
+
+// A folder that is followed is scanned when nobody has followed it for a while; one that is not, by its
+// schedule.
+TEST_F(DbLifecycle, AFolderIsScannedWhenNobodyHasFollowedIt) {
+    db_t *db = nullptr;
+    auto count_after = [&](const char *name, const std::function<void()> &action) { // a file comes before it
+        write_file(own.folders[0] + "\\" + name, "");
+        action();
+        while (db_folder_update_is_busy(db) || !db_is_ready(db))
+            event_wait_and_dispatch(OS_INFINITE);
+        return db->file_name_array.count;
+    };
+    auto apply = [&] { db_apply_settings(db); };
+    auto restart = [&] {
+        close(db);
+        db = open();
+        EXPECT_EQ(0u, count_reused());
+    };
+    db = open();
+    EXPECT_EQ(5u, count_after("1", apply));
+    EXPECT_EQ(5u, count_after("2", restart));
+    own.follow = true;
+    EXPECT_EQ(8u, count_after("3", apply));
+    EXPECT_EQ(8u, count_after("4", apply));
+    EXPECT_EQ(10u, count_after("5", restart));
+    own.exclude_files = "*.tmp"; // a rebuild that reuses it, and leaves one out
+    EXPECT_EQ(10u, count_after("6", apply));
+    own.follow = false;
+    own.schedule = {DB_SCHEDULE_INTERVAL, 1};
+    EXPECT_EQ(10u, count_after("7", apply));
+    static_cast<db_index_folder_t *>(db_index_get(db, 2))->next_update = 1;
+    EXPECT_EQ(12u, count_after("8", apply));
+    test_check_orders(db);
+    close(db);
 }
 
 TEST_F(DbLifecycle, AFileListCanBeADatabaseOfItsOwn) {
