@@ -101,13 +101,13 @@ db_file_t *db_file_rename(db_t *db, db_file_t *file, db_folder_t *parent, const 
 
 bool _db_live_update_info(db_t *db, db_item_t *item, bool is_folder, const db_file_info_t *info, u64 date) {
     u32 changes = _db_live_get_differences(db, item, is_folder, info);
+    if (changes == 0)
+        return false;
     // Reading a file is no change of it, and neither are its attributes.
     bool is_change = changes & (DB_FLAG_SIZE | DB_FLAG_DATE_CREATED | DB_FLAG_DATE_MODIFIED) ||
                      !(db->layout.flags & DB_FLAG_DATE_MODIFIED);
     u64 stamp = is_change ? date : DB_LIVE_NO_DATE;
     u32 told = changes | _db_live_stamp_flag(db, stamp);
-    if (told == 0)
-        return false;
     _db_live_leave(db, item, is_folder, told);
     for (u32 flag = DB_FLAG_SIZE; flag <= DB_FLAG_ATTRIBUTES; flag <<= 1) {
         if (!(changes & flag))
@@ -119,7 +119,16 @@ bool _db_live_update_info(db_t *db, db_item_t *item, bool is_folder, const db_fi
     _db_live_stamp(db, item, is_folder, stamp);
     _db_live_enter(db, item, item, is_folder, told);
     db_mark_updated(db, item);
-    return changes != 0;
+    return true;
+}
+
+void db_item_touch(db_t *db, const db_item_t *item, bool is_folder, u64 date) {
+    db_mark_updated(db, item);
+    if (db->layout.flags & DB_FLAG_DATE_MODIFIED || !_db_live_stamp_flag(db, date))
+        return;
+    _db_live_leave(db, item, is_folder, DB_CHANGE_RECENT_CHANGES);
+    _db_live_stamp(db, item, is_folder, date);
+    _db_live_enter(db, item, item, is_folder, DB_CHANGE_RECENT_CHANGES);
 }
 
 bool db_file_update_info(db_t *db, db_file_t *file, const db_file_info_t *info, u64 date) {
