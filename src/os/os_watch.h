@@ -9,8 +9,8 @@
 //
 // A folder that is new in a tree is told as one added, once it is watched like the rest of its tree. What it
 // holds by then may or may not be told by events of its own, so the receiver scans an added folder, and may
-// meet an item twice. A folder that is there already can be told as added again, where only a scan shows what
-// happened in it. So who adds a root and scans it behind that, and whatever is told as added, misses nothing.
+// meet an item twice. A folder can be told as removed and added where only a scan shows what happened in it.
+// So who adds a root and scans it behind that, and whatever is told as added, misses nothing.
 //
 // What left a tree and came back at another place of the same tree is renamed; on Windows only within one
 // folder, else it is removed and added. What came from another place or went there is added or removed, and

@@ -105,7 +105,7 @@ static int _os_watch_fan_open_root(const os_watch_root_t *root) {
 }
 
 bool os_watch_fanotify_add(os_watch_t *watch, os_watch_root_t *root) {
-    if (watch->is_per_folder)
+    if (os_watch_is_per_folder)
         return false;
     if (watch->fanotify == -1)
         watch->fanotify = fanotify_init(INIT_FLAGS, O_RDONLY | O_CLOEXEC | O_LARGEFILE);
@@ -315,15 +315,19 @@ static void _os_watch_fan_rename(os_watch_t *watch, os_watch_root_t *root, const
     utf8_buf_init(&new_path);
     bool is_known = _os_watch_fan_get_place(watch, root->handle, &event->place, is_folder, &path);
     bool is_wanted = _os_watch_fan_get_place(watch, root->handle, &event->new_place, is_folder, &new_path);
-    if (is_known && is_wanted)
-        os_watch_tell(watch, OS_WATCH_RENAMED, root, &path, &new_path);
-    else if (is_known)
-        os_watch_tell(watch, OS_WATCH_REMOVED, root, &path);
     bool is_early = is_known && is_folder && is_wanted &&
                     (_os_watch_fan_has_below(&watch->fan->folders, root->handle, &new_path) ||
                      _os_watch_fan_has_below(&watch->fan->old_folders, root->handle, &new_path));
-    if (is_wanted && (!is_known || is_early))
-        os_watch_tell(watch, OS_WATCH_ADDED, root, &new_path);
+    if (is_known && is_wanted && !is_early) {
+        os_watch_tell(watch, OS_WATCH_RENAMED, root, &path, &new_path);
+    } else {
+        if (is_known)
+            os_watch_tell(watch, OS_WATCH_REMOVED, root, &path);
+        if (is_early) // what was told too early there was for nothing
+            os_watch_tell(watch, OS_WATCH_REMOVED, root, &new_path);
+        if (is_wanted)
+            os_watch_tell(watch, OS_WATCH_ADDED, root, &new_path);
+    }
     if (is_known)
         _os_watch_fan_note(watch, root->handle, &event->place, &path);
     if (is_wanted)
@@ -392,9 +396,11 @@ static void _os_watch_fan_look(os_watch_t *watch) {
             os_folder_entry_t entry;
             bool is_there = os_folder_get_link_entry(name->path, &entry);
             utf8_buf_copy_string(&path, name->path);
-            if (is_there || os_error_is_not_found(os_get_last_error()))
-                os_watch_tell(watch, is_there ? OS_WATCH_ADDED : OS_WATCH_REMOVED, watch->roots[name->root],
-                              &path);
+            bool is_gone = !is_there && os_error_is_not_found(os_get_last_error());
+            if (is_gone || (is_there && entry.is_folder))
+                os_watch_tell(watch, OS_WATCH_REMOVED, watch->roots[name->root], &path);
+            if (is_there)
+                os_watch_tell(watch, OS_WATCH_ADDED, watch->roots[name->root], &path);
         }
         mem_free(name->path);
         mem_free(name);

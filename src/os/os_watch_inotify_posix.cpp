@@ -200,10 +200,12 @@ static void _os_watch_look(os_watch_t *watch, os_watch_node_t *parent, const utf
     bool is_there = os_folder_get_link_entry(path.data, &entry);
     if (os_watch_node_t *known = _os_watch_find_name(watch, parent, name))
         os_watch_drop(watch, known);
-    if (is_there && entry.is_folder)
+    if (is_there && entry.is_folder) {
+        os_watch_tell(watch, OS_WATCH_REMOVED, parent->root, &path);
         _os_watch_enter_and_tell(watch, parent, name);
-    else if (is_there)
+    } else if (is_there) {
         os_watch_tell(watch, OS_WATCH_ADDED, parent->root, &path);
+    }
     utf8_buf_kill(&path);
 }
 

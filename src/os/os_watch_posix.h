@@ -25,6 +25,9 @@
 
 namespace findwright {
 
+// Never fanotify, for tests.
+inline bool os_watch_is_per_folder;
+
 struct os_watch_root_t;
 
 struct os_watch_node_t {
@@ -88,8 +91,7 @@ struct os_watch_t {
     int inotify;  // -1 where the user has no more of them, or before the first root
     int fanotify; // -1: none yet
     struct os_watch_fan_t *fan;
-    bool is_per_folder; // no fanotify, for tests
-    int stop;           // eventfd; never read, so that a stopped watch stays so
+    int stop; // eventfd; never read, so that a stopped watch stays so
     std::atomic<bool> is_stopped;
     u32 limit; // watches that may be taken; 0 is no limit but the system's
     u32 count;

@@ -48,7 +48,8 @@ struct model_t {
         size_t end = path.rfind('\\');
         if (end != path.npos && !paths.contains(path.substr(0, end)))
             return; // as an index cannot place it
-        remove(path);
+        if (!path.empty() && !S_ISDIR(info.st_mode))
+            remove(path);
         if (!path.empty())
             paths.insert(path);
         if (!path.empty() && !S_ISDIR(info.st_mode))
@@ -98,7 +99,7 @@ class os_watch_posix_test : public testing::TestWithParam<backend_t> {};
 
 // False where the system does not let us.
 bool begin(test_watch_t *test, backend_t backend) {
-    test->watch->is_per_folder = backend == INOTIFY;
+    os_watch_is_per_folder = backend == INOTIFY;
     if (backend == INOTIFY)
         return test->add();
     // A tree with no watches to be had is handed over.
@@ -276,7 +277,7 @@ u64 get_thread_time() {
 
 TEST(os_watch_posix, a_watch_where_nothing_happens_takes_no_time) {
     test_watch_t test;
-    test.watch->is_per_folder = true;
+    os_watch_is_per_folder = true;
     for (int i = 0; i < 50; i++)
         fs::create_directories(test.root_path / std::to_string(i) / "sub");
     ASSERT_TRUE(test.add());
@@ -289,7 +290,7 @@ TEST(os_watch_posix, a_watch_where_nothing_happens_takes_no_time) {
 // More events than the system keeps by its usual settings.
 TEST(os_watch_posix, an_overflow_is_told_and_the_tree_followed_from_then_on) {
     test_watch_t test;
-    test.watch->is_per_folder = true;
+    os_watch_is_per_folder = true;
     fs::create_directories(test.root_path / "a");
     write(test.root_path / "1");
     write(test.root_path / "2");
@@ -311,7 +312,7 @@ TEST(os_watch_posix, an_overflow_is_told_and_the_tree_followed_from_then_on) {
 
 TEST(os_watch_posix, a_root_that_gets_no_more_watches_gives_back_what_it_has) {
     test_watch_t test;
-    test.watch->is_per_folder = true;
+    os_watch_is_per_folder = true;
     fs::create_directories(test.root_path / "a" / "b");
     fs::create_directories(test.folder.path / "other" / "sub");
     os_watch_set_limit(test.watch, 2);
@@ -331,7 +332,7 @@ TEST(os_watch_posix, a_root_that_gets_no_more_watches_gives_back_what_it_has) {
 
 TEST(os_watch_posix, the_other_file_systems_below_a_root_are_not_entered) {
     test_watch_t test;
-    test.watch->is_per_folder = true;
+    os_watch_is_per_folder = true;
     test.name = "\\dev";
     struct stat devices, memory;
     if (stat("/dev", &devices) != 0 || stat("/dev/shm", &memory) != 0 || devices.st_dev == memory.st_dev)
