@@ -3,7 +3,7 @@
 #include "os/debug.h"
 #include "os/event.h"
 #include "track/db_folder_update_internal.h"
-#include "track/db_live.h"
+#include "track/db_live_internal.h"
 #include "track/db_monitor_folder_internal.h"
 
 #include <cstring>
@@ -16,6 +16,7 @@ namespace findwright {
 static void _db_monitor_look_again(db_monitor_folder_t *monitor, const char *path, u32 length) {
     db_monitor_folder_event_t *event =
         _db_monitor_event_create(monitor, OS_WATCH_ADDED, path, length, nullptr, 0);
+    event->is_look = true;
     std::lock_guard lock(monitor->state->lock);
     _db_monitor_raw_append(monitor, event);
 }
@@ -35,53 +36,124 @@ static void _db_monitor_apply_file(db_t *db, db_index_folder_t *index, const cha
 
 // --- A folder with what is below it ------------------------------------------------------------------------
 
-// Up to so many items are put in at once; more take turns with all else (db_folder_update_apply).
+// Up to so many items change at once; more take turns with all else (db_folder_update_apply).
 static constexpr u32 MERGE_MAX = 2000;
 
-// The record of a scan's folder, which is made where there is none; 0: it is left out.
-static db_folder_t *_db_monitor_merge_folder(db_t *db, db_index_folder_t *index, const db_scan_item_t *item,
-                                             u64 date) {
-    auto *parent = mem_ptr<db_folder_t>(db_scan_item(item->parent)->found_item);
-    const char *name = db_scan_item_get_name(item);
-    const db_file_info_t info = item->info; // there at a multiple of 4 only
-    db_folder_t *folder = parent ? db_folder_find(db, index, parent, name, item->name_length) : nullptr;
-    if (folder)
-        db_folder_update_info(db, folder, &info, date);
-    if (folder || !parent)
-        return folder;
-    db_file_remove(db, index, parent, name, item->name_length);
-    return db_folder_add(db, index, parent, name, item->name_length, &info, date);
+struct db_monitor_merge_t {
+    db_t *db;
+    db_index_folder_t *index;
+    db_folder_scan_t *scan;
+    db_live_tree_t tree;  // what the index has below the folder
+    ref_map_t<u8> unseen; // of that, what the scan has not
+    u64 date;
+};
+
+static db_folder_t *_db_monitor_merge_get_parent(const db_scan_item_t *item) {
+    mem_ref_t parent = db_scan_item(item->parent)->found_item;
+    return parent ? mem_ptr<db_folder_t>(parent) : nullptr;
 }
 
-static void _db_monitor_merge_file(db_t *db, db_index_folder_t *index, const db_scan_item_t *item, u64 date) {
-    auto *parent = mem_ptr<db_folder_t>(db_scan_item(item->parent)->found_item);
+static void _db_monitor_merge_set(db_scan_item_t *item, const db_item_t *found) {
+    item->found_item = found ? mem_ref(found) : 0;
+}
+
+static void _db_monitor_merge_match(db_monitor_merge_t *merge, db_scan_item_t *item) {
+    db_folder_t *parent = _db_monitor_merge_get_parent(item);
     const char *name = db_scan_item_get_name(item);
-    const db_file_info_t info = item->info;
     if (!parent)
         return;
-    if (db_file_t *file = db_file_find(db, index, parent, name, item->name_length)) {
-        db_file_update_info(db, file, &info, date);
-        return;
-    }
-    if (db_folder_t *other = db_folder_find(db, index, parent, name, item->name_length))
-        db_folder_remove(db, other);
-    db_file_add(db, index, parent, name, item->name_length, &info, date);
+    if (item->is_folder)
+        _db_monitor_merge_set(item, db_folder_find(merge->db, merge->index, parent, name, item->name_length));
+    else
+        _db_monitor_merge_set(item, db_file_find(merge->db, merge->index, parent, name, item->name_length));
+    if (item->found_item)
+        ref_map_remove(&merge->unseen, item->found_item);
 }
 
-// Adds and updates. What is not in the scan stays: if it has gone, an event tells so.
-static void _db_monitor_merge(db_monitor_folder_event_t *event, db_folder_t *folder, u64 date) {
-    db_index_folder_t *index = event->monitor->index;
-    db_t *db = event->monitor->state->db;
-    db_folder_scan_t *scan = event->scan;
-    db_scan_item_t *first = db_scan_item(scan->folders.first);
-    first->found_item = mem_ref(folder);
-    db_folder_update_info(db, folder, &event->data.fd, date);
-    for (mem_ref_t ref = first->next; ref; ref = db_scan_item(ref)->next) {
-        db_scan_item_t *item = db_scan_item(ref);
-        item->found_item = mem_ref(_db_monitor_merge_folder(db, index, item, date));
+// Of the folders only those whose own folder stays: each takes along what is below it.
+static void _db_monitor_merge_remove(db_monitor_merge_t *merge) {
+    const db_live_tree_t *tree = &merge->tree;
+    for (u32 i = 0; i < tree->file_count; i++)
+        if (ref_map_find(&merge->unseen, tree->files[i]))
+            db_file_remove_item(merge->db, mem_ptr<db_file_t>(tree->files[i]));
+    u32 count = 0;
+    for (u32 i = 0; i < tree->folder_count; i++) {
+        mem_ref_t ref = tree->folders[i];
+        if (ref_map_find(&merge->unseen, ref) &&
+            !ref_map_find(&merge->unseen, mem_ptr<db_folder_t>(ref)->parent))
+            tree->folders[count++] = ref;
     }
+    for (u32 i = 0; i < count; i++)
+        db_folder_remove(merge->db, mem_ptr<db_folder_t>(tree->folders[i]));
+}
+
+static void _db_monitor_merge_put(db_monitor_merge_t *merge, db_scan_item_t *item) {
+    db_folder_t *parent = _db_monitor_merge_get_parent(item);
+    const db_file_info_t info = item->info; // there at a multiple of 4 only
+    const char *name = db_scan_item_get_name(item);
+    u32 length = item->name_length;
+    if (!parent) // left out
+        return;
+    if (item->is_folder && item->found_item)
+        db_folder_update_info(merge->db, mem_ptr<db_folder_t>(item->found_item), &info, merge->date);
+    else if (item->is_folder)
+        _db_monitor_merge_set(
+            item, db_folder_add(merge->db, merge->index, parent, name, length, &info, merge->date));
+    else if (item->found_item)
+        db_file_update_info(merge->db, mem_ptr<db_file_t>(item->found_item), &info, merge->date);
+    else
+        db_file_add(merge->db, merge->index, parent, name, length, &info, merge->date);
+}
+
+// Makes what is below a folder what the scan found.
+static void _db_monitor_merge(db_monitor_merge_t *merge, db_folder_t *folder) {
+    db_folder_scan_t *scan = merge->scan;
+    mem_ref_t first = scan->folders.first;
+    db_scan_item(first)->found_item = mem_ref(folder);
+    for (u32 i = 0; i < merge->tree.file_count; i++)
+        *ref_map_make(&merge->unseen, merge->tree.files[i]) = 1;
+    for (u32 i = 0; i < merge->tree.folder_count; i++)
+        *ref_map_make(&merge->unseen, merge->tree.folders[i]) = 1;
+    for (mem_ref_t ref = db_scan_item(first)->next; ref; ref = db_scan_item(ref)->next)
+        _db_monitor_merge_match(merge, db_scan_item(ref));
     for (mem_ref_t ref = scan->files.first; ref; ref = db_scan_item(ref)->next)
-        _db_monitor_merge_file(db, index, db_scan_item(ref), date);
+        _db_monitor_merge_match(merge, db_scan_item(ref));
+    _db_monitor_merge_remove(merge);
+    for (mem_ref_t ref = db_scan_item(first)->next; ref; ref = db_scan_item(ref)->next)
+        _db_monitor_merge_put(merge, db_scan_item(ref));
+    for (mem_ref_t ref = scan->files.first; ref; ref = db_scan_item(ref)->next)
+        _db_monitor_merge_put(merge, db_scan_item(ref));
+}
+
+static bool _db_monitor_has_kept(const db_folder_scan_t *scan) {
+    for (mem_ref_t ref = scan->folders.first; ref; ref = db_scan_item(ref)->next)
+        if (db_scan_item(ref)->is_kept)
+            return true;
+    return false;
+}
+
+// False: there is too much of it.
+static bool _db_monitor_merge_scan(db_monitor_folder_event_t *event, db_folder_t *folder, u64 date) {
+    db_monitor_merge_t merge = {};
+    merge.db = event->monitor->state->db;
+    merge.index = event->monitor->index;
+    merge.scan = event->scan;
+    merge.date = date;
+    if (db_folder_scan_get_count(event->scan) > MERGE_MAX || (folder && _db_monitor_has_kept(event->scan)))
+        return false;
+    if (folder)
+        _db_live_tree_find(merge.db, folder, &merge.tree);
+    bool is_small = merge.tree.folder_count + merge.tree.file_count <= MERGE_MAX;
+    if (is_small && folder)
+        db_folder_update_info(merge.db, folder, &event->data.fd, date);
+    else if (is_small)
+        folder = db_folder_add_path(merge.db, merge.index, event->path, event->length, &event->data.fd, date);
+    if (is_small && folder)
+        _db_monitor_merge(&merge, folder);
+    ref_map_kill(&merge.unseen);
+    if (merge.tree.folders)
+        _db_live_tree_kill(&merge.tree);
+    return is_small;
 }
 
 static void _db_monitor_apply_scan(db_monitor_folder_event_t *event, u64 date) {
@@ -90,20 +162,17 @@ static void _db_monitor_apply_scan(db_monitor_folder_event_t *event, u64 date) {
     db_folder_t *folder = db_folder_find_path(db, monitor->index, event->path, event->length);
     if (!folder && event->data.is_covered) { // it has gone from the index since
         _db_monitor_look_again(monitor, event->path, event->length);
-        return;
-    }
-    bool is_small = !event->scan || db_folder_scan_get_count(event->scan) <= MERGE_MAX;
-    if (!folder && is_small)
-        folder = db_folder_add_path(db, monitor->index, event->path, event->length, &event->data.fd, date);
-    if (is_small && folder && event->scan) {
-        _db_monitor_merge(event, folder, date);
-    } else if (!is_small) {
+    } else if (event->scan) {
+        if (_db_monitor_merge_scan(event, folder, date))
+            return;
         monitor->is_own_scan = true;
         db_folder_scan_t *scan = event->scan;
         event->scan = nullptr;
         db_folder_update_apply(db, scan);
-    } else if (folder) { // it cannot be listed, or is not entered
+    } else if (folder) { // it cannot be listed, or is not entered, or came with another scan
         db_folder_update_info(db, folder, &event->data.fd, date);
+    } else {
+        db_folder_add_path(db, monitor->index, event->path, event->length, &event->data.fd, date);
     }
 }
 
@@ -158,8 +227,12 @@ static void _db_monitor_apply_renamed(db_monitor_folder_event_t *event, u64 date
     } else {
         is_unsure = true;
     }
-    if (is_unsure && data->is_known)
+    if (is_unsure && data->is_known) {
         _db_monitor_look_again(monitor, event->new_path, event->new_length);
+    } else if (is_unsure) { // the next rename of it has the doubt then
+        std::lock_guard lock(monitor->state->lock);
+        _db_monitor_doubt_add(monitor, event->new_path, event->new_length);
+    }
 }
 
 static void _db_monitor_apply_parent(db_monitor_folder_t *monitor, const db_monitor_data_t *data,

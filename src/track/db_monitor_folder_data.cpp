@@ -197,9 +197,12 @@ static void _db_monitor_look_up(db_monitor_reader_t *reader, db_monitor_folder_e
         _db_monitor_missed_drop(monitor, event->path, event->length);
     } else {
         _db_monitor_get_data(reader, event->path, event->length, &event->data);
-        if (!event->data.is_known)
+        if (!event->data.is_known) {
             _db_monitor_missed_add(monitor, event->path, event->length);
-        else if (event->action == OS_WATCH_ADDED && event->data.is_entered && !event->data.is_hidden) {
+            std::lock_guard lock(reader->state->lock);
+            if (event->is_look)
+                _db_monitor_doubt_add(monitor, event->path, event->length);
+        } else if (event->action == OS_WATCH_ADDED && event->data.is_entered && !event->data.is_hidden) {
             event->data.is_covered = _db_monitor_is_covered(monitor, event);
             if (!event->data.is_covered)
                 _db_monitor_scan(reader, event);
@@ -209,22 +212,27 @@ static void _db_monitor_look_up(db_monitor_reader_t *reader, db_monitor_folder_e
         _db_monitor_get_parent(reader, event->path, event->length, &event->parent);
 }
 
-// The next raw event that is not made needless by the one behind it; 0 for none.
+// Whether `next` says no more than that an item has changed which is about to be looked up for `event`.
+static bool _db_monitor_is_needless(const db_monitor_folder_event_t *event,
+                                    const db_monitor_folder_event_t *next) {
+    bool is_renamed = event->action == OS_WATCH_RENAMED;
+    const char *path = is_renamed ? event->new_path : event->path;
+    u32 length = is_renamed ? event->new_length : event->length;
+    return next && next->action == OS_WATCH_MODIFIED && event->action != OS_WATCH_REMOVED &&
+           next->monitor == event->monitor && next->length == length &&
+           std::memcmp(next->path, path, length) == 0;
+}
+
+// The next raw event, without those behind it that its look-up answers; 0 for none.
 static db_monitor_folder_event_t *_db_monitor_take_raw(db_monitor_folders_t *state, bool *has_same_parent) {
     std::lock_guard lock(state->lock);
-    for (;;) {
-        db_monitor_folder_event_t *event = state->cancel ? nullptr : _db_monitor_queue_take(&state->raw);
-        const db_monitor_folder_event_t *next = state->raw.first;
-        if (!event)
-            return nullptr;
-        if (next && event->action == OS_WATCH_MODIFIED && next->action == OS_WATCH_MODIFIED &&
-            next->monitor == event->monitor && _db_monitor_path_is_equal(event, next)) {
-            _db_monitor_event_free(event);
-            continue;
-        }
-        *has_same_parent = _db_monitor_has_same_parent(event, next);
-        return event;
-    }
+    db_monitor_folder_event_t *event = state->cancel ? nullptr : _db_monitor_queue_take(&state->raw);
+    if (!event)
+        return nullptr;
+    while (_db_monitor_is_needless(event, state->raw.first))
+        _db_monitor_event_free(_db_monitor_queue_take(&state->raw));
+    *has_same_parent = _db_monitor_has_same_parent(event, state->raw.first);
+    return event;
 }
 
 static void _db_monitor_give(db_monitor_folders_t *state, db_monitor_folder_event_t *event) {

@@ -32,6 +32,7 @@ struct db_monitor_folder_event_t {
     db_monitor_folder_event_t *next;
     db_monitor_folder_t *monitor;
     os_watch_action_t action; // OS_WATCH_ADDED, _REMOVED, _MODIFIED, _RENAMED
+    bool is_look;             // nobody told: the index may have it, but not all that is below it
     u64 number;               // in the order in which they were told
     u32 length, new_length;
     char *path, *new_path; // new_path: of a rename, else 0
@@ -121,7 +122,7 @@ struct db_monitor_folders_t : db_query_link_t {
 };
 
 // More events than this are no longer cheaper than a scan.
-inline constexpr u32 DB_MONITOR_EVENT_MAX = 1000000;
+inline constexpr u32 DB_MONITOR_EVENT_MAX = 500000;
 
 // --- Events (db_monitor_folder_event.cpp) ------------------------------------------------------------------
 
