@@ -225,7 +225,7 @@ static u32 _db_find_prefix_sorted(const array_t *array, const _db_prefix_t *pref
 
 static u32 _db_find_prefix(const db_query_t *query, const array_t *array, const _db_prefix_t *prefix,
                            u32 start) {
-    if (query->sort == DB_SORT_NAME_ASCENDING)
+    if (query->sorted && query->sort == DB_SORT_NAME_ASCENDING)
         return _db_find_prefix_sorted(array, prefix, start);
     if (start >= array->count)
         return array->count;
