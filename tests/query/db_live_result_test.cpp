@@ -7,6 +7,7 @@
 #include "query/db_result_info.h"
 #include "support/live_world.h"
 #include "support/test_db.h"
+#include "track/db_run_history.h"
 
 #include <gtest/gtest.h>
 
@@ -127,6 +128,30 @@ TEST(DbLiveResult, WhatGoesLeavesAtOnceAndTheRestWaitsForTheNewSearch) {
     test_db_wait(list.world.db);
     EXPECT_EQ(2u, db_get_result_count(list.query));
     db_destroy_query(another);
+}
+
+// Records come where others went while a query waits for its search.
+TEST(DbLiveResult, RecordsThatTakeThePlaceOfOthersAreToldApart) {
+    live_list_t list;
+    list.world.db->run_history_loaded = 1;
+    db_folder_t *folder = list.add_folder("f");
+    db_file_t *first = list.add("one"), *second = list.add("one", 1, folder);
+    db_run_history_set_item(list.world.db, second, false, 3, 3);
+    db_result_search_interval = HOUR;
+    list.search("file:dupe:", DB_SORT_RUN_COUNT_ASCENDING);
+    ASSERT_EQ(1u, list.query->history_results.count);
+    db_file_t *moved = db_file_rename(list.world.db, first, list.root, "two", 3, 1);
+    EXPECT_TRUE(list.is_stale());
+    db_file_t *next = list.add("new");
+    ASSERT_EQ(first, next);
+    db_file_remove_item(list.world.db, next);
+    EXPECT_EQ((std::vector<std::string>{"C:\\two", "C:\\f\\one"}), test_result_paths(list.query));
+
+    db_file_remove_item(list.world.db, moved);
+    second = db_file_rename(list.world.db, second, folder, "abc", 3, 1);
+    ASSERT_EQ(moved, second);
+    db_run_history_set_item(list.world.db, second, false, 0, 0); // from the history to the rest
+    EXPECT_EQ(std::vector<std::string>{"C:\\f\\abc"}, test_result_paths(list.query));
 }
 
 TEST(DbLiveResult, ASearchIsNotRepeatedBeforeItsTime) {
