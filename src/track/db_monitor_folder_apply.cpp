@@ -28,9 +28,10 @@ static void _db_monitor_remove(db_t *db, db_index_folder_t *index, const char *p
 
 static void _db_monitor_apply_file(db_t *db, db_index_folder_t *index, const char *path, u32 length,
                                    const db_file_info_t *fd, u64 date) {
-    if (db_file_t *file = db_file_find_path(db, index, path, length))
-        db_file_update_info(db, file, fd, date);
-    else
+    db_file_t *file = db_file_find_path(db, index, path, length);
+    if (file && !db_file_update_info(db, file, fd, date))
+        db_item_touch(db, file, false, date);
+    else if (!file)
         db_file_add_path(db, index, path, length, fd, date);
 }
 
@@ -191,7 +192,8 @@ static void _db_monitor_apply_changed(db_monitor_folder_event_t *event, u64 date
     } else if (event->action == OS_WATCH_ADDED) {
         _db_monitor_apply_scan(event, date);
     } else if (db_folder_t *folder = db_folder_find_path(db, monitor->index, event->path, event->length)) {
-        db_folder_update_info(db, folder, &data->fd, date);
+        if (!db_folder_update_info(db, folder, &data->fd, date))
+            db_item_touch(db, folder, true, date);
     } else {
         _db_monitor_look_again(monitor, event->path, event->length);
     }
