@@ -293,9 +293,10 @@ static void _live_step_update(live_world_t *world, bool is_folder) {
     else
         db_file_update_info(world->db, static_cast<db_file_t *>(item), &info, date);
     u32 flags = world->db->layout.flags;
-    bool is_change = (flags != 0 && !(flags & DB_FLAG_DATE_MODIFIED)) || old.date_modified != info.date_modified ||
-                     (flags & DB_FLAG_DATE_CREATED && old.date_created != info.date_created) ||
-                     (flags & DB_FLAG_SIZE && !is_folder && old.size != info.size);
+    bool sized = flags & DB_FLAG_SIZE && !is_folder && old.size != info.size;
+    bool created = flags & DB_FLAG_DATE_CREATED && old.date_created != info.date_created;
+    bool modified = flags & DB_FLAG_DATE_MODIFIED && old.date_modified != info.date_modified;
+    bool is_change = sized || created || modified;
     found.info = info;
     if (is_change)
         found.change_date = date;
