@@ -102,4 +102,14 @@ struct test_watch_t {
     bool is_over = false;
 };
 
+// Whether folders that are there already are watched with the one that holds them. Wine does not: there what
+// is said of trees cannot be tried.
+inline bool test_watch_has_trees() {
+    if (os_path_separator != '\\')
+        return true;
+    test_watch_t test;
+    std::filesystem::create_directories(test.root_path / "sub");
+    return test.add() && (write_file(test.name + "\\sub\\file", ""), !test.get_lines().empty());
+}
+
 } // namespace findwright
