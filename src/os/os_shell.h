@@ -1,6 +1,7 @@
-// What the desktop knows of files: the names of their types, and where the user's well-known folders are.
+// What the desktop knows of files: the names of their types, where the user's well-known folders are, and what
+// opens them.
 //
-// Any thread. Nothing here is an error: what the system does not know comes back empty or false. On POSIX the
+// Any thread. Nothing but an opening is an error: what the system does not know comes back empty or false. On POSIX the
 // table of the types is read when the first one is asked for, and kept until os_shell_kill.
 #pragma once
 
@@ -21,6 +22,12 @@ void os_get_folder_type_name(utf8_buf_t *out); // "Folder" where the system has 
 // user folders and `home`, and what the same folders are called on Windows; case is ignored, and more
 // components may follow. False, and an empty text, when there is no such folder or file.
 bool os_shell_get_path(const char *text, u32 length, utf8_buf_t *out);
+
+// Opens a file or folder with the program that the desktop has for it: on POSIX xdg-open, or `gio open`. Only
+// started; what it opens outlives this process. False, and the reason for a user, when it cannot: a path that
+// is not of this machine, nothing there, no opener, or one that failed at once, which takes up to a second to
+// be seen.
+bool os_shell_open(const char *path, u32 length, utf8_buf_t *error);
 
 // Forgets what was read; it is read again when it is asked for. os_kill calls it. While another thread still
 // hangs in reading it, nothing is waited for, and nothing forgotten.
