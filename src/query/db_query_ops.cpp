@@ -48,10 +48,12 @@ const db_query_ops_t db_query_local_ops = {
     .destroy_query = db_destroy_query,
     .cancel_query = db_cancel_query,
     .get_status_text = db_query_get_status_text,
+    .set_selection_run_count = db_set_selection_run_count,
     .get_top_run_result_index = db_get_top_run_result_index,
     .get_last_run_result_index = db_get_last_run_result_index,
     .is_loaded = db_query_is_loaded,
     .is_fast_sort = db_is_fast_sort,
+    .save_run_history = db_query_save_run_history,
     .get_total_result_size = db_query_get_total_result_size,
     .get_total_selection_size = db_query_get_total_selection_size,
 };

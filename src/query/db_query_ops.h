@@ -61,10 +61,12 @@ struct db_query_ops_t {
     decltype(db_destroy_query) *destroy_query;
     decltype(db_cancel_query) *cancel_query;
     decltype(db_query_get_status_text) *get_status_text;
+    decltype(db_set_selection_run_count) *set_selection_run_count;
     decltype(db_get_top_run_result_index) *get_top_run_result_index;
     decltype(db_get_last_run_result_index) *get_last_run_result_index;
     decltype(db_query_is_loaded) *is_loaded;
     decltype(db_is_fast_sort) *is_fast_sort;
+    decltype(db_query_save_run_history) *save_run_history;
     decltype(db_query_get_total_result_size) *get_total_result_size;
     decltype(db_query_get_total_selection_size) *get_total_selection_size;
 };

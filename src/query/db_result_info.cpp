@@ -209,4 +209,36 @@ u64 db_get_result_date_recently_changed(db_query_t *query, i32 index) {
     return change ? change->date : VALUE_UNKNOWN;
 }
 
+// --- The run history ---------------------------------------------------------------------------------------
+
+// A change moves results, so the selection is taken down first: folders, and files behind them.
+static void _db_set_run_counts(db_query_t *query, bool add, u32 count) {
+    u32 all = query->selection.count, folder_count = 0, file_count = 0;
+    mem_ref_t *items = static_cast<mem_ref_t *>(mem_alloc((static_cast<size_t>(all) + 1) * sizeof *items));
+    _db_query_visit_selected(query, [&](const array_t *array, u32 value) {
+        db_result_t result = _db_query_get_value_result(query, array, value);
+        items[result.is_folder ? folder_count++ : all - ++file_count] = mem_ref(result.item);
+    });
+    u64 date = os_get_file_time();
+    for (u32 i = 0; i < folder_count; i++)
+        (add ? db_run_history_add_item : db_run_history_set_item)(query->db, db_item(items[i]), true, count,
+                                                                  date);
+    for (u32 i = all - file_count; i < all; i++)
+        (add ? db_run_history_add_item : db_run_history_set_item)(query->db, db_item(items[i]), false, count,
+                                                                  date);
+    mem_free(items);
+}
+
+void db_set_selection_run_count(db_query_t *query, bool add, u32 count) {
+    if (!_db_query_begin_read(query, "db_set_selection_run_count") || !query->db->run_history_loaded)
+        return;
+    u32 start = os_get_tick_count(), selected = query->selection.count;
+    _db_set_run_counts(query, add, count);
+    debug_printf("set %d run history in %f seconds\n", selected, os_get_tick_count() - start);
+}
+
+bool db_query_save_run_history(db_query_t *query) {
+    return db_run_history_save(query->db);
+}
+
 } // namespace findwright

@@ -55,4 +55,10 @@ u32 db_get_result_run_count(db_query_t *query, i32 index);
 u64 db_get_result_date_run(db_query_t *query, i32 index);
 u64 db_get_result_date_recently_changed(db_query_t *query, i32 index);
 
+// Sets how often the selected results were opened, now for the last time; with `add`, by so much more than it
+// is known. A count of 0 forgets them. Nothing without a run history.
+void db_set_selection_run_count(db_query_t *query, bool add, u32 count);
+// Writes the run history, where it has changed. False on failure, with os_get_last_error.
+bool db_query_save_run_history(db_query_t *query);
+
 } // namespace findwright

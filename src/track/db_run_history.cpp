@@ -5,6 +5,7 @@
 #include "db/db_item_set.h"
 #include "os/debug.h"
 #include "os/os.h"
+#include "track/db_live.h"
 
 #include <cstring>
 
@@ -242,6 +243,7 @@ void _db_run_items_enter(db_t *db, const _db_run_items_t *items) {
             if (query->live)
                 query->live->item_enters(query, item, item, is_folder, DB_CHANGE_RUNS);
         }
+        db_mark_updated(db, item);
     });
 }
 

@@ -5,6 +5,7 @@
 #include "db/db_file.h"
 #include "db/db_folder.h"
 #include "os/os_folder.h"
+#include "query/db_query_ops.h"
 #include "query/db_selection.h"
 #include "support/slow_loader.h"
 #include "support/test_search.h"
@@ -270,6 +271,38 @@ TEST(DbResultInfo, TheSelectionIsReadAtOnce) {
     slow_loader.open();
     slow_loader.wait_until_idle();
     EXPECT_LT(slow_loader.take_reads().size(), 50u);
+}
+
+TEST(DbResultInfo, RunCountsOfTheSelection) {
+    log_capture_t log;
+    result_info_t test({"dir\\a", "b", "c"});
+    test.run("");
+    const db_query_ops_t &ops = db_query_local_ops;
+    auto counts = [&] {
+        std::vector<u32> all;
+        for (i32 i = 0; i < 5; i++)
+            all.push_back(ops.get_result_run_count(test.query, i));
+        return all;
+    };
+    for (i32 i : {1, 3}) // a folder and a file
+        ops.select_result(test.query, i);
+    ops.set_selection_run_count(test.query, true, 2);
+    ops.set_selection_run_count(test.query, true, 1);
+    EXPECT_EQ(counts(), (std::vector<u32>{0, 3, 0, 3, 0}));
+    EXPECT_NE(log.take().find("set 2 run history in "), std::string::npos);
+    u64 date = ops.get_result_date_run(test.query, 1);
+    EXPECT_EQ(date, ops.get_result_date_run(test.query, 3)); // one for all
+    EXPECT_LT(os_get_file_time() - date, 600'000'000u);
+    ops.deselect_result(test.query, 1);
+    ops.set_selection_run_count(test.query, false, 7);
+    EXPECT_EQ(counts(), (std::vector<u32>{0, 3, 0, 7, 0}));
+    ops.set_selection_run_count(test.query, false, 0);
+    EXPECT_EQ(counts(), (std::vector<u32>{0, 3, 0, 0, 0}));
+    EXPECT_EQ(test.db->run_history_by_name.count, 1u);
+    test.db->run_history_loaded = 0; // there is none
+    ops.set_selection_run_count(test.query, true, 1);
+    EXPECT_EQ(counts(), (std::vector<u32>{0, 3, 0, 0, 0}));
+    EXPECT_TRUE(ops.save_run_history(test.query));
 }
 
 TEST(DbResultInfo, ColumnsWithoutAFile) {
