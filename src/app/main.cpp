@@ -6,6 +6,7 @@
 #include "app/instance.h"
 #include "app/localization.h"
 #include "app/main_internal.h"
+#include "app/run_history_file.h"
 #include "base/mem.h"
 #include "base/mem_ref.h"
 #include "base/utf8.h"
@@ -16,6 +17,7 @@
 #include "os/event.h"
 #include "os/os.h"
 #include "os/os_quit.h"
+#include "track/db_run_history.h"
 
 #include <cstring>
 
@@ -49,6 +51,8 @@ static void _main_save_all(void (*report_error)(const char *text)) {
     if (!config_save(false, &error))
         _main_report_failure(report_error, error.data);
     if (_main.db) {
+        if (!run_history_file_save(_main.db, &error))
+            _main_report_failure(report_error, error.data);
         db_rebuild_cancel(_main.db); // what is not read to its end is not saved
         if (!db_save(_main.db, false, &error))
             _main_report_failure(report_error, error.data);
@@ -221,6 +225,7 @@ static bool _main_start() {
     db_no_db = (line->flags & COMMAND_LINE_NO_DB) != 0;
     db_settings_set_filename(line->db);
     db_settings_use(os_show_message);
+    run_history_file_use();
     if (_main_do_command_line_installs(line, &_main.exit_code) || !_main_become_instance())
         return false;
     if (_main.is_first && !instance_listen(_main_receive_proc, nullptr))
@@ -258,6 +263,7 @@ static void _main_kill() {
     command_line_free(_main.command_line);
     db_settings_set_filename(nullptr);
     db_lifecycle_set(nullptr);
+    db_run_history_set_file(nullptr);
     localization_shutdown();
     config_kill();
     size_t arena = mem_arena_used();

@@ -3,6 +3,7 @@
 #include "app/config.h"
 #include "base/utf8_buf.h"
 #include "db/db.h"
+#include "fw/fw_history.h"
 #include "fw/fw_load.h"
 #include "fw/fw_options.h"
 #include "fw/fw_output.h"
@@ -15,6 +16,8 @@
 #include "query/db_explain.h"
 #include "query/db_query.h"
 #include "query/db_sort_name.h"
+
+#include <algorithm>
 
 namespace findwright {
 
@@ -166,6 +169,36 @@ static void _fw_wait_for_results(_fw_client_t *client, const fw_options_t *optio
     fw_progress_clear(&client->progress);
 }
 
+static int _fw_fail(const fw_io_t *io, const std::string &error) {
+    _fw_print(io, 2, "fw: " + error + "\n");
+    return FW_ERROR;
+}
+
+// Opens one of the results that would be printed, and prints that one.
+static int _fw_open(_fw_client_t *client, const fw_options_t *options, u32 count) {
+    u64 shown = options->offset < count ? std::min<u64>(count - options->offset, options->max) : 0;
+    if (options->run > shown) {
+        _fw_print(client->io, 2,
+                  "fw: there is no result " + std::to_string(options->run) + " to open; there are " +
+                      std::to_string(shown) + "\n");
+        return FW_NOT_FOUND;
+    }
+    fw_options_t one = *options;
+    one.offset += options->run - 1;
+    one.max = 1;
+    i32 index = static_cast<i32>(one.offset);
+    const db_item_t *item = db_get_result_item(client->query, index);
+    bool is_folder = db_is_folder_result(client->query, index);
+    std::string error = fw_history_open(item);
+    if (!error.empty())
+        return _fw_fail(client->io, error);
+    fw_output_results(&one, client->query, client->io, &client->progress);
+    error = fw_history_count(client->db, item, is_folder); // moves it in some orders
+    if (!error.empty())
+        _fw_print(client->io, 2, "fw: " + error + "\n");
+    return FW_FOUND;
+}
+
 // Searches what the database holds, and prints. Returns the exit status.
 static int _fw_search(_fw_client_t *client, const fw_options_t *options, const fw_search_t *search,
                       const fw_load_t *load, const db_rebuild_stats_t *rebuild) {
@@ -178,17 +211,14 @@ static int _fw_search(_fw_client_t *client, const fw_options_t *options, const f
         return _fw_explain(client);
     if (options->stats)
         _fw_print_stats(client, load, rebuild, search_time);
+    if (options->run != 0)
+        return _fw_open(client, options, count);
     if (options->count)
         _fw_print(client->io, 1, std::to_string(count) + "\n");
     else
         fw_output_results(options, client->query, client->io,
                           &client->progress); // a closed pipe ends quietly
     return count != 0 ? FW_FOUND : FW_NOT_FOUND;
-}
-
-static int _fw_fail(const fw_io_t *io, const std::string &error) {
-    _fw_print(io, 2, "fw: " + error + "\n");
-    return FW_ERROR;
 }
 
 static int _fw_run_plan(const fw_options_t *options, fw_plan_t *plan, const fw_search_t *search,
@@ -231,10 +261,13 @@ int fw_run(u32 count, const char *const *arguments, const fw_io_t *io) {
     std::string error = fw_plan_make(&plan, &options);
     if (error.empty())
         error = fw_search_make(&search, &options);
+    if (error.empty() && fw_history_is_needed(&options, &search))
+        fw_history_use(&options);
     if (options.threads != 0)
         max_threads = options.threads;
     int status = error.empty() ? _fw_run_plan(&options, &plan, &search, io) : _fw_fail(io, error);
     fw_plan_kill(&plan);
+    fw_history_forget();
     config_kill(); // puts back the number of threads, too
     return status;
 }

@@ -4,6 +4,7 @@
 #include "fw/fw_path.h"
 #include "os/event.h"
 #include "os/os.h"
+#include "track/db_run_history.h"
 
 #include <cstring>
 
@@ -41,6 +42,8 @@ static void _fw_load_thread_proc(void *param) {
     u32 start = os_get_tick_count();
     load->is_loaded = db_image_load(load->db, load->filename.c_str(), load->is_compressed);
     load->time = os_get_tick_count() - start;
+    if (load->is_loaded)
+        db_run_history_load(load->db);
     db_t *db = load->db;
     event_post(_db_load_complete_proc, db);
     event_post(_db_ready_proc, db);

@@ -143,7 +143,19 @@ fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const 
         ->group("Results");
     app.add_option("--offset", options->offset, "skip the first N results")->type_name("N")->group("Results");
     app.add_option("-n,--max", options->max, "print at most N results")->type_name("N")->group("Results");
-    app.add_flag("--count", options->count, "print only the number of results")->group("Results");
+    auto *count_flag =
+        app.add_flag("--count", options->count, "print only the number of results")->group("Results");
+    auto *run = app.add_option("--run", options->run,
+                               "open the N-th of the results that are printed without "
+                               "this option, and count that in the run history")
+                    ->type_name("N")
+                    ->check(CLI::Validator(
+                        [](std::string &text) {
+                            return std::string(text == "0" ? "results are counted from 1" : "");
+                        },
+                        ""))
+                    ->excludes(count_flag)
+                    ->group("Results");
     app.add_option("--columns", columns, "of " + fw_column_list_names(",", ",") + " (default full)")
         ->type_name("LIST")
         ->group("Results");
@@ -161,6 +173,7 @@ fw_parse_t fw_options_parse(fw_options_t *options, u32 count, const char *const 
     app.add_option("--threads", options->threads, "use at most N threads")->type_name("N")->group("Other");
     app.add_flag("--stats", options->stats, "print counts and times to standard error")->group("Other");
     app.add_flag("--explain", options->explain, "print what the search text became, in place of results")
+        ->excludes(run)
         ->group("Other");
     try {
         std::vector<std::string> list(arguments + (count != 0 ? 1 : 0), arguments + count);

@@ -28,6 +28,7 @@ struct fw_options_t {
     u64 offset = 0;
     u64 max = ~static_cast<u64>(0);
     bool count = false;
+    u64 run = 0; // the result that is opened, from 1 as they are printed; 0: none
     std::vector<fw_column_t> columns;
     fw_format_t format = FW_FORMAT_TEXT;
     std::string color = "auto";

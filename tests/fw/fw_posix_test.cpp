@@ -168,5 +168,80 @@ TEST_F(fw_posix, ListsLieBesideTheSettings) {
     EXPECT_EQ("", run({"--config", at("state/other.ini"), "--folder", at("tree"), "mine:"}).output);
 }
 
+// A desktop whose opener writes down what it is given, and can be told to fail.
+struct fw_opener : fw_posix {
+    std::string old_path = getenv("PATH");
+
+    void SetUp() override {
+        fw_posix::SetUp();
+        std::filesystem::create_directories(at("bin"));
+        put_opener("printf '%s\\0' \"$1\" >> '" + at("opened") + "'");
+    }
+    void TearDown() override {
+        setenv("PATH", old_path.c_str(), 1);
+        fw_posix::TearDown();
+    }
+    void put_opener(const std::string &script) {
+        std::ofstream(at("bin/xdg-open")) << "#!/bin/sh\n" << script << "\n";
+        std::filesystem::permissions(at("bin/xdg-open"), std::filesystem::perms::owner_all);
+        setenv("PATH", (at("bin") + ":" + old_path).c_str(), 1);
+    }
+    std::string opened() {
+        std::ifstream file(at("opened"), std::ios::binary);
+        std::string text{std::istreambuf_iterator<char>(file), {}};
+        std::filesystem::remove(at("opened"));
+        return text;
+    }
+    std::string history() {
+        std::ifstream file(at("XDG_CONFIG_HOME/findwright/Run History.csv"), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+};
+
+TEST_F(fw_opener, OpensAndCounts) {
+    // Names of every kind reach the opener as the bytes that they are, and come back from the history.
+    const std::string names[] = {"-a.txt", "b \"q\".txt", "c\xFF\xC3.txt", "d\ne.txt", "f\\g.txt", "h.txt"};
+    std::string place = at("run");
+    std::filesystem::create_directories(place);
+    for (const std::string &name : names)
+        std::ofstream(place + "/" + name) << "x";
+    for (size_t i = 0; i < std::size(names); i++) {
+        run_t result = run({"--folder", place, "-0", ".txt", "--run", std::to_string(i + 1)});
+        EXPECT_EQ(result.status, 0) << result.error;
+        EXPECT_EQ(result.output, place + "/" + names[i] + '\0');
+        EXPECT_EQ(opened(), place + "/" + names[i] + '\0');
+    }
+    EXPECT_EQ(run({"--folder", place, "-0", "runcount:1", "--offset", "4", "-n", "1", "--run", "1"}).output,
+              place + "/" + names[4] + '\0');
+    EXPECT_EQ(run({"--folder", place, "--columns", "run-count,name", "--sort", "run-count-descending", "-n",
+                   "1", ".txt"})
+                  .output,
+              "2  " + names[4] + "\n");
+    EXPECT_EQ(run({"--folder", place, "--count", "runcount:1"}).output, "5\n");
+    EXPECT_EQ(run({"--folder", place, "--count", "daterun:today", "file:"}).output, "6\n");
+    opened();
+
+    // What cannot be opened is not counted.
+    std::string before = history();
+    EXPECT_EQ(run({"--folder", place, "--offset", "2", "--run", "5", ".txt"}).status, 1);
+    EXPECT_EQ(run({"--folder", place, "-n", "2", "--run", "3", ".txt"}).status, 1);
+    EXPECT_EQ(run({"--folder", place, "--run", "1", "nothing"}).status, 1);
+    EXPECT_EQ(run({"--folder", place, "--run", "0"}).status, 2);
+    put_opener("exit 3");
+    run_t failed = run({"--folder", place, "--run", "1", "h.txt"});
+    EXPECT_EQ(failed.status, 2);
+    EXPECT_NE(failed.error.find("/h.txt: xdg-open failed (status 3)"), std::string::npos) << failed.error;
+    setenv("PATH", at("nowhere").c_str(), 1);
+    failed = run({"--folder", place, "--run", "1", "h.txt"});
+    EXPECT_EQ(failed.status, 2);
+    EXPECT_NE(failed.error.find("xdg-utils"), std::string::npos) << failed.error;
+    EXPECT_EQ(opened(), "");
+    EXPECT_EQ(history(), before);
+    put_opener("exit 0");
+    std::ofstream(at("XDG_CONFIG_HOME/findwright/Findwright.ini")) << "[Findwright]\nrun_history_enabled=0\n";
+    EXPECT_EQ(run({"--folder", place, "--run", "1", "h.txt"}).status, 0);
+    EXPECT_EQ(history(), before);
+}
+
 } // namespace
 } // namespace findwright
