@@ -48,8 +48,9 @@ int main() {
     for (const command_line_switch_t &row : command_line_switches) {
         utf8_buf_empty(&usage);
         command_line_cat_usage(&usage, &row);
-        std::printf("| `%s` | %s | %s |\n", escape(usage.data).c_str(), localization_get(row.help),
-                    row.works ? "" : localization_get(row.lacks));
+        std::printf("| `%s` | %s | %s%s |\n", escape(usage.data).c_str(), localization_get(row.help),
+                    row.works ? "" : localization_get(row.lacks),
+                    row.works_on_posix && !row.works ? " (on Windows)" : "");
     }
     utf8_buf_kill(&usage);
     return 0;

@@ -208,13 +208,16 @@ struct command_line_switch_t {
     localization_string_t help;
     localization_string_t lacks; // what the switch needs and this build does not have, unless it works
     command_line_type_t type;
-    bool works;
+    bool works;          // in this build, on every system
+    bool works_on_posix; // there it does
 };
 
 extern const command_line_switch_t command_line_switches[COMMAND_LINE_SWITCH_COUNT]; // sorted by name
 
 // The row that a switch names, without its leading hyphens, and whether it turns the option off; -1 for none.
 i32 command_line_find(const char *text, bool *turns_off);
+// Whether this program can do it.
+bool command_line_switch_works(const command_line_switch_t *row);
 // The switch as a user writes it, with its arguments: "-name <text>".
 void command_line_cat_usage(utf8_buf_t *out, const command_line_switch_t *row);
 

@@ -4,15 +4,20 @@
 
 #include "base/utf8.h"
 #include "base/utf8_buf.h"
+#include "os/os.h"
 
 #include <string_view>
 
 namespace findwright {
 
-#define ROW(name, type, value, help, lacks, works)                                                           \
-    { name, value, LOCALIZATION_SWITCH_##help, lacks, COMMAND_LINE_TYPE_##type, works }
-#define WORKS(name, type, value, help) ROW(name, type, value, help, LOCALIZATION_COMMAND_LINE_LACKS, true)
-#define LACKS(name, type, value, help, lacks) ROW(name, type, value, help, LOCALIZATION_LACKS_##lacks, false)
+#define ROW(name, type, value, help, lacks, works, works_on_posix)                                           \
+    { name, value, LOCALIZATION_SWITCH_##help, lacks, COMMAND_LINE_TYPE_##type, works, works_on_posix }
+#define WORKS(name, type, value, help)                                                                       \
+    ROW(name, type, value, help, LOCALIZATION_COMMAND_LINE_LACKS, true, true)
+#define WORKS_ON_POSIX(name, type, value, help, lacks)                                                       \
+    ROW(name, type, value, help, LOCALIZATION_LACKS_##lacks, false, true)
+#define LACKS(name, type, value, help, lacks)                                                                \
+    ROW(name, type, value, help, LOCALIZATION_LACKS_##lacks, false, false)
 
 // clang-format off: one line is one switch
 constexpr command_line_switch_t command_line_switches[COMMAND_LINE_SWITCH_COUNT] = {
@@ -89,8 +94,8 @@ constexpr command_line_switch_t command_line_switches[COMMAND_LINE_SWITCH_COUNT]
     LACKS("regex", OPTION, COMMAND_LINE_OPTION_REGEX, REGEX, WINDOWS),
     WORKS("reindex", FLAG, COMMAND_LINE_REINDEX, REINDEX),
     LACKS("run-as-admin", ENABLE, COMMAND_LINE_OPTION_RUN_AS_ADMIN, RUN_AS_ADMIN, RIGHTS),
-    LACKS("run-on-system-startup", INSTALL, COMMAND_LINE_OPTION_RUN_ON_SYSTEM_STARTUP, RUN_ON_SYSTEM_STARTUP,
-          INSTALLER),
+    WORKS_ON_POSIX("run-on-system-startup", INSTALL, COMMAND_LINE_OPTION_RUN_ON_SYSTEM_STARTUP,
+                   RUN_ON_SYSTEM_STARTUP, INSTALLER),
     LACKS("s", FIELD, COMMAND_LINE_FIELD_SEARCH, SEARCH, WINDOWS),
     LACKS("search", FIELD, COMMAND_LINE_FIELD_SEARCH, SEARCH, WINDOWS),
     LACKS("searchfilelist", FIELD, COMMAND_LINE_FIELD_SEARCHFILELIST, SEARCHFILELIST, WINDOWS),
@@ -131,6 +136,7 @@ constexpr command_line_switch_t command_line_switches[COMMAND_LINE_SWITCH_COUNT]
 
 #undef ROW
 #undef WORKS
+#undef WORKS_ON_POSIX
 #undef LACKS
 
 static consteval bool _command_line_is_sorted() {
@@ -198,6 +204,10 @@ i32 command_line_find(const char *text, bool *turns_off) {
     return -1;
 }
 
+bool command_line_switch_works(const command_line_switch_t *row) {
+    return row->works || (row->works_on_posix && os_path_separator == '/');
+}
+
 // --- Telling of switches -----------------------------------------------------------------------------------
 
 static const char *_command_line_get_field_argument(u32 field) {
@@ -247,7 +257,7 @@ void command_line_get_lacking(const command_line_t *command_line, utf8_buf_t *ou
     utf8_buf_empty(out);
     for (u32 i = 0; i < COMMAND_LINE_SWITCH_COUNT; i++) {
         const command_line_switch_t *row = &command_line_switches[i];
-        if (row->works || !(command_line->given[i / 32] >> i % 32 & 1))
+        if (command_line_switch_works(row) || !(command_line->given[i / 32] >> i % 32 & 1))
             continue;
         utf8_buf_cat_printf(out, "-%s: ", row->name);
         _command_line_cat_lacks(out, row);
@@ -262,7 +272,7 @@ void command_line_get_help(utf8_buf_t *out) {
         utf8_buf_cat_string(out, "  ");
         command_line_cat_usage(out, &row);
         utf8_buf_cat_printf(out, "\n      %s", localization_get(row.help));
-        if (!row.works) {
+        if (!command_line_switch_works(&row)) {
             utf8_buf_cat_string(out, " (");
             _command_line_cat_lacks(out, &row);
             utf8_buf_cat_byte(out, ')');

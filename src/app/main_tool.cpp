@@ -1,6 +1,8 @@
-// What a switch does without the application: the help, a file list of a folder, a choice of language.
+// What a switch does without the application: the help, a file list of a folder, a choice of language, a
+// start with the system.
 #include "app/config.h"
 #include "app/main_internal.h"
+#include "app/startup.h"
 #include "index/file_list_folder.h"
 #include "os/os.h"
 
@@ -50,6 +52,17 @@ static bool _main_create_file_list(const command_line_t *line) {
     return done;
 }
 
+// The program is to start with the system, or no more.
+static bool _main_set_startup(const command_line_t *line) {
+    utf8_buf_t message;
+    utf8_buf_init(&message);
+    bool done = line->on & COMMAND_LINE_OPTION_RUN_ON_SYSTEM_STARTUP ? startup_install(line, &message)
+                                                                     : startup_uninstall(line, &message);
+    os_show_message(message.data);
+    utf8_buf_kill(&message);
+    return done;
+}
+
 static void _main_save_settings() {
     utf8_buf_t error;
     utf8_buf_init(&error);
@@ -81,6 +94,11 @@ bool _main_do_command_line_installs(const command_line_t *line, int *exit_code) 
             _main_show_not_understood(line->not_understood);
             *exit_code = 1;
         }
+        return true;
+    }
+    if ((line->on | line->off) & COMMAND_LINE_OPTION_RUN_ON_SYSTEM_STARTUP) {
+        if (!_main_set_startup(line))
+            *exit_code = 1;
         return true;
     }
     if (line->create_file_list_file) {

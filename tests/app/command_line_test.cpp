@@ -273,8 +273,9 @@ TEST(command_line_page, has_each_switch) {
     utf8_buf_init(&usage);
     ASSERT_TRUE(utf8_buf_read_file(&page, FINDWRIGHT_TEST_DATA "/../../docs/switches.md"));
     for (const command_line_switch_t &row : command_line_switches) {
-        utf8_buf_printf(&usage, "%s` | %s | %s |\n", "", localization_english.strings[row.help],
-                        row.works ? "" : localization_english.strings[row.lacks]);
+        utf8_buf_printf(&usage, "%s` | %s | %s%s |\n", "", localization_english.strings[row.help],
+                        row.works ? "" : localization_english.strings[row.lacks],
+                        row.works_on_posix && !row.works ? " (on Windows)" : "");
         EXPECT_NE(std::strstr(page.data, usage.data), nullptr) << row.name;
         EXPECT_NE(std::strstr(page.data, (std::string(row.name)).c_str()), nullptr) << row.name;
     }
