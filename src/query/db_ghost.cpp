@@ -3,7 +3,7 @@
 #include "base/mem.h"
 #include "db/db_item_set.h"
 #include "os/os.h"
-#include "query/db_result_internal.h"
+#include "query/db_live_result.h"
 
 #include <algorithm>
 
@@ -26,6 +26,11 @@ static void _db_ghost_fill(array_t *array, mem_ref_t *items, u32 count) {
     array_set_from_memory(array, items, count);
 }
 
+// The ghosts are none any more, and remain in the results whatever the terms say of them.
+static void _db_ghost_leave_results(db_query_t *query) {
+    query->live_result->has_strays |= query->ghost_folders.count + query->ghost_files.count != 0;
+}
+
 void db_ghost_selection(db_query_t *query) {
     if (!_db_query_begin_read(query, "db_ghost_selection"))
         return;
@@ -36,6 +41,7 @@ void db_ghost_selection(db_query_t *query) {
         db_result_t result = _db_query_get_value_result(query, array, value);
         items[result.is_folder ? folder_count++ : count - ++file_count] = mem_ref(result.item);
     });
+    _db_ghost_leave_results(query);
     _db_ghost_fill(&query->ghost_folders, items, folder_count);
     _db_ghost_fill(&query->ghost_files, items + folder_count, file_count);
     mem_free(items);
@@ -51,6 +57,7 @@ bool db_is_ghost_result(db_query_t *query, i32 index) {
 void db_clear_ghosts(db_query_t *query) {
     if (!_db_query_begin_read(query, "db_clear_ghosts"))
         return;
+    _db_ghost_leave_results(query);
     array_clear(&query->ghost_folders);
     array_clear(&query->ghost_files);
 }

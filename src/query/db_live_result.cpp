@@ -43,7 +43,8 @@ static bool _db_result_needs_search(db_query_t *query, const db_item_t *item, bo
         return true;
     if (_db_is_place_change(changes) && _db_result_touches_anchors(query, item, is_folder))
         return true;
-    return !_db_result_has_order(query) && (!is_local || _db_result_is_found(query, item, is_folder));
+    return !_db_result_has_order(query) &&
+           (!is_local || query->live_result->has_strays || _db_result_is_found(query, item, is_folder));
 }
 
 // --- One item ----------------------------------------------------------------------------------------------

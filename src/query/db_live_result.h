@@ -65,6 +65,7 @@ struct db_live_result_t {
     db_scan_t scan; // for one item at a time
     bool has_scan;
     ref_map_t<u8> left; // db_result_left_t by item
+    bool has_strays;    // results that were ghosts, and may be no more than that
     bool is_stale;
     bool is_waiting; // the new search waits until the database is ready
     // What is to be done to the results of a stale query: by the reference that they hold, and from a record

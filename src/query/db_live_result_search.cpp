@@ -30,7 +30,7 @@ static void _db_result_forget_moved(db_live_result_t *live) {
 void _db_result_forget_search(db_query_t *query) {
     db_live_result_t *live = query->live_result;
     event_remove(_db_result_search_proc, _db_result_link(query));
-    live->is_stale = live->is_waiting = false;
+    live->is_stale = live->is_waiting = live->has_strays = false;
     _db_result_forget_moved(live);
     ref_map_kill(&live->left);
     _db_result_free_scan(query);

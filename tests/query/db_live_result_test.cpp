@@ -2,9 +2,11 @@
 // file that changes. What the results hold is the model's (db_live_result_model_test.cpp).
 #include "db/db_exclude.h"
 #include "os/event.h"
+#include "query/db_ghost.h"
 #include "query/db_live_result.h"
 #include "query/db_query_internal.h"
 #include "query/db_result_info.h"
+#include "query/db_selection.h"
 #include "support/live_world.h"
 #include "support/test_db.h"
 #include "track/db_run_history.h"
@@ -152,6 +154,26 @@ TEST(DbLiveResult, RecordsThatTakeThePlaceOfOthersAreToldApart) {
     ASSERT_EQ(moved, second);
     db_run_history_set_item(list.world.db, second, false, 0, 0); // from the history to the rest
     EXPECT_EQ(std::vector<std::string>{"C:\\f\\abc"}, test_result_paths(list.query));
+}
+
+// What was a ghost is a result that the terms do not tell of, in orders that cannot be searched, too.
+TEST(DbLiveResult, AGhostOfBeforeLeavesWhenItGoes) {
+    for (u32 sort : {DB_SORT_NAME_ASCENDING, DB_SORT_TYPE_ASCENDING}) {
+        live_list_t list;
+        db_file_t *file = list.add("one");
+        db_result_search_interval = HOUR;
+        list.search("one", sort);
+        db_select_result(list.query, 0);
+        db_ghost_selection(list.query);
+        file = db_file_rename(list.world.db, file, list.root, "two", 3, 1);
+        list.run_posted_search();
+        event_dispatch();
+        test_db_wait(list.world.db);
+        EXPECT_EQ(std::vector<std::string>{"C:\\two"}, test_result_paths(list.query));
+        db_clear_ghosts(list.query);
+        db_file_remove_item(list.world.db, file);
+        EXPECT_EQ(0u, db_get_result_count(list.query));
+    }
 }
 
 TEST(DbLiveResult, ASearchIsNotRepeatedBeforeItsTime) {
