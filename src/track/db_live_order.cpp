@@ -95,11 +95,31 @@ static constexpr char NUMBER_MESSAGE[] = "folder FRN array corrupt\n";
 
 // --- One item ----------------------------------------------------------------------------------------------
 
+// In a damaged array a value may stand where no search comes by. Its record goes, so that it has to be found
+// all the same: who searches on until the index is put right must not come upon it.
+static void _db_live_remove_anywhere(array_t *array, mem_ref_t item) {
+    u32 page = 0, value;
+    i32 position = -1;
+    while (array_next_to(array, &page, &position, &value)) {
+        if (value == item) {
+            array_remove_at(array, page, position);
+            return;
+        }
+    }
+}
+
+static void _db_live_remove_key(db_t *db, array_t *array, array_compare_t *compare, const db_item_t *item,
+                                const char *message) {
+    db_live_key_t key = {db, item};
+    if (array_remove_exists(array, compare, &key))
+        return;
+    _db_live_corrupt(db, message);
+    _db_live_remove_anywhere(array, mem_ref(item));
+}
+
 static void _db_live_remove_from(db_t *db, const db_live_order_t *order, const db_item_t *item,
                                  const char *message) {
-    db_live_key_t key = {db, item};
-    if (!array_remove_exists(&(db->*order->array), order->compare, &key))
-        _db_live_corrupt(db, message);
+    _db_live_remove_key(db, &(db->*order->array), order->compare, item, message);
 }
 
 static void _db_live_insert_into(db_t *db, const db_live_order_t *order, const db_item_t *item,
@@ -116,9 +136,8 @@ void _db_live_take_out(db_t *db, const db_item_t *item, bool is_folder) {
             _db_live_remove_from(db, order, item, order->message);
     }
     _db_live_number_t number = is_folder ? _db_live_get_number(db, item) : _db_live_number_t{};
-    db_live_key_t key = {db, item};
-    if (number.array && !array_remove_exists(number.array, number.compare, &key))
-        _db_live_corrupt(db, NUMBER_MESSAGE);
+    if (number.array)
+        _db_live_remove_key(db, number.array, number.compare, item, NUMBER_MESSAGE);
 }
 
 void _db_live_put_in(db_t *db, const db_item_t *item, bool is_folder, const db_live_place_t *name_place) {
