@@ -200,7 +200,7 @@ static void _db_create_mark_reused(db_rebuild_t *rebuild, db_create_source_t *so
         auto *to = static_cast<db_index_folder_t *>(source->index);
         const auto *folder = static_cast<const db_index_folder_t *>(from);
         to->next_update = folder->next_update;
-        to->update_now = folder->update_now | to->monitor; // nobody follows it while the rebuild runs
+        to->update_now = folder->update_now;
         break;
     }
     default: {

@@ -9,6 +9,7 @@
 #include "os/debug.h"
 #include "os/event.h"
 #include "track/db_folder_update.h"
+#include "track/db_monitor_folder.h"
 #include "track/db_recent_change.h"
 #include "track/db_run_history.h"
 
@@ -35,9 +36,11 @@ void _db_follow_start(db_t *db) {
         return;
     _db_watch_start(db);
     db_folder_update_start(db);
+    db_monitor_folders_start(db);
 }
 
 void _db_follow_stop(db_t *db) {
+    db_monitor_folders_stop(db);
     db_folder_update_stop(db);
     _db_watch_stop(db);
 }
@@ -73,7 +76,6 @@ static void _db_load_take_monitor(db_index_t *index, const db_wanted_t *wanted) 
                 to->rescan_if_full = from->rescan_if_full;
                 to->update_type = from->update_type;
                 to->update_value = from->update_value;
-                to->update_now = to->monitor; // nobody has followed it since it was saved
                 return;
             }
         } else {

@@ -171,16 +171,6 @@ bool db_needs_rebuild(db_t *db, bool *monitor_changed) {
     return needed;
 }
 
-// Who follows a source is to miss nothing while it stops and starts again.
-static void _db_ask_for_scans(db_t *db) {
-    for (db_index_t *index = db->index_first; index; index = index->next) {
-        if (index->type == DB_INDEX_TYPE_FOLDER) {
-            auto *folder = static_cast<db_index_folder_t *>(index);
-            folder->update_now |= folder->monitor;
-        }
-    }
-}
-
 void db_apply_settings(db_t *db) {
     db_wait(db, "db_apply_settings");
     bool monitor_changed;
@@ -190,10 +180,8 @@ void db_apply_settings(db_t *db) {
         db_rebuild(db, false);
         return;
     }
-    if (monitor_changed) {
+    if (monitor_changed)
         _db_follow_stop(db);
-        _db_ask_for_scans(db);
-    }
     _db_follow_start(db); // schedules may be other ones
 }
 

@@ -8,8 +8,8 @@ namespace findwright {
 extern const db_lifecycle_t *db_lifecycle;
 extern const db_keeper_t db_lifecycle_keeper;
 
-// What follows the sources: the watch over file lists, the monitors and schedules of folders. Of content that is
-// in place, and that is the sources' own; starting again what runs takes over what the indexes say now.
+// What follows the sources: the watch over file lists, the monitors and schedules of folders. Of content that
+// is in place, and that is the sources' own; starting again what runs takes over what the indexes say now.
 // Stopping what does not run is nothing.
 void _db_follow_start(db_t *db);
 void _db_follow_stop(db_t *db);

@@ -7,6 +7,8 @@
 #include "support/test_db.h"
 #include "support/test_orders.h"
 #include "track/db_folder_update.h"
+#include "track/db_live.h"
+#include "track/db_monitor_folder.h"
 #include "track/db_schedule.h"
 
 #include <gtest/gtest.h>
@@ -354,7 +356,7 @@ TEST_F(DbLifecycle, ACorruptDatabaseIsToldOfAndReadAnew) {
     close(db);
 }
 
-u32 count(const std::string &text, const std::string &part) {
+u32 count_in(const std::string &text, const std::string &part) {
     u32 result = 0;
     for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at++)
         result++;
@@ -375,24 +377,24 @@ TEST_F(DbLifecycle, WhatARebuildDoesNotCureIsLeftAsItIs) {
         wait(db);
         return capture.take();
     };
-    EXPECT_EQ(1u, count(report(1000), "create db..."));
+    EXPECT_EQ(1u, count_in(report(1000), "create db..."));
     EXPECT_EQ("", own.errors);
     for (u32 i = 0; i < 3; i++)
-        EXPECT_EQ(0u, count(report(10), "create db..."));
-    EXPECT_EQ(1u, count(own.errors, "damaged again")) << own.errors;
+        EXPECT_EQ(0u, count_in(report(10), "create db..."));
+    EXPECT_EQ(1u, count_in(own.errors, "damaged again")) << own.errors;
     write_file(own.folders[0] + "\\another", "");
     EXPECT_TRUE(db_save(db, false, nullptr));
     EXPECT_EQ(saved, read_file(own.folder / "Findwright.db"));
 
     db_rebuild(db, true); // as the user asks for it
     wait(db);
-    EXPECT_EQ(1u, count(report(1), "create db..."));
+    EXPECT_EQ(1u, count_in(report(1), "create db..."));
     db_report_corrupt(db); // before a rebuild that comes for another reason
     {
         log_capture_t capture;
         db_rebuild(db, false);
         wait(db);
-        EXPECT_EQ(1u, count(capture.take(), "create db..."));
+        EXPECT_EQ(1u, count_in(capture.take(), "create db..."));
     }
     close(db);
     EXPECT_NE(saved, read_file(own.folder / "Findwright.db"));
@@ -405,8 +407,8 @@ TEST_F(DbLifecycle, AFolderIsScannedWhenNobodyHasFollowedIt) {
     auto count_after = [&](const char *name, const std::function<void()> &action) { // a file comes before it
         write_file(own.folders[0] + "\\" + name, "");
         action();
-        while (db_folder_update_is_busy(db) || !db_is_ready(db))
-            event_wait_and_dispatch(OS_INFINITE);
+        while (db_folder_update_is_busy(db) || db_monitor_folder_is_busy(db) || !db_is_ready(db))
+            event_wait_and_dispatch(10);
         return db->file_name_array.count;
     };
     auto apply = [&] { db_apply_settings(db); };
@@ -420,16 +422,60 @@ TEST_F(DbLifecycle, AFolderIsScannedWhenNobodyHasFollowedIt) {
     EXPECT_EQ(5u, count_after("2", restart));
     own.follow = true;
     EXPECT_EQ(8u, count_after("3", apply));
-    EXPECT_EQ(8u, count_after("4", apply));
-    EXPECT_EQ(10u, count_after("5", restart));
+    EXPECT_EQ(10u, count_after("4", restart) + 1);
+    EXPECT_EQ(10u, count_after("5", apply));
     own.exclude_files = "*.tmp"; // a rebuild that reuses it, and leaves one out
     EXPECT_EQ(10u, count_after("6", apply));
     own.follow = false;
     own.schedule = {DB_SCHEDULE_INTERVAL, 1};
+    db_apply_settings(db);
     EXPECT_EQ(10u, count_after("7", apply));
     static_cast<db_index_folder_t *>(db_index_get(db, 2))->next_update = 1;
     EXPECT_EQ(12u, count_after("8", apply));
     test_check_orders(db);
+    close(db);
+}
+
+// Arrays that are damaged in memory, under live updates: these do what can be done, and one rebuild puts all
+// right.
+TEST_F(DbLifecycle, LiveUpdatesOfADamagedIndexLeadToOneRebuild) {
+    const std::string &files = own.folders[0];
+    for (u32 i = 10; i < 40; i++)
+        write_file(files + "\\f" + std::to_string(i), std::string(i, 'x'));
+    db_corrupt_interval = 0;
+    db_t *db = open();
+    u32 number = 100;
+    for (array_t db_t::*array : {&db_t::file_size_array, &db_t::file_path_array, &db_t::file_name_array}) {
+        u32 *values = array_page_values((db->*array).pages[0]);
+        std::swap(values[0], values[(db->*array).count - 1]);
+        log_capture_t capture;
+        db_index_t *index = db_index_get(db, 2);
+        const u32 count = db->file_name_array.count;
+        auto add = [&] {
+            const std::string path = files + "\\g" + std::to_string(number++);
+            write_file(path, "1");
+            db_file_info_t info = {1, 2, 3, 4, 5};
+            EXPECT_NE(nullptr,
+                      db_file_add_path(db, index, path.c_str(), static_cast<u32>(path.size()), &info, 1));
+        };
+        add();
+        // The items that are out of their places: their own removal meets the damage.
+        const u32 removed[] = {values[0], array_page_values((db->*array).pages[0])[(db->*array).count - 1]};
+        for (u32 value : removed)
+            db_file_remove_item(db, mem_ptr<db_file_t>(value));
+        add();
+        if (array != &db_t::file_name_array) {
+            EXPECT_EQ(count, db->file_name_array.count);
+        }
+        wait(db);
+        log = capture.take();
+        EXPECT_EQ(1u, count_in(log, "CORRUPT\n")) << log;
+        EXPECT_EQ(1u, count_in(log, "create db..."));
+        EXPECT_NE("(none)", read_file(own.folder / "corrupt.txt"));
+        EXPECT_EQ(count + 2, db->file_name_array.count); // what is on the disk
+        test_check_orders(db);
+    }
+    db_corrupt_interval = 3600;
     close(db);
 }
 
