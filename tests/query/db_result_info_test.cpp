@@ -5,6 +5,7 @@
 #include "db/db_file.h"
 #include "db/db_folder.h"
 #include "os/os_folder.h"
+#include "os/os_test_support.h"
 #include "query/db_query_ops.h"
 #include "query/db_selection.h"
 #include "support/slow_loader.h"
