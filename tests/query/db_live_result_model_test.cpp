@@ -268,7 +268,8 @@ void use_query(live_run_t *run, live_query_t *model) {
         settle(run);
         model->results = read_results(query);
     } else if (kind == 1) {
-        db_ghost_selection(query);
+        db_ghost_selection(query); // those of before are results until the next search
+        search(run, model);
     } else if (kind == 2 || kind == 3) {
         db_clear_ghosts(query);
         search(run, model);
