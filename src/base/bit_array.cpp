@@ -61,11 +61,16 @@ static u64 _bit_array_last_mask(const bit_array_t *bits) {
     return bits->size % 64 == 0 ? ~static_cast<u64>(0) : (static_cast<u64>(1) << bits->size % 64) - 1;
 }
 
+static void _bit_array_use(bit_array_t *bits, u32 words) {
+    bits->used = bits->used > words ? bits->used : words;
+}
+
 bool bit_array_set(bit_array_t *bits, u32 index, bool value) {
     if (bit_array_get(bits, index) == value)
         return false;
     _bit_array_make_words(bits);
     bits->words[index / 64] ^= static_cast<u64>(1) << index % 64;
+    _bit_array_use(bits, index / 64 + 1);
     value ? bits->count++ : bits->count--;
     bits->has_ranks = false;
     return true;
@@ -90,6 +95,7 @@ void bit_array_set_range(bit_array_t *bits, u32 first, u32 end) {
         bits->count += static_cast<u32>(std::popcount(mask & ~bits->words[word]));
         bits->words[word] |= mask;
     }
+    _bit_array_use(bits, (end - 1) / 64 + 1);
     bits->has_ranks = false;
 }
 
@@ -102,6 +108,7 @@ void bit_array_invert(bit_array_t *bits) {
         bits->words[word] = ~bits->words[word];
     bits->words[words - 1] &= _bit_array_last_mask(bits);
     bits->count = bits->size - bits->count;
+    bits->used = words;
     bits->has_ranks = false;
 }
 
@@ -123,22 +130,26 @@ void bit_array_insert(bit_array_t *bits, u32 index, bool value) {
     if (u32 needed = _bit_array_word_count(bits); needed > bits->capacity)
         _bit_array_set_capacity(bits, needed + needed / GROW_PART + 1);
     u64 *words = bits->words, low = (static_cast<u64>(1) << index % 64) - 1;
-    u32 first = index / 64;
-    for (u32 word = _bit_array_word_count(bits) - 1; word > first; word--)
+    u32 first = index / 64, words_now = _bit_array_word_count(bits);
+    u32 last = bits->used < words_now ? bits->used : words_now - 1; // that the last set bit may come to
+    for (u32 word = last; word > first; word--)
         words[word] = words[word] << 1 | words[word - 1] >> 63;
     words[first] = (words[first] & low) | (words[first] & ~low) << 1 | static_cast<u64>(value) << index % 64;
+    _bit_array_use(bits, words[last] != 0 ? last + 1 : 0);
+    _bit_array_use(bits, words[first] != 0 ? first + 1 : 0);
     bits->count += value;
     bits->has_ranks = false;
 }
 
 bool bit_array_remove(bit_array_t *bits, u32 index) {
-    if (_bit_array_drop_words(bits)) {
+    if (_bit_array_drop_words(bits) || index / 64 >= bits->used) {
         bits->size--;
+        bits->has_ranks = false;
         return false;
     }
     bool value = bit_array_get(bits, index);
     u64 *words = bits->words, low = (static_cast<u64>(1) << index % 64) - 1;
-    u32 first = index / 64, last = _bit_array_word_count(bits) - 1;
+    u32 first = index / 64, last = bits->used - 1;
     u64 kept = words[first] & low;
     words[first] &= ~low;
     for (u32 word = first; word < last; word++)
@@ -154,6 +165,8 @@ bool bit_array_remove(bit_array_t *bits, u32 index) {
 
 void bit_array_truncate(bit_array_t *bits, u32 size) {
     bits->size = size;
+    u32 words = _bit_array_word_count(bits);
+    bits->used = bits->used < words ? bits->used : words;
     bits->has_ranks = false;
 }
 
@@ -178,6 +191,7 @@ void bit_array_reverse(bit_array_t *bits) {
     for (u32 word = 0; shift != 0 && word < words; word++)
         bits->words[word] =
             bits->words[word] >> shift | (word + 1 < words ? bits->words[word + 1] << (64 - shift) : 0);
+    bits->used = words;
     bits->has_ranks = false;
 }
 

@@ -17,6 +17,7 @@ struct bit_array_t {
     u64 *words; // 0: all bits are unset
     u32 *ranks;
     u32 capacity; // words that there is room for
+    u32 used;     // words from here on are 0
     u32 size;     // bits
     u32 count;    // set bits
     bool has_ranks;
@@ -34,8 +35,8 @@ inline bool bit_array_get(const bit_array_t *bits, u32 index) {
 bool bit_array_set(bit_array_t *bits, u32 index, bool value);
 // Sets the bits from `first` up to but not including `end`, which is at most the size.
 void bit_array_set_range(bit_array_t *bits, u32 first, u32 end);
-// Puts a bit in front of that at `index`, which may be the size; or takes one out, and returns it. While no
-// bit is set this takes no time; else all words behind the place are shifted.
+// Puts a bit in front of that at `index`, which may be the size; or takes one out, and returns it. All words
+// from the place to the last set bit are shifted, so that it takes no time behind that.
 void bit_array_insert(bit_array_t *bits, u32 index, bool value);
 bool bit_array_remove(bit_array_t *bits, u32 index);
 // Takes off the last bits, all of which must be unset.
