@@ -56,16 +56,6 @@ static u32 _db_monitor_get_parent_length(const char *path, u32 length) {
     return length ? length - 1 : 0;
 }
 
-static void _db_monitor_get_parent(const db_monitor_reader_t *reader, const char *path, u32 length,
-                                   db_monitor_data_t *data) {
-    u32 parent_length = _db_monitor_get_parent_length(path, length);
-    if (length <= reader->monitor->length)
-        return;
-    char *parent = utf8_alloc_copy_length(path, parent_length);
-    _db_monitor_get_data(reader, parent, parent_length, data);
-    mem_free(parent);
-}
-
 // Whether the next event is about the same folder, which then will be looked up for that one.
 static bool _db_monitor_has_same_parent(const db_monitor_folder_event_t *event,
                                         const db_monitor_folder_event_t *next) {
@@ -77,6 +67,12 @@ static bool _db_monitor_has_same_parent(const db_monitor_folder_event_t *event,
 }
 
 // --- What was not found ------------------------------------------------------------------------------------
+
+// The same path, or one below it.
+static bool _db_monitor_path_is_at(const char *path, u32 length, const char *folder, u32 folder_length) {
+    return (length == folder_length && std::memcmp(path, folder, length) == 0) ||
+           _db_monitor_path_is_below(path, length, folder, folder_length);
+}
 
 static void _db_monitor_missed_remove(db_monitor_folder_t *monitor, db_monitor_missed_t **place) {
     db_monitor_missed_t *missed = *place;
@@ -113,10 +109,24 @@ static void _db_monitor_missed_forget(db_monitor_folder_t *monitor) {
     }
 }
 
-// A folder has gone: what was missed below it is explained.
+// The folder that holds an item. One that is not found may have another name by now, too: what happened in it
+// has changed its date.
+static void _db_monitor_get_parent(const db_monitor_reader_t *reader, const char *path, u32 length,
+                                   db_monitor_data_t *data) {
+    u32 parent_length = _db_monitor_get_parent_length(path, length);
+    if (length <= reader->monitor->length)
+        return;
+    char *parent = utf8_alloc_copy_length(path, parent_length);
+    _db_monitor_get_data(reader, parent, parent_length, data);
+    if (!data->is_known && parent_length > reader->monitor->length)
+        _db_monitor_missed_add(reader->monitor, parent, parent_length);
+    mem_free(parent);
+}
+
+// A folder has gone: what was missed of it and below it is explained.
 static void _db_monitor_missed_drop(db_monitor_folder_t *monitor, const char *path, u32 length) {
     for (db_monitor_missed_t **place = &monitor->missed; *place;) {
-        if (_db_monitor_path_is_below((*place)->path, (*place)->length, path, length))
+        if (_db_monitor_path_is_at((*place)->path, (*place)->length, path, length))
             _db_monitor_missed_remove(monitor, place);
         else
             place = &(*place)->next;
@@ -130,7 +140,7 @@ static void _db_monitor_missed_move(const db_monitor_folder_event_t *rename, db_
     utf8_buf_init(&path);
     for (db_monitor_missed_t **place = &monitor->missed; *place;) {
         const db_monitor_missed_t *missed = *place;
-        if (!_db_monitor_path_is_below(missed->path, missed->length, rename->path, rename->length)) {
+        if (!_db_monitor_path_is_at(missed->path, missed->length, rename->path, rename->length)) {
             place = &(*place)->next;
             continue;
         }
