@@ -19,8 +19,8 @@
 // Links are items and never entered; what lies in another file system than the root is not told, and neither
 // is that a folder above the root was renamed.
 //
-// Owner: the creator destroys it. One thread at a time adds, removes and waits; os_watch_stop is for any
-// thread, while it lives.
+// Owner: the creator destroys it. One thread at a time adds, removes and waits; os_watch_stop and
+// os_watch_wake are for any thread, while it lives.
 #pragma once
 
 #include "base/types.h"
@@ -73,11 +73,14 @@ enum os_watch_wait_t : u32 {
     OS_WATCH_FIRED, // proc was called for what came
     OS_WATCH_TIMEOUT,
     OS_WATCH_STOPPED,
+    OS_WATCH_WOKEN,
 };
 // Waits up to `timeout` milliseconds, OS_INFINITE for no limit, and calls proc(param, &event) for each event
 // that came. Once stopped, a watch stays so.
 os_watch_wait_t os_watch_wait(os_watch_t *watch, u32 timeout, os_watch_proc_t *proc, void *param);
 void os_watch_stop(os_watch_t *watch);
+// Ends the present wait, or else the next one, before its time. Any thread.
+void os_watch_wake(os_watch_t *watch);
 
 // Watches that the system has given, for a root; 0 where it needs none per folder.
 u32 os_watch_get_watch_count(const os_watch_t *watch, u32 root);

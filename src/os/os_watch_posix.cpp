@@ -215,6 +215,10 @@ void os_watch_stop(os_watch_t *watch) {
     eventfd_write(watch->stop, 1);
 }
 
+void os_watch_wake(os_watch_t *watch) {
+    eventfd_write(watch->stop, 1);
+}
+
 static void _os_watch_take_ready(os_watch_t *watch, bool inotify_ready, bool fanotify_ready) {
     if (inotify_ready) {
         os_watch_drain(watch);
@@ -232,7 +236,7 @@ os_watch_wait_t os_watch_wait(os_watch_t *watch, u32 timeout, os_watch_proc_t *p
     watch->proc = proc;
     watch->proc_param = param;
     watch->told = false;
-    bool is_over = false;
+    bool is_over = false, is_woken = false;
     while (!watch->told && !watch->is_stopped && !is_over) {
         int left = os_deadline_left(deadline);
         if (watch->from_first)
@@ -247,13 +251,18 @@ os_watch_wait_t os_watch_wait(os_watch_t *watch, u32 timeout, os_watch_proc_t *p
         if (ready == -1)
             continue;
         is_over = ready == 0 && os_deadline_left(deadline) == 0;
-        if (!descriptors[0].revents)
+        eventfd_t count;
+        if (descriptors[0].revents && !watch->is_stopped)
+            is_over = is_woken = eventfd_read(watch->stop, &count) == 0;
+        else if (!descriptors[0].revents)
             _os_watch_take_ready(watch, has_input || descriptors[1].revents, descriptors[2].revents);
     }
     watch->proc = nullptr;
     if (watch->told)
         return OS_WATCH_FIRED;
-    return watch->is_stopped ? OS_WATCH_STOPPED : OS_WATCH_TIMEOUT;
+    if (watch->is_stopped)
+        return OS_WATCH_STOPPED;
+    return is_woken ? OS_WATCH_WOKEN : OS_WATCH_TIMEOUT;
 }
 
 } // namespace findwright

@@ -91,7 +91,7 @@ struct os_watch_t {
     int inotify;  // -1 where the user has no more of them, or before the first root
     int fanotify; // -1: none yet
     struct os_watch_fan_t *fan;
-    int stop; // eventfd; never read, so that a stopped watch stays so
+    int stop; // eventfd, of the stop and of a wake
     std::atomic<bool> is_stopped;
     u32 limit; // watches that may be taken; 0 is no limit but the system's
     u32 count;

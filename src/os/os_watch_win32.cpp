@@ -281,7 +281,8 @@ os_watch_t *os_watch_create(os_watch_filter_t *filter, void *param) {
     return watch;
 }
 
-// One message of the port. False when none came. `error`: of the root's read.
+// One message of the port; without a root it is a stop or a wake. False when none came. `error`: of the
+// root's read.
 static bool _os_watch_get(os_watch_t *watch, DWORD timeout, os_watch_root_t **root, DWORD *size,
                           DWORD *error) {
     ULONG_PTR key = 0;
@@ -323,6 +324,10 @@ void os_watch_stop(os_watch_t *watch) {
     PostQueuedCompletionStatus(watch->port, 0, 0, nullptr);
 }
 
+void os_watch_wake(os_watch_t *watch) {
+    PostQueuedCompletionStatus(watch->port, 0, 0, nullptr);
+}
+
 // A read has ended: the next one begins before the events of this one are told.
 static void _os_watch_take_read(os_watch_t *watch, os_watch_root_t *root, DWORD size, DWORD error) {
     if (root->is_over) {
@@ -361,6 +366,8 @@ os_watch_wait_t os_watch_wait(os_watch_t *watch, u32 timeout, os_watch_proc_t *p
             return OS_WATCH_TIMEOUT;
         if (root)
             _os_watch_take_read(watch, root, size, error);
+        else if (!watch->is_stopped)
+            return OS_WATCH_WOKEN;
         u32 passed = GetTickCount() - start;
         if (timeout != OS_INFINITE)
             left = passed < timeout ? timeout - passed : 0;

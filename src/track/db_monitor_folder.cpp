@@ -103,9 +103,9 @@ static void _db_monitor_stop_threads(db_monitor_folders_t *state) {
     os_event_set(state->stop);
     os_watch_stop(state->watch);
     os_thread_release(state->thread, OS_INFINITE);
-    os_watch_destroy(state->watch);
     if (state->data_thread)
         os_thread_release(state->data_thread, OS_INFINITE);
+    os_watch_destroy(state->watch);
     state->thread = state->data_thread = nullptr;
     for (event_proc_t *proc : {_db_monitor_data_start_proc, _db_monitor_data_ended_proc,
                                _db_monitor_rescan_proc, _db_monitor_apply_proc, _db_monitor_throttle_proc})

@@ -117,7 +117,9 @@ void _db_monitor_doubt_add(db_monitor_folder_t *monitor, const char *path, u32 l
     auto *doubt = static_cast<db_monitor_doubt_t *>(mem_alloc(sizeof(db_monitor_doubt_t)));
     *doubt = {monitor->doubts, DB_MONITOR_OPEN, length, utf8_alloc_copy_length(path, length)};
     monitor->doubts = doubt;
-    monitor->state->open_doubts++;
+    // The monitor thread may wait for good: it is to find out when all of this time has been told.
+    if (monitor->state->open_doubts++ == 0)
+        os_watch_wake(monitor->state->watch);
 }
 
 void _db_monitor_doubts_close(db_monitor_folders_t *state) {

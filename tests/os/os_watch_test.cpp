@@ -137,6 +137,9 @@ TEST(os_watch, a_wait_ends_with_its_time_or_the_stop) {
     test_watch_t test;
     ASSERT_TRUE(test.add());
     EXPECT_EQ(os_watch_wait(test.watch, 10, test_watch_t::take, &test), OS_WATCH_TIMEOUT);
+    os_watch_wake(test.watch);
+    EXPECT_EQ(os_watch_wait(test.watch, OS_INFINITE, test_watch_t::take, &test), OS_WATCH_WOKEN);
+    EXPECT_EQ(os_watch_wait(test.watch, 10, test_watch_t::take, &test), OS_WATCH_TIMEOUT);
     os_thread_t *thread = os_thread_create(stop_proc, test.watch);
     EXPECT_EQ(os_watch_wait(test.watch, OS_INFINITE, test_watch_t::take, &test), OS_WATCH_STOPPED);
     os_thread_release(thread, OS_INFINITE);
