@@ -4,6 +4,8 @@
 #include "os/debug.h"
 #include "os/event.h"
 #include "os/os_folder.h"
+#include "track/db_recent_change.h"
+#include "track/db_run_history.h"
 #include "track/db_schedule.h"
 
 #include <cstring>
@@ -176,6 +178,8 @@ void db_apply_settings(db_t *db) {
     bool monitor_changed;
     if (!db->loaded || db->file_list_filename) // the comparison comes with the content
         return;
+    _db_recent_change_enabled_changed(db);
+    db_run_history_changed(db);
     if (db_needs_rebuild(db, &monitor_changed)) {
         db_rebuild(db, false);
         return;
