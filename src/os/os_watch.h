@@ -51,8 +51,9 @@ struct os_watch_event_t {
 // Not to be called back into the watch.
 using os_watch_proc_t = void(void *param, const os_watch_event_t *event);
 
-// Which folders below a root are watched: false leaves one out, and what is below it. The path is full. On
-// the thread that adds or waits.
+// Which folders below a root are watched: false leaves one out, and what is below it. That one comes or goes
+// may be told all the same, since it changes the folder that holds it. The path is full. On the thread that
+// adds or waits.
 using os_watch_filter_t = bool(void *param, const char *path, u32 length);
 
 inline constexpr u32 OS_WATCH_NONE = 0xFFFFFFFF;

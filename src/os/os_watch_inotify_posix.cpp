@@ -176,6 +176,8 @@ static os_watch_node_t *_os_watch_find_name(const os_watch_t *watch, const os_wa
 // What has a name now was not there, or was another.
 static void _os_watch_take_added(take_t *take) {
     if (take->is_folder) {
+        if (!os_watch_passes(take->watch, &take->path)) // the folder that holds it has changed
+            os_watch_tell(take->watch, OS_WATCH_ADDED, take->root, &take->path);
         // One that is there already, and the same, came in with a walk whose top was told since.
         _os_watch_enter_and_tell(take->watch, take->node, &take->name);
         return;
@@ -225,6 +227,7 @@ static void _os_watch_rename_folder(take_t *take, const os_watch_from_t *from, c
         if (moved)
             os_watch_drop(watch, moved);
         os_watch_tell(watch, OS_WATCH_REMOVED, take->root, old_path);
+        os_watch_tell(watch, OS_WATCH_ADDED, take->root, &take->path); // for the folder that holds it
         return;
     }
     if (moved)
