@@ -1,5 +1,6 @@
 #include "support/folder_world.h"
 
+#include "os/debug.h"
 #include "os/event.h"
 #include "support/db_compare.h"
 #include "support/test_db.h"
@@ -131,9 +132,16 @@ fs::path any_own_file(tree_storm_t *storm) {
     return file;
 }
 
+// For who looks for the change that was not seen.
+void tell(const char *what, const fs::path &path, const fs::path &to, const std::error_code &error) {
+    if (debug_verbose && !error)
+        debug_verbose_printf("STORM %s %s %s\n", what, path.c_str(), to.c_str());
+}
+
 void write_text(tree_storm_t *storm, const fs::path &file, bool append) {
     std::ofstream stream(file, append ? std::ios::app | std::ios::binary : std::ios::binary);
     stream << std::string(pick(storm, 5000), 'x');
+    tell("write", file, {}, {});
 }
 
 void look(tree_storm_t *storm) {
@@ -166,6 +174,7 @@ void move_item(tree_storm_t *storm, const fs::path &from, const fs::path &to) {
         fs::is_regular_file(fs::symlink_status(to, error)) && fs::hard_link_count(to, error) != 1)
         return;
     fs::rename(from, to, error);
+    tell("move", from, to, error);
 }
 
 fs::path other_case(const fs::path &path) {
@@ -189,6 +198,7 @@ void make_folders(tree_storm_t *storm, const fs::path &place) {
         return;
     if (fs::create_directory(place, error))
         storm->folders.push_back(place);
+    tell("folder", place, {}, error);
     for (u32 i = pick(storm, 6); i != 0; i--) // at once, before anyone can watch it
         make_file(storm, place / make_name(storm));
 }
@@ -235,11 +245,14 @@ void step(tree_storm_t *storm) {
     case 14:
         if (file = any_item(storm, false); !file.empty())
             fs::remove(file, error);
+        tell("remove", file, {}, error);
         break;
     case 15:
-        if (pick(storm, 3) == 0 && storm->folders.size() > 1)
-            fs::remove_all(storm->folders[1 + pick(storm, static_cast<u32>(storm->folders.size()) - 1)],
-                           error);
+        if (pick(storm, 3) == 0 && storm->folders.size() > 1) {
+            file = storm->folders[1 + pick(storm, static_cast<u32>(storm->folders.size()) - 1)];
+            fs::remove_all(file, error);
+            tell("remove all", file, {}, error);
+        }
         break;
     case 16:
         if (file = any_own_file(storm); !file.empty())

@@ -3,6 +3,7 @@
 //
 // By hand, for longer:
 //     FINDWRIGHT_STORM_SECONDS=3600 FINDWRIGHT_STORM_SEED=7 track_tests --gtest_filter=DbStorm.*
+// FINDWRIGHT_STORM_LOG names a file for the debug log, with every change and every event.
 // The seed of each burst is in its failure; FINDWRIGHT_STORM_BURST is the number of changes of the largest.
 #include "db/db_file.h"
 #include "os/event.h"
@@ -189,6 +190,10 @@ class DbStorm : public testing::Test {
             clock_t::now() + std::chrono::seconds(get_number("FINDWRIGHT_STORM_SECONDS", SECONDS));
         const u32 burst = get_number("FINDWRIGHT_STORM_BURST", BURST);
         u32 pauses = 0, last = seed;
+        if (const char *log = std::getenv("FINDWRIGHT_STORM_LOG")) {
+            debug_log_open(log);
+            debug_verbose = true;
+        }
         for (u32 world = seed; clock_t::now() < end; world++) { // a tree gets ever stranger: not for too long
             storm_t storm;
             start(&storm, last = world, is_followed);
