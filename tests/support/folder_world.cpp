@@ -135,7 +135,7 @@ fs::path any_own_file(tree_storm_t *storm) {
 // For who looks for the change that was not seen.
 void tell(const char *what, const fs::path &path, const fs::path &to, const std::error_code &error) {
     if (debug_verbose && !error)
-        debug_verbose_printf("STORM %s %s %s\n", what, path.c_str(), to.c_str());
+        debug_verbose_printf("STORM %s %s %s\n", what, path.string().c_str(), to.string().c_str());
 }
 
 void write_text(tree_storm_t *storm, const fs::path &file, bool append) {
