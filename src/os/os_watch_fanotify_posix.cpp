@@ -272,9 +272,8 @@ static void _os_watch_fan_parse(char *bytes, fan_event_t *event) {
     }
 }
 
-// The path of a place in a root; false where it is not to be told.
-static bool _os_watch_fan_get_place(os_watch_t *watch, u32 root, const fan_place_t *place, bool is_folder,
-                                    utf8_buf_t *path) {
+// The path of a place in a root; false where it has none.
+static bool _os_watch_fan_get_place(os_watch_t *watch, u32 root, const fan_place_t *place, utf8_buf_t *path) {
     utf8_buf_empty(path);
     const fan_folder_t *folder = place->handle ? _os_watch_fan_find(watch, root, place->handle) : nullptr;
     if (!folder || !folder->path)
@@ -287,7 +286,7 @@ static bool _os_watch_fan_get_place(os_watch_t *watch, u32 root, const fan_place
     os_path_from_system(place->name, static_cast<u32>(std::strlen(place->name)), &name);
     os_watch_cat_name(path, name.data, static_cast<u32>(name.length));
     utf8_buf_kill(&name);
-    return !is_folder || os_watch_passes(watch, path);
+    return true;
 }
 
 static bool _os_watch_fan_has_below(const fan_folders_t *folders, u32 root, const utf8_buf_t *path) {
@@ -313,19 +312,21 @@ static void _os_watch_fan_rename(os_watch_t *watch, os_watch_root_t *root, const
     utf8_buf_t path, new_path;
     utf8_buf_init(&path);
     utf8_buf_init(&new_path);
-    bool is_known = _os_watch_fan_get_place(watch, root->handle, &event->place, is_folder, &path);
-    bool is_wanted = _os_watch_fan_get_place(watch, root->handle, &event->new_place, is_folder, &new_path);
+    bool has_old = _os_watch_fan_get_place(watch, root->handle, &event->place, &path);
+    bool has_new = _os_watch_fan_get_place(watch, root->handle, &event->new_place, &new_path);
+    bool is_known = has_old && (!is_folder || os_watch_passes(watch, &path));
+    bool is_wanted = has_new && (!is_folder || os_watch_passes(watch, &new_path));
     bool is_early = is_known && is_folder && is_wanted &&
                     (_os_watch_fan_has_below(&watch->fan->folders, root->handle, &new_path) ||
                      _os_watch_fan_has_below(&watch->fan->old_folders, root->handle, &new_path));
     if (is_known && is_wanted && !is_early) {
         os_watch_tell(watch, OS_WATCH_RENAMED, root, &path, &new_path);
-    } else {
-        if (is_known)
+    } else { // what is left out is told, too: the folders that hold it have changed
+        if (has_old)
             os_watch_tell(watch, OS_WATCH_REMOVED, root, &path);
         if (is_early) // what was told too early there was for nothing
             os_watch_tell(watch, OS_WATCH_REMOVED, root, &new_path);
-        if (is_wanted)
+        if (has_new)
             os_watch_tell(watch, OS_WATCH_ADDED, root, &new_path);
     }
     if (is_known)
@@ -343,13 +344,14 @@ static void _os_watch_fan_take_at(os_watch_t *watch, os_watch_root_t *root, cons
     }
     utf8_buf_t path;
     utf8_buf_init(&path);
-    if (_os_watch_fan_get_place(watch, root->handle, &event->place, event->mask & FAN_ONDIR, &path)) {
+    if (_os_watch_fan_get_place(watch, root->handle, &event->place, &path)) {
+        bool is_told = !(event->mask & FAN_ONDIR) || os_watch_passes(watch, &path);
         // What came and went, or went and came: whoever looks sees which.
         if (event->mask & FAN_DELETE)
             os_watch_tell(watch, OS_WATCH_REMOVED, root, &path);
         if (event->mask & FAN_CREATE)
             os_watch_tell(watch, OS_WATCH_ADDED, root, &path);
-        if (!(event->mask & (FAN_DELETE | FAN_CREATE)))
+        if (!(event->mask & (FAN_DELETE | FAN_CREATE)) && is_told)
             os_watch_tell(watch, OS_WATCH_MODIFIED, root, &path);
     }
     utf8_buf_kill(&path);

@@ -234,6 +234,8 @@ static void _os_watch_rename_folder(take_t *take, const os_watch_from_t *from, c
         os_watch_node_move(watch, moved, take->node, take->name.data, static_cast<u32>(take->name.length));
     if (moved || os_watch_passes(watch, old_path))
         os_watch_tell(watch, OS_WATCH_RENAMED, take->root, old_path, &take->path);
+    else // it was left out, but the folder that held it has changed
+        os_watch_tell(watch, OS_WATCH_REMOVED, take->root, old_path);
     if (!moved) {
         _os_watch_enter_and_tell(watch, take->node, &take->name);
     } else if (take->root->partial_count || take->root->has_excluded) {

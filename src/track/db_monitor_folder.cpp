@@ -114,6 +114,7 @@ static void _db_monitor_stop_threads(db_monitor_folders_t *state) {
     for (db_monitor_folder_t *monitor = state->first; monitor; monitor = monitor->next) {
         _db_monitor_drop_events(monitor);
         _db_monitor_missed_clear(monitor);
+        _db_monitor_renamed_clear(monitor);
         _db_monitor_covers_clear(monitor);
         monitor->is_own_scan = monitor->needs_rescan = false;
     }

@@ -14,6 +14,10 @@ namespace findwright {
 // when it was looked for. More of them than that, and a scan is cheaper.
 static constexpr u32 MISSED_AGE = 60000000;
 static constexpr u32 MISSED_MAX = 10000;
+// Renames are remembered for so long, in microseconds: when another folder has the old name, the look-ups of
+// what happened in the first one are behind. Of so many, the last ones.
+static constexpr u32 RENAMED_AGE = 60000000;
+static constexpr u32 RENAMED_MAX = 1000;
 
 struct db_monitor_reader_t {
     db_monitor_folders_t *state;
@@ -155,6 +159,93 @@ static void _db_monitor_missed_move(const db_monitor_folder_event_t *rename, db_
     utf8_buf_kill(&path);
 }
 
+// --- Old names that are taken again ------------------------------------------------------------------------
+//
+//     a\f is written, a becomes b, c becomes a: the look-up of a\f finds the file of the folder that was c
+//
+// All that was told before a name is taken again has been looked up when that is told, and later events have
+// the new name. So then one look at the folder that had the name puts right what was mistaken.
+
+static void _db_monitor_renamed_remove(db_monitor_folder_t *monitor, db_monitor_renamed_t **place) {
+    db_monitor_renamed_t *renamed = *place;
+    *place = renamed->next;
+    mem_free(renamed->from);
+    mem_free(renamed->to);
+    mem_free(renamed);
+    monitor->renamed_count--;
+}
+
+void _db_monitor_renamed_clear(db_monitor_folder_t *monitor) {
+    while (monitor->renamed)
+        _db_monitor_renamed_remove(monitor, &monitor->renamed);
+}
+
+// A folder goes, and what is below it.
+static void _db_monitor_renamed_drop(db_monitor_folder_t *monitor, const char *path, u32 length) {
+    for (db_monitor_renamed_t **place = &monitor->renamed; *place;) {
+        const char *to = (*place)->to;
+        if (_db_monitor_path_is_at(to, utf8_length(to), path, length))
+            _db_monitor_renamed_remove(monitor, place);
+        else
+            place = &(*place)->next;
+    }
+}
+
+// What had been renamed to something at or below the old name is at or below the new one now.
+static void _db_monitor_renamed_move(db_monitor_folder_t *monitor, const db_monitor_folder_event_t *rename) {
+    utf8_buf_t path;
+    utf8_buf_init(&path);
+    for (db_monitor_renamed_t *renamed = monitor->renamed; renamed; renamed = renamed->next) {
+        u32 length = utf8_length(renamed->to);
+        if (!_db_monitor_path_is_at(renamed->to, length, rename->path, rename->length))
+            continue;
+        utf8_buf_copy_utf8(&path, rename->new_path, rename->new_length);
+        utf8_buf_cat_utf8(&path, renamed->to + rename->length, length - rename->length);
+        renamed->to = utf8_replace_string(renamed->to, path.data);
+    }
+    utf8_buf_kill(&path);
+}
+
+static void _db_monitor_renamed_add(db_monitor_folder_t *monitor, const db_monitor_folder_event_t *rename) {
+    _db_monitor_renamed_drop(monitor, rename->new_path, rename->new_length); // it stands in their place
+    _db_monitor_renamed_move(monitor, rename);
+    auto *renamed = static_cast<db_monitor_renamed_t *>(mem_alloc(sizeof(db_monitor_renamed_t)));
+    *renamed = {monitor->renamed, os_get_tick_count(), utf8_alloc_copy_length(rename->path, rename->length),
+                utf8_alloc_copy_length(rename->new_path, rename->new_length)};
+    monitor->renamed = renamed;
+    monitor->renamed_count++;
+}
+
+static void _db_monitor_renamed_forget(db_monitor_folder_t *monitor) {
+    u32 now = os_get_tick_count(), kept = 0;
+    for (db_monitor_renamed_t **place = &monitor->renamed; *place;) {
+        if (now - (*place)->ticks > RENAMED_AGE || kept == RENAMED_MAX) {
+            _db_monitor_renamed_remove(monitor, place);
+        } else {
+            place = &(*place)->next;
+            kept++;
+        }
+    }
+}
+
+// A name is taken: folders that had it are looked at, behind the event.
+static void _db_monitor_renamed_look(const db_monitor_folder_event_t *event, const char *path, u32 length,
+                                     db_monitor_queue_t *again) {
+    db_monitor_folder_t *monitor = event->monitor;
+    for (db_monitor_renamed_t **place = &monitor->renamed; *place;) {
+        const db_monitor_renamed_t *renamed = *place;
+        if (utf8_length(renamed->from) != length || std::memcmp(renamed->from, path, length) != 0) {
+            place = &(*place)->next;
+            continue;
+        }
+        db_monitor_folder_event_t *look = _db_monitor_event_create(monitor, OS_WATCH_ADDED, renamed->to,
+                                                                   utf8_length(renamed->to), nullptr, 0);
+        look->number = event->number;
+        _db_monitor_queue_append(again, look);
+        _db_monitor_renamed_remove(monitor, place);
+    }
+}
+
 // --- Events ------------------------------------------------------------------------------------------------
 
 static bool _db_monitor_is_covered(const db_monitor_folder_t *monitor,
@@ -203,10 +294,17 @@ static void _db_monitor_look_up(db_monitor_reader_t *reader, db_monitor_folder_e
         _db_monitor_get_data(reader, event->new_path, event->new_length, &event->data);
         _db_monitor_get_parent(reader, event->new_path, event->new_length, &event->new_parent);
         _db_monitor_missed_move(event, again);
+        if (!event->data.is_known || event->data.is_folder) {
+            _db_monitor_renamed_add(monitor, event);
+            _db_monitor_renamed_look(event, event->new_path, event->new_length, again);
+        }
     } else if (event->action == OS_WATCH_REMOVED) {
         _db_monitor_missed_drop(monitor, event->path, event->length);
+        _db_monitor_renamed_drop(monitor, event->path, event->length);
     } else {
         _db_monitor_get_data(reader, event->path, event->length, &event->data);
+        if (event->action == OS_WATCH_ADDED && (!event->data.is_known || event->data.is_folder))
+            _db_monitor_renamed_look(event, event->path, event->length, again);
         if (!event->data.is_known) {
             _db_monitor_missed_add(monitor, event->path, event->length);
             std::lock_guard lock(reader->state->lock);
@@ -258,8 +356,10 @@ void _db_monitor_folder_get_fd_thread_proc(void *param) {
     auto *state = static_cast<db_monitor_folders_t *>(param);
     db_monitor_reader_t reader = {};
     reader.state = state;
-    for (db_monitor_folder_t *monitor = state->first; monitor; monitor = monitor->next)
+    for (db_monitor_folder_t *monitor = state->first; monitor; monitor = monitor->next) {
         _db_monitor_missed_forget(monitor);
+        _db_monitor_renamed_forget(monitor);
+    }
     bool has_same_parent;
     while (db_monitor_folder_event_t *event = _db_monitor_take_raw(state, &has_same_parent)) {
         db_monitor_queue_t again = {};

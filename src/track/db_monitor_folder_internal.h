@@ -63,6 +63,14 @@ struct db_monitor_missed_t {
     char *path;
 };
 
+// A folder that got another name, while another folder may come to the old one: what was looked up below the
+// old name in between is that other folder's.
+struct db_monitor_renamed_t {
+    db_monitor_renamed_t *next;
+    u32 ticks;
+    char *from, *to;
+};
+
 // A scan of the get-data thread: what was told as added below it until then needs none of its own.
 struct db_monitor_cover_t {
     u64 number; // of the last event that was told before it; 0 is none
@@ -91,6 +99,8 @@ struct db_monitor_folder_t {
     // Get-data thread.
     db_monitor_missed_t *missed;
     u32 missed_count;
+    db_monitor_renamed_t *renamed;
+    u32 renamed_count;
     db_monitor_cover_t covers[DB_MONITOR_COVER_COUNT]; // a ring
     u32 cover_next;
 
@@ -159,6 +169,7 @@ void _db_monitor_folder_thread_proc(void *param);
 bool _db_monitor_filter(void *param, const char *path, u32 length);
 void _db_monitor_folder_get_fd_thread_proc(void *param);
 void _db_monitor_missed_clear(db_monitor_folder_t *monitor);
+void _db_monitor_renamed_clear(db_monitor_folder_t *monitor);
 void _db_monitor_covers_clear(db_monitor_folder_t *monitor);
 
 // Posted, with the state.
