@@ -284,8 +284,7 @@ static u32 _put_name_value(u8 *value, u64 parent, const char *name, u32 bytes, b
     return NAME_VALUE + count * 2;
 }
 
-// --- Attributes: each takes the place where it is to stand, and returns the place behind it
-// ---------------------
+// --- Attributes: each takes the place where it is to stand, and returns the place behind it ---------------
 
 static u8 *_put_resident(u8 *attribute, u32 type, u32 value_length, u8 **value, const char16_t *name = u"") {
     const u32 name_length = static_cast<u32>(std::char_traits<char16_t>::length(name));

@@ -6,9 +6,9 @@
 #include "base/utf8.h"
 #include "index/db_create.h"
 #include "index/db_lifecycle.h"
-#include "track/db_schedule.h"
 #include "index/ntfs_volume.h"
 #include "os/os.h"
+#include "track/db_schedule.h"
 
 #include <cstring>
 

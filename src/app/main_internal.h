@@ -22,8 +22,7 @@ void main_report_stop(main_report_t *report);
 // The debug log's file. False, and empty, where the system names no place for it.
 bool main_get_log_filename(utf8_buf_t *out);
 
-// --- What a switch does without the application (main_tool.cpp)
-// ---------------------------------------------
+// --- What a switch does without the application (main_tool.cpp) -------------------------------------------
 
 // True when the process is to end after it.
 bool _main_do_command_line_installs(const command_line_t *line, int *exit_code);

@@ -170,8 +170,7 @@ static void _db_info_queue_proc(void *param) {
     _db_info_queue_release(queue);
 }
 
-// --- The cache's side
-// ---------------------------------------------------------------------------------------
+// --- The cache's side -------------------------------------------------------------------------------------
 
 db_info_list_t db_info_queue_renew(db_info_queue_t *queue, u32 sweep, const db_info_list_t *added) {
     db_info_list_t dropped = {};

@@ -108,8 +108,7 @@ bool os_console_write(int descriptor, const void *bytes, u32 size) {
     return os_write(reinterpret_cast<platform_file_t>(handle), bytes, size);
 }
 
-// --- The debug console
-// ------------------------------------------------------------------------------------------
+// --- The debug console ------------------------------------------------------------------------------------
 
 void os_console_open() {
     constexpr COORD BUFFER_SIZE = {80, 4096};
@@ -160,8 +159,7 @@ const char *os_get_system_name() {
     return os_is_nt ? "Windows NT" : "Windows";
 }
 
-// --- The fatal end
-// ----------------------------------------------------------------------------------------------
+// --- The fatal end ----------------------------------------------------------------------------------------
 
 static DWORD WINAPI _os_box_proc(void *param) {
     MessageBoxW(nullptr, static_cast<const wchar_t *>(param), L"Findwright",
@@ -199,8 +197,7 @@ void os_show_out_of_memory() {
     _os_show(TEXT, sizeof(TEXT) - 1);
 }
 
-// --- Arguments
-// --------------------------------------------------------------------------------------------------
+// --- Arguments --------------------------------------------------------------------------------------------
 
 void os_show_message(const char *text) {
     u32 length = static_cast<u32>(std::strlen(text));

@@ -13,8 +13,7 @@
 
 namespace findwright {
 
-// --- Paths
-// ------------------------------------------------------------------------------------------------------
+// --- Paths ------------------------------------------------------------------------------------------------
 
 // U+F05C, which stands inside for a `\` that is part of a name.
 static constexpr char NAME_BACKSLASH[] = "\xEF\x81\x9C";
@@ -55,8 +54,7 @@ void os_path_from_system(const char *name, u32 length, utf8_buf_t *out) {
     utf8_buf_cat_utf8(out, name + start, length - start);
 }
 
-// --- Open files
-// -------------------------------------------------------------------------------------------------
+// --- Open files -------------------------------------------------------------------------------------------
 
 static int _os_open_flags(u32 access, os_disposition_t disposition) {
     int flags = O_CLOEXEC | O_NOCTTY;
@@ -194,8 +192,7 @@ void os_flush_folder_of(const char *name) {
     close(descriptor);
 }
 
-// --- Names
-// ------------------------------------------------------------------------------------------------------
+// --- Names ------------------------------------------------------------------------------------------------
 
 // Fails when the target exists. Where the file system cannot do that in one step, it is looked for first.
 static int _os_rename_new(const char *from, const char *to) {

@@ -15,8 +15,7 @@ void os_path_from_system(const char *name, u32 length, utf8_buf_t *out) {
     utf8_buf_copy_utf8(out, name, length);
 }
 
-// --- Open files
-// -------------------------------------------------------------------------------------------------
+// --- Open files -------------------------------------------------------------------------------------------
 
 static HANDLE _os_handle(platform_file_t file) {
     return reinterpret_cast<HANDLE>(file);
@@ -116,8 +115,7 @@ void os_follow_links(const char *name, utf8_buf_t *out) {
 
 void os_make_private(const char *) {}
 
-// --- Names
-// ------------------------------------------------------------------------------------------------------
+// --- Names ------------------------------------------------------------------------------------------------
 
 static bool _os_move(const wchar_t *from, const wchar_t *to, bool replace) {
     return MoveFileExW(from, to, replace ? MOVEFILE_REPLACE_EXISTING : 0) != 0;

@@ -11,8 +11,7 @@
 
 namespace findwright {
 
-// --- The loader
-// ---------------------------------------------------------------------------------------------------------
+// --- The loader -------------------------------------------------------------------------------------------
 
 static std::atomic<os_load_filter_t *> _os_filter_loader;
 
@@ -43,8 +42,7 @@ void os_filter_set_loader(os_load_filter_t *loader) {
     _os_filter_loader.store(loader);
 }
 
-// --- Objects
-// ------------------------------------------------------------------------------------------------------------
+// --- Objects ----------------------------------------------------------------------------------------------
 
 // A reference to an object, given back at the end of a scope.
 template<class T>
@@ -60,8 +58,7 @@ struct os_com_t {
     T *object = nullptr;
 };
 
-// --- Text
-// ---------------------------------------------------------------------------------------------------------------
+// --- Text -------------------------------------------------------------------------------------------------
 
 static constexpr u32 FILTER_UNITS = 32768; // asked for at once, UTF-16
 
@@ -121,8 +118,7 @@ static void _os_filter_read_chunks(os_filter_reading_t *reading) {
     mem_free(reading->units);
 }
 
-// --- A file
-// -------------------------------------------------------------------------------------------------------------
+// --- A file -----------------------------------------------------------------------------------------------
 
 static os_filter_result_t _os_filter_fail(const char *message) {
     debug_printf("%s", message);

@@ -18,8 +18,7 @@
 
 namespace findwright {
 
-// --- Data of an item
-// --------------------------------------------------------------------------------------------
+// --- Data of an item --------------------------------------------------------------------------------------
 
 static constexpr u32 STATX_WANTED =
     STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_MTIME | STATX_ATIME | STATX_BTIME;
@@ -63,8 +62,7 @@ static void _os_folder_set_unknown(os_folder_entry_t *entry, u8 type, u64 device
     entry->device = device;
 }
 
-// --- Opening
-// ----------------------------------------------------------------------------------------------------
+// --- Opening ----------------------------------------------------------------------------------------------
 
 static constexpr int FOLDER_FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
@@ -127,8 +125,7 @@ static int _os_folder_open(const char *path, u32 root_length) {
     return folder;
 }
 
-// --- Listing
-// ----------------------------------------------------------------------------------------------------
+// --- Listing ----------------------------------------------------------------------------------------------
 
 // 1,000 to 2,000 names: a larger one does not fit the first caches and takes no less time.
 static constexpr u32 LIST_BYTES = 64 * 1024;
@@ -235,8 +232,7 @@ bool os_folder_get_link_entry(const char *path, os_folder_entry_t *entry) {
     return _os_folder_get(path, entry, AT_SYMLINK_NOFOLLOW);
 }
 
-// --- File systems
-// -----------------------------------------------------------------------------------------------
+// --- File systems -----------------------------------------------------------------------------------------
 
 // Those that linux/magic.h has no name for are from the kernel's own sources.
 static constexpr u32 VIRTUAL_FILE_SYSTEMS[] = {

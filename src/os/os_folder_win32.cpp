@@ -24,8 +24,7 @@ static void _os_folder_set_data(os_folder_entry_t *entry, const Data *data) {
     entry->device = 0;
 }
 
-// --- Paths
-// ------------------------------------------------------------------------------------------------------
+// --- Paths ------------------------------------------------------------------------------------------------
 
 static bool _os_folder_has_drive(const char *path, u32 length) {
     auto letter = static_cast<u8>(path[0] | 0x20);
@@ -55,8 +54,7 @@ static const wchar_t *_os_folder_text(const wchar_buf_t *path) {
     return reinterpret_cast<const wchar_t *>(path->data);
 }
 
-// --- Listing
-// ----------------------------------------------------------------------------------------------------
+// --- Listing ----------------------------------------------------------------------------------------------
 
 // The short names cost a look-up for each item and the small pieces a call for every few of them; before
 // version 6.1 the system knows no other way.

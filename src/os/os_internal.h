@@ -7,8 +7,7 @@
 
 namespace findwright {
 
-// --- Start and end (os_posix.cpp, os_win32.cpp)
-// ---------------------------------------------------------------
+// --- Start and end (os_posix.cpp, os_win32.cpp) -----------------------------------------------------------
 
 // Fills what the platform knows: version, processor count, optional functions. Before anything else.
 void os_platform_init();
@@ -20,8 +19,7 @@ void os_locale_fill_table(platform_t *table);
 
 extern u32 os_processor_count;
 
-// --- Threads
-// ----------------------------------------------------------------------------------------------------
+// --- Threads ----------------------------------------------------------------------------------------------
 
 using os_raw_thread_t = std::uintptr_t;
 
@@ -39,8 +37,7 @@ void os_apartment_leave(bool entered);
 // The pool (os_thread.cpp). os_pool_kill ends the threads that wait in it.
 void os_pool_kill();
 
-// --- Main loop
-// --------------------------------------------------------------------------------------------------
+// --- Main loop --------------------------------------------------------------------------------------------
 
 void os_loop_init();
 void os_loop_kill();
@@ -58,8 +55,7 @@ void event_dispatch_alarms();
 // A clock that nothing sets, in milliseconds since some time before the process.
 u64 os_get_milliseconds();
 
-// --- Files (os_file_*.cpp)
-// --------------------------------------------------------------------------------------
+// --- Files (os_file_*.cpp) --------------------------------------------------------------------------------
 
 // os_open without the log line.
 platform_file_t os_open_quiet(const char *name, u32 access, u32 share, os_disposition_t disposition,
@@ -76,8 +72,7 @@ void os_flush_folder_of(const char *name);
 // The file that a name leads to through links; on Windows, and where it leads nowhere, the name itself.
 void os_follow_links(const char *name, utf8_buf_t *out);
 
-// --- Time (os_time.cpp)
-// -----------------------------------------------------------------------------------------
+// --- Time (os_time.cpp) -----------------------------------------------------------------------------------
 
 inline constexpr u64 OS_TICKS_PER_SECOND = 10000000;
 inline constexpr u64 OS_TICKS_PER_MILLISECOND = 10000;
@@ -89,8 +84,7 @@ bool os_local_fields(u64 file_time, u16 fields[7]);
 // Copies a text of a length with a terminator, as much as fits into `capacity` bytes; the length copied.
 u32 os_copy_text(char *out, u32 capacity, const char *text, u32 length);
 
-// --- Console (os_console_*.cpp)
-// ---------------------------------------------------------------------------------
+// --- Console (os_console_*.cpp) ---------------------------------------------------------------------------
 
 void os_console_open();  // makes one if there is no standard error
 void os_console_close(); // of one's own making

@@ -21,8 +21,7 @@
 
 namespace findwright {
 
-// --- Start and end
-// ----------------------------------------------------------------------------------------------
+// --- Start and end ----------------------------------------------------------------------------------------
 
 static void _os_read_version() {
     utsname name;
@@ -71,8 +70,7 @@ void os_error_text(u32 error, char *out, u32 capacity) {
     os_copy_text(out, capacity, found, static_cast<u32>(std::strlen(found)));
 }
 
-// --- Memory and folders
-// -----------------------------------------------------------------------------------------
+// --- Memory and folders -----------------------------------------------------------------------------------
 
 static constexpr int RESERVED = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
 
@@ -180,8 +178,7 @@ void os_platform_fill_table(platform_t *table) {
     table->current_directory = _os_current_directory;
 }
 
-// --- Threads and events
-// -----------------------------------------------------------------------------------------
+// --- Threads and events -----------------------------------------------------------------------------------
 
 struct _raw_thread_t {
     pthread_t thread;
@@ -318,8 +315,7 @@ int os_deadline_left(u64 deadline) {
     return deadline > now ? static_cast<int>(std::min<u64>(deadline - now, INT_MAX)) : 0;
 }
 
-// --- Main loop
-// --------------------------------------------------------------------------------------------------
+// --- Main loop --------------------------------------------------------------------------------------------
 
 struct os_loop_watch_t {
     int descriptor;

@@ -35,8 +35,7 @@ static bool _os_quit_post() {
     return _quit_is_watched;
 }
 
-// --- Console
-// ----------------------------------------------------------------------------------------------------
+// --- Console ----------------------------------------------------------------------------------------------
 
 // On a thread of the system's. After a Ctrl+C the process goes on; after the others the system ends it as
 // soon as this returns.
@@ -48,8 +47,7 @@ static BOOL WINAPI _os_quit_console_proc(DWORD event) {
     return TRUE;
 }
 
-// --- Window
-// -----------------------------------------------------------------------------------------------------
+// --- Window -----------------------------------------------------------------------------------------------
 
 // Tests find the window by this name.
 static constexpr wchar_t QUIT_CLASS[] = L"FINDWRIGHT_QUIT";
@@ -87,8 +85,7 @@ static HWND _os_quit_create_window() {
     return window;
 }
 
-// --- Watch
-// ------------------------------------------------------------------------------------------------------
+// --- Watch ------------------------------------------------------------------------------------------------
 
 static void _os_quit_set_watched(bool is_watched) {
     std::lock_guard lock(_quit_lock);

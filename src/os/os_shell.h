@@ -1,8 +1,8 @@
-// What the desktop knows of files: the names of their types, where the user's well-known folders are, and what
-// opens them.
+// What the desktop knows of files: the names of their types, where the user's well-known folders are, and
+// what opens them.
 //
-// Any thread. Nothing but an opening is an error: what the system does not know comes back empty or false. On POSIX the
-// table of the types is read when the first one is asked for, and kept until os_shell_kill.
+// Any thread. Nothing but an opening is an error: what the system does not know comes back empty or false. On
+// POSIX the table of the types is read when the first one is asked for, and kept until os_shell_kill.
 #pragma once
 
 #include "base/types.h"

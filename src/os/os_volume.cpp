@@ -29,8 +29,7 @@ void os_volume_close(os_volume_t *volume) {
     mem_free(volume);
 }
 
-// --- Memory
-// -----------------------------------------------------------------------------------------------------
+// --- Memory -----------------------------------------------------------------------------------------------
 
 static i64 _os_memory_read(os_volume_t *volume, u64 offset, void *bytes, u32 size) {
     std::memcpy(bytes, volume->memory + offset, size);
@@ -47,8 +46,7 @@ os_volume_t *os_volume_open_memory(const void *bytes, u64 size) {
     return volume;
 }
 
-// --- Parts
-// ------------------------------------------------------------------------------------------------------
+// --- Parts ------------------------------------------------------------------------------------------------
 
 static i64 _os_part_read(os_volume_t *volume, u64 offset, void *bytes, u32 size) {
     return os_volume_read(volume->parent, volume->offset + offset, bytes, size);
@@ -79,8 +77,7 @@ os_volume_t *os_volume_open_part(os_volume_t *parent, u64 offset, u64 size) {
     return volume;
 }
 
-// --- Operations
-// -------------------------------------------------------------------------------------------------
+// --- Operations -------------------------------------------------------------------------------------------
 
 u64 os_volume_get_size(const os_volume_t *volume) {
     return volume->size;

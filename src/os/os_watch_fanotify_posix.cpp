@@ -63,8 +63,7 @@ struct os_watch_fan_t {
     alignas(fanotify_event_metadata) char buffer[READ_SIZE];
 };
 
-// --- Roots
-// ------------------------------------------------------------------------------------------------------
+// --- Roots ------------------------------------------------------------------------------------------------
 
 bool os_watch_fanotify_is_whole(const char *path) {
     struct statx info;
@@ -155,8 +154,7 @@ void os_watch_fanotify_kill(os_watch_t *watch) {
     watch->fan = nullptr;
 }
 
-// --- Folders by handles
-// -----------------------------------------------------------------------------------------
+// --- Folders by handles -----------------------------------------------------------------------------------
 
 static bool _os_watch_fan_read_link(int descriptor, char *out, size_t capacity) {
     char name[64];
@@ -230,8 +228,7 @@ static fan_folder_t *_os_watch_fan_find(os_watch_t *watch, u32 root, file_handle
     return folder;
 }
 
-// --- Events
-// -----------------------------------------------------------------------------------------------------
+// --- Events -----------------------------------------------------------------------------------------------
 
 // A folder and a name in it, as an event has them.
 struct fan_place_t {
@@ -369,8 +366,7 @@ static void _os_watch_fan_take(os_watch_t *watch, const fan_event_t *event) {
     }
 }
 
-// --- Reading
-// ----------------------------------------------------------------------------------------------------
+// --- Reading ----------------------------------------------------------------------------------------------
 
 template<class Each>
 static void _os_watch_fan_each(char *bytes, size_t size, Each each) {

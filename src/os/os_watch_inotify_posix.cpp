@@ -13,8 +13,7 @@ static constexpr size_t READ_SIZE = 64 * 1024;
 static constexpr size_t INPUT_MAX = 64 * 1024 * 1024; // above that a scan is cheaper
 static constexpr size_t INPUT_KEEP = 1024 * 1024;
 
-// --- Reading
-// ----------------------------------------------------------------------------------------------------
+// --- Reading ----------------------------------------------------------------------------------------------
 
 static void _os_watch_input_grow(os_watch_t *watch) {
     size_t size = watch->input_size ? watch->input_size * 2 : READ_SIZE * 2;
@@ -51,8 +50,7 @@ static void _os_watch_input_clear(os_watch_t *watch) {
     }
 }
 
-// --- What left its place
-// ----------------------------------------------------------------------------------------
+// --- What left its place ----------------------------------------------------------------------------------
 
 static void _os_watch_cat_child(const os_watch_node_t *parent, const char *name, u32 length,
                                 utf8_buf_t *path) {
@@ -132,8 +130,7 @@ static os_watch_from_t *_os_watch_from_find(const os_watch_t *watch, const os_wa
     return from;
 }
 
-// --- Events
-// -----------------------------------------------------------------------------------------------------
+// --- Events -----------------------------------------------------------------------------------------------
 
 // One event, at one of the nodes of its watch.
 struct take_t {
@@ -401,8 +398,7 @@ static void _os_watch_take_all(take_t *take, int number) {
     }
 }
 
-// --- Many changes of one item
-// -------------------------------------------------------------------------------------
+// --- Many changes of one item -----------------------------------------------------------------------------
 
 static constexpr u32 MODIFIED_MASK = IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB;
 
@@ -472,8 +468,7 @@ void os_watch_take(os_watch_t *watch) {
     utf8_buf_kill(&take.name);
 }
 
-// --- Overflow
-// ---------------------------------------------------------------------------------------------------
+// --- Overflow ---------------------------------------------------------------------------------------------
 
 // With a queue of its own: taking back the watches would fill the old one again.
 void os_watch_restart(os_watch_t *watch) {

@@ -19,8 +19,7 @@ namespace findwright {
 // Milliseconds for the other half of a rename to come: the system queues both in one call.
 static constexpr int FROM_TIMEOUT = 20;
 
-// --- What the files of the watch share
-// --------------------------------------------------------------------------
+// --- What the files of the watch share --------------------------------------------------------------------
 
 void os_watch_tell(os_watch_t *watch, os_watch_action_t action, const os_watch_root_t *root,
                    const utf8_buf_t *path, const utf8_buf_t *new_path) {
@@ -49,8 +48,7 @@ void os_watch_cat_name(utf8_buf_t *path, const char *name, u32 length) {
     utf8_buf_cat_utf8(path, name, length);
 }
 
-// --- Roots
-// ------------------------------------------------------------------------------------------------------
+// --- Roots ------------------------------------------------------------------------------------------------
 
 static os_watch_root_t *_os_watch_root_create(os_watch_t *watch, const char *path) {
     u32 handle = 0;
@@ -177,8 +175,7 @@ void os_watch_set_limit(os_watch_t *watch, u32 count) {
     watch->limit = count;
 }
 
-// --- Watch
-// ------------------------------------------------------------------------------------------------------
+// --- Watch ------------------------------------------------------------------------------------------------
 
 os_watch_t *os_watch_create(os_watch_filter_t *filter, void *param) {
     auto *watch = new (mem_alloc(sizeof(os_watch_t))) os_watch_t();

@@ -8,8 +8,7 @@ namespace findwright {
 
 static constexpr u32 NAME_MIN_BITS = 6;
 
-// --- Paths
-// ------------------------------------------------------------------------------------------------------
+// --- Paths ------------------------------------------------------------------------------------------------
 
 static bool _os_watch_ends_with_separator(const char *path, u32 length) {
     return length && path[length - 1] == '\\';
@@ -33,8 +32,7 @@ void os_watch_get_path(const os_watch_node_t *node, utf8_buf_t *out) {
     utf8_buf_set_length(out, length);
 }
 
-// --- Names
-// ------------------------------------------------------------------------------------------------------
+// --- Names ------------------------------------------------------------------------------------------------
 
 static u32 _os_watch_name_slot(const os_watch_t *watch, const os_watch_node_t *parent, const char *name,
                                u32 length) {
@@ -109,8 +107,7 @@ static void _os_watch_unlink(os_watch_t *watch, os_watch_node_t *node) {
         node->next->prev = node->prev;
 }
 
-// --- Nodes
-// ------------------------------------------------------------------------------------------------------
+// --- Nodes ------------------------------------------------------------------------------------------------
 
 os_watch_node_t *os_watch_find_watch(const os_watch_t *watch, int number) {
     os_watch_node_t **first = number > 0 ? ref_map_find(&watch->by_watch, static_cast<u32>(number)) : nullptr;

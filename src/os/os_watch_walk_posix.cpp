@@ -20,8 +20,7 @@ static constexpr u32 END_MASK = IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_
 // queue up.
 static constexpr u32 DRAIN_INTERVAL = 256;
 
-// --- Watches
-// ----------------------------------------------------------------------------------------------------
+// --- Watches ----------------------------------------------------------------------------------------------
 
 // The number of the folder's watch; -1 with errno. A folder that is watched already keeps its number.
 static int _os_watch_set(os_watch_t *watch, const char *path, bool is_root) {
@@ -76,8 +75,7 @@ void os_watch_drop(os_watch_t *watch, os_watch_node_t *node) {
     }
 }
 
-// --- Listing
-// ----------------------------------------------------------------------------------------------------
+// --- Listing ----------------------------------------------------------------------------------------------
 
 static bool _os_watch_is_folder(int folder, const dirent *entry, u64 device) {
     if (entry->d_type != DT_DIR && entry->d_type != DT_UNKNOWN)
@@ -115,8 +113,7 @@ static bool _os_watch_list(const os_watch_node_t *node, const char *path, utf8_b
     return true;
 }
 
-// --- Walk
-// -------------------------------------------------------------------------------------------------------
+// --- Walk -------------------------------------------------------------------------------------------------
 
 static void _os_watch_push(os_watch_found_t *list, os_watch_node_t *node) {
     if (list->count == list->capacity) {

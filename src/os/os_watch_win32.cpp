@@ -47,8 +47,7 @@ struct os_watch_t {
     bool told;
 };
 
-// --- Telling
-// ----------------------------------------------------------------------------------------------------
+// --- Telling ----------------------------------------------------------------------------------------------
 
 static void _os_watch_tell(os_watch_t *watch, const os_watch_root_t *root, os_watch_action_t action,
                            const utf8_buf_t *path = nullptr, const utf8_buf_t *new_path = nullptr) {
@@ -159,8 +158,7 @@ static void _os_watch_take(os_watch_t *watch, os_watch_root_t *root, u32 size) {
     utf8_buf_kill(&path);
 }
 
-// --- Roots
-// ------------------------------------------------------------------------------------------------------
+// --- Roots ------------------------------------------------------------------------------------------------
 
 static bool _os_watch_shrink(os_watch_root_t *root) {
     if (root->buffer_size > BUFFER_LARGE)
@@ -268,8 +266,7 @@ u32 os_watch_get_watch_count(const os_watch_t *, u32) {
 
 void os_watch_set_limit(os_watch_t *, u32) {}
 
-// --- Watch
-// ------------------------------------------------------------------------------------------------------
+// --- Watch ------------------------------------------------------------------------------------------------
 
 os_watch_t *os_watch_create(os_watch_filter_t *filter, void *param) {
     auto *watch = new (mem_alloc(sizeof(os_watch_t))) os_watch_t();

@@ -13,8 +13,7 @@ namespace findwright {
 os_optional_t os_optional;
 HWND os_notification_window;
 
-// --- Start and end
-// ----------------------------------------------------------------------------------------------
+// --- Start and end ----------------------------------------------------------------------------------------
 
 template<class T>
 static void _os_resolve(T *function, HMODULE module, const char *name) {
@@ -103,8 +102,7 @@ void os_error_text(u32 error, char *out, u32 capacity) {
     utf8_buf_kill(&buf);
 }
 
-// --- Memory and folders
-// -----------------------------------------------------------------------------------------
+// --- Memory and folders -----------------------------------------------------------------------------------
 
 static void *_os_reserve(size_t bytes) {
     return VirtualAlloc(nullptr, bytes, MEM_RESERVE, PAGE_NOACCESS);
@@ -187,8 +185,7 @@ void os_platform_fill_table(platform_t *table) {
     table->current_directory = _os_current_directory;
 }
 
-// --- Threads and events
-// -----------------------------------------------------------------------------------------
+// --- Threads and events -----------------------------------------------------------------------------------
 
 struct _raw_thread_t {
     HANDLE handle;
@@ -259,8 +256,7 @@ u32 os_event_wait(os_event_t *event, u32 timeout) {
     return WaitForSingleObject(event, timeout);
 }
 
-// --- Main loop
-// --------------------------------------------------------------------------------------------------
+// --- Main loop --------------------------------------------------------------------------------------------
 
 static constexpr UINT_PTR LOOP_ALARM = 1;
 

@@ -1,8 +1,8 @@
 // Compiles source terms into executable ones. The order of the rules is a contract: the first that fits wins.
 #include "base/mem.h"
 #include "base/utf8.h"
-#include "os/os.h"
 #include "db/db_item_set.h"
+#include "os/os.h"
 #include "query/db_query_internal.h"
 #include "query/db_regex.h"
 #include "query/db_search.h"

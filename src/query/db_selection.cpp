@@ -2,9 +2,9 @@
 
 #include "base/mem.h"
 #include "db/db_file.h"
+#include "db/db_item_set.h"
 #include "os/debug.h"
 #include "os/os.h"
-#include "db/db_item_set.h"
 #include "query/db_result_internal.h"
 
 namespace findwright {

@@ -2,10 +2,10 @@
 // picking the results out of it, which compares nothing; or by gathering their keys and sorting those
 // (db_sort_gather.cpp).
 #include "base/mem.h"
+#include "db/db_item_set.h"
 #include "os/debug.h"
 #include "os/os.h"
 #include "os/os_parallel.h"
-#include "db/db_item_set.h"
 #include "query/db_sort_internal.h"
 #include "track/db_recent_change.h"
 #include "track/db_run_history.h"

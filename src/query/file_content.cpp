@@ -37,8 +37,7 @@ static bool _content_is_cancelled(content_search_t *search) {
     return search->ended;
 }
 
-// --- Windows of the text
-// ---------------------------------------------------------------------------------------------------------------
+// --- Windows of the text ----------------------------------------------------------------------------------
 //
 // A test sees the edges of what it is given as the edges of the text. So a window that is cut out of a text
 // gets one more byte at each cut: CONTENT_EDGE_BYTES has them, a word character where the text has one, so
@@ -113,8 +112,7 @@ static void _content_test_window(content_search_t *search) {
     std::memmove(text, text + start, search->length);
 }
 
-// --- Text comes
-// ---------------------------------------------------------------------------------------------------------------
+// --- Text comes -------------------------------------------------------------------------------------------
 
 // `size`: about how many bytes of text to expect.
 static void _content_init(content_search_t *search, const file_content_matcher_t *matcher, u64 size) {
@@ -179,8 +177,7 @@ static bool _content_finish(content_search_t *search) {
     return search->matched;
 }
 
-// --- Bytes to text
-// ---------------------------------------------------------------------------------------------------------------
+// --- Bytes to text ----------------------------------------------------------------------------------------
 
 struct content_converter_t {
     file_content_encoding_t encoding;
@@ -229,8 +226,7 @@ static void _content_convert(content_converter_t *converter, content_search_t *s
     _content_add(search, converter->text.data, static_cast<u32>(converter->text.length));
 }
 
-// --- Files
-// ---------------------------------------------------------------------------------------------------------------
+// --- Files ------------------------------------------------------------------------------------------------
 
 // False when the file cannot be read.
 static bool _content_read(content_search_t *search, platform_file_t file, content_converter_t *converter,

@@ -49,8 +49,8 @@ db_file_t *db_file_rename(db_t *db, db_file_t *file, db_folder_t *parent, const 
 // Writes the columns that the index keeps and that differ. True when any did.
 bool db_file_update_info(db_t *db, db_file_t *file, const db_file_info_t *info, u64 date);
 
-// Something happened to a file or folder that no column of the index shows. What was read of it besides is read
-// again when it is shown; and where the index holds no date of its last change, this is one.
+// Something happened to a file or folder that no column of the index shows. What was read of it besides is
+// read again when it is shown; and where the index holds no date of its last change, this is one.
 void db_item_touch(db_t *db, const db_item_t *item, bool is_folder, u64 date);
 
 // --- Folders -----------------------------------------------------------------------------------------------
