@@ -50,7 +50,7 @@ static array_t db_t::*const _db_arrays[] = {
 static void _db_forget_run_history(db_t *db) {
     if (db->run_history_save)
         event_remove(db->run_history_save, db);
-    db->run_history_save = nullptr;
+    db->run_history_save_posted = 0;
     db->run_history_loaded = db->run_history_dirty = 0;
 }
 

@@ -140,7 +140,8 @@ struct db_t {
     array_t run_history_by_item, run_history_links_by_count, run_history_links_by_date; // links to items
     u32 run_history_loaded;
     u32 run_history_dirty;                 // it differs from its file
-    void (*run_history_save)(void *param); // what writes it, while that is posted for later; or 0
+    void (*run_history_save)(void *param); // what writes it, once that was posted for later; or 0
+    u32 run_history_save_posted;
 
     // Items whose data has changed since the owners of the queries were told, by reference.
     array_t updated_items;

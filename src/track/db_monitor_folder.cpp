@@ -6,6 +6,7 @@
 #include "os/event.h"
 #include "os/os.h"
 #include "track/db_monitor_folder_internal.h"
+#include "track/db_schedule.h"
 
 #include <cstring>
 #include <new>
@@ -133,6 +134,9 @@ static void _db_monitor_add(db_monitor_folders_t *state, db_index_folder_t *inde
     monitor->length = utf8_length(index->path);
     while (monitor->length && index->path[monitor->length - 1] == '\\')
         monitor->length--;
+    monitor->buffer_size = index->buffer_size;
+    monitor->rescan_if_full = index->rescan_if_full;
+    monitor->has_schedule = index->update_type != DB_SCHEDULE_NEVER;
     monitor->path = utf8_alloc_copy_length(index->path, monitor->length);
     db_monitor_folder_t **place = &state->first;
     while (*place)

@@ -229,12 +229,13 @@ static void _db_monitor_apply_renamed(db_monitor_folder_event_t *event, u64 date
     } else {
         is_unsure = true;
     }
-    if (is_unsure && data->is_known) {
+    if (!is_unsure)
+        return;
+    if (data->is_known)
         _db_monitor_look_again(monitor, event->new_path, event->new_length);
-    } else if (is_unsure) { // the next rename of it has the doubt then
-        std::lock_guard lock(monitor->state->lock);
-        _db_monitor_doubt_add(monitor, event->new_path, event->new_length);
-    }
+    // The next rename of it has the doubt, too: it may come before the look, which then finds nothing there.
+    std::lock_guard lock(monitor->state->lock);
+    _db_monitor_doubt_add(monitor, event->new_path, event->new_length);
 }
 
 static void _db_monitor_apply_parent(db_monitor_folder_t *monitor, const db_monitor_data_t *data,

@@ -85,6 +85,9 @@ struct db_monitor_folder_t {
     db_index_folder_t *index;
     char *path; // without a separator at its end
     u32 length;
+    // Of the index, which the main thread changes with the settings.
+    u32 buffer_size, rescan_if_full;
+    bool has_schedule;
 
     // Monitor thread.
     u32 root; // of the watch; OS_WATCH_NONE: not followed

@@ -4,7 +4,6 @@
 #include "os/os.h"
 #include "os/os_folder.h"
 #include "track/db_monitor_folder_internal.h"
-#include "track/db_schedule.h"
 
 #include <algorithm>
 #include <cstring>
@@ -53,7 +52,7 @@ static void _db_monitor_set_limited(db_monitor_folder_t *monitor) {
         db_set_status(state->db, "Too many folders to follow changes in %s", name.data);
         utf8_buf_kill(&name);
     }
-    if (monitor->is_limit_said && monitor->index->update_type == DB_SCHEDULE_NEVER) {
+    if (monitor->is_limit_said && !monitor->has_schedule) {
         std::lock_guard lock(state->lock);
         _db_monitor_ask_rescan(monitor);
     }
@@ -70,7 +69,7 @@ static db_monitor_folder_t *_db_monitor_find_root(const db_monitor_folders_t *st
 }
 
 static void _db_monitor_take_overflow(db_monitor_folder_t *monitor) {
-    debug_printf("need to rescan %d %s\n", monitor->index->rescan_if_full, monitor->path);
+    debug_printf("need to rescan %d %s\n", monitor->rescan_if_full, monitor->path);
     std::lock_guard lock(monitor->state->lock);
     _db_monitor_drop_events(monitor);
     _db_monitor_ask_rescan(monitor);
@@ -118,7 +117,7 @@ static void _db_monitor_follow(db_monitor_folder_t *monitor) {
         _db_monitor_set_retry(monitor, OS_INFINITE / 2);
         return;
     }
-    monitor->root = os_watch_add(state->watch, path, monitor->index->buffer_size);
+    monitor->root = os_watch_add(state->watch, path, monitor->buffer_size);
     u32 error = os_get_last_error();
     if (monitor->root != OS_WATCH_NONE) {
         monitor->retry_delay_ms = 0;

@@ -292,7 +292,7 @@ bool db_run_history_save(db_t *db) {
 
 static void _db_run_history_save_proc(void *param) {
     auto *db = static_cast<db_t *>(param);
-    db->run_history_save = nullptr;
+    db->run_history_save_posted = 0;
     if (db_is_ready(db))
         db_run_history_save(db);
     else
@@ -301,8 +301,9 @@ static void _db_run_history_save_proc(void *param) {
 
 void _db_run_history_set_dirty(db_t *db) {
     db->run_history_dirty = 1;
-    if (db->run_history_save || !_db_run_history_has_changed(db))
+    if (db->run_history_save_posted || !_db_run_history_has_changed(db))
         return;
+    db->run_history_save_posted = 1;
     db->run_history_save = _db_run_history_save_proc;
     event_post_after(DB_RUN_HISTORY_SAVE_DELAY, _db_run_history_save_proc, db);
 }
@@ -310,7 +311,7 @@ void _db_run_history_set_dirty(db_t *db) {
 static void _db_run_history_forget_save(db_t *db) {
     if (db->run_history_save)
         event_remove(db->run_history_save, db);
-    db->run_history_save = nullptr;
+    db->run_history_save_posted = 0;
 }
 
 // --- All at once -------------------------------------------------------------------------------------------

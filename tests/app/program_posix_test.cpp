@@ -89,7 +89,7 @@ class ProgramSources : public Program {
         volumes = "ntfs_volume_guids=" + quoted("v1.img") + "," + quoted("v2.img") + "\n" +
                   "ntfs_volume_paths=\"C:\",\"D:\"\n";
         lists = "filelists=" + quoted("lists/l1.fwl") + "," + quoted("lists/l2.fwl") + "\n";
-        tree = "folders=" + quoted("tree") + "\n";
+        tree = "folders=" + quoted("tree") + "\nfolder_monitor_changes=0\n"; // each scan is counted here
         std::ifstream sample(FINDWRIGHT_TEST_DATA "/sample.txt");
         for (std::string line; std::getline(sample, line);)
             (program_has(line, "\td\t") ? all.folders : all.files) += 2;

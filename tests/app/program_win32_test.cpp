@@ -115,7 +115,7 @@ class ProgramWin32 : public testing::Test {
                                "auto_remove_offline_ntfs_volumes=0\n" // the system does not show this one
                                "ntfs_volume_paths=\"N:\"\nntfs_volume_guids=" +
                                    std::string(VOLUME) + "\nfilelists=" + quoted("list.fwl") +
-                                   "\nfolders=" + quoted("tree") + "\n");
+                                   "\nfolders=" + quoted("tree") + "\nfolder_monitor_changes=0\n");
         std::ifstream sample(FINDWRIGHT_TEST_DATA "\\sample.txt");
         ASSERT_TRUE(sample);
         for (std::string line; std::getline(sample, line);)

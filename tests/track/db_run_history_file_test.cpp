@@ -100,15 +100,20 @@ TEST(DbRunHistoryFile, NamesSurvive) {
     utf8_buf_t text, path;
     utf8_buf_init(&text);
     utf8_buf_init(&path);
+    bool is_posix = os_path_separator == '/';
     for (std::string name : {"\\home\\\xFF\xC3", "\\home\\line\nend\r",
                              "\\home\\a\xEF\x81\x9C"
                              "b",
                              "\\", "\\a", "C:\\x", "\\\\server\\share\\x", "\\home\\\xEF\x80", "relative"}) {
+        if (!is_posix && name.find('\n') != std::string::npos)
+            continue; // no name there
         db_run_history_path_to_text(name.data(), static_cast<u32>(name.size()), &text);
         std::string line(text.data, static_cast<size_t>(text.length));
         EXPECT_EQ(line.find_first_of("\r\n"), std::string::npos);
         db_run_history_path_from_text(text.data, static_cast<u32>(text.length), &path);
-        EXPECT_EQ(std::string(path.data, static_cast<size_t>(path.length)), name == "\\" ? "" : name) << line;
+        EXPECT_EQ(std::string(path.data, static_cast<size_t>(path.length)),
+                  is_posix && name == "\\" ? "" : name)
+            << line;
     }
     utf8_buf_kill(&text);
     utf8_buf_kill(&path);
@@ -192,7 +197,7 @@ TEST(DbRunHistoryFile, IsWrittenByItselfAndBeforeARebuild) {
     file_t test;
     db_t *db = test.open();
     set(db, "C:\\a", 1, 1);
-    EXPECT_TRUE(db->run_history_save);
+    EXPECT_TRUE(db->run_history_save_posted);
     db_wanted_t wanted;
     db_wanted_init(&wanted);
     db_rebuild_start(db, &wanted, nullptr);
@@ -203,7 +208,7 @@ TEST(DbRunHistoryFile, IsWrittenByItselfAndBeforeARebuild) {
     set(db, "C:\\b", 1, 1);
     db->run_history_save(db); // as if the time had passed
     EXPECT_NE(test.text().find("C:\\b"), std::string::npos);
-    EXPECT_FALSE(db->run_history_save);
+    EXPECT_FALSE(db->run_history_save_posted);
     db_wanted_kill(&wanted);
 }
 

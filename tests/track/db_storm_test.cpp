@@ -8,6 +8,7 @@
 #include "db/db_file.h"
 #include "os/event.h"
 #include "os/os_test_support.h"
+#include "os/os_watch_test_support.h"
 #include "query/db_live_result.h"
 #include "query/db_query.h"
 #include "support/db_compare.h"
@@ -220,6 +221,8 @@ TEST_F(DbStorm, ScansMakeTheIndexTrue) {
 // The system may tell of a change a while after it, so that the index is given its time; but it must get
 // there by itself.
 TEST_F(DbStorm, MonitorsKeepTheIndexTrue) {
+    if (!test_watch_has_trees())
+        GTEST_SKIP();
     run(true, [](storm_t *storm) {
         const auto end = clock_t::now() + std::chrono::seconds(PATIENCE);
         for (;;) {
