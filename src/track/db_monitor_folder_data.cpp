@@ -206,16 +206,6 @@ static void _db_monitor_renamed_move(db_monitor_folder_t *monitor, const db_moni
     utf8_buf_kill(&path);
 }
 
-static void _db_monitor_renamed_add(db_monitor_folder_t *monitor, const db_monitor_folder_event_t *rename) {
-    _db_monitor_renamed_drop(monitor, rename->new_path, rename->new_length); // it stands in their place
-    _db_monitor_renamed_move(monitor, rename);
-    auto *renamed = static_cast<db_monitor_renamed_t *>(mem_alloc(sizeof(db_monitor_renamed_t)));
-    *renamed = {monitor->renamed, os_get_tick_count(), utf8_alloc_copy_length(rename->path, rename->length),
-                utf8_alloc_copy_length(rename->new_path, rename->new_length)};
-    monitor->renamed = renamed;
-    monitor->renamed_count++;
-}
-
 static void _db_monitor_renamed_forget(db_monitor_folder_t *monitor) {
     u32 now = os_get_tick_count(), kept = 0;
     for (db_monitor_renamed_t **place = &monitor->renamed; *place;) {
@@ -226,6 +216,18 @@ static void _db_monitor_renamed_forget(db_monitor_folder_t *monitor) {
             kept++;
         }
     }
+}
+
+static void _db_monitor_renamed_add(db_monitor_folder_t *monitor, const db_monitor_folder_event_t *rename) {
+    _db_monitor_renamed_drop(monitor, rename->new_path, rename->new_length); // it stands in their place
+    _db_monitor_renamed_move(monitor, rename);
+    if (monitor->renamed_count >= 2 * RENAMED_MAX)
+        _db_monitor_renamed_forget(monitor);
+    auto *renamed = static_cast<db_monitor_renamed_t *>(mem_alloc(sizeof(db_monitor_renamed_t)));
+    *renamed = {monitor->renamed, os_get_tick_count(), utf8_alloc_copy_length(rename->path, rename->length),
+                utf8_alloc_copy_length(rename->new_path, rename->new_length)};
+    monitor->renamed = renamed;
+    monitor->renamed_count++;
 }
 
 // A name is taken: folders that had it are looked at, behind the event.
