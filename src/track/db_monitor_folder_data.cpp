@@ -153,6 +153,7 @@ static void _db_monitor_missed_move(const db_monitor_folder_event_t *rename, db_
         db_monitor_folder_event_t *event = _db_monitor_event_create(
             monitor, OS_WATCH_ADDED, path.data, static_cast<u32>(path.length), nullptr, 0);
         event->number = rename->number;
+        event->epoch = rename->epoch;
         _db_monitor_queue_append(again, event);
         _db_monitor_missed_remove(monitor, place);
     }
@@ -243,6 +244,7 @@ static void _db_monitor_renamed_look(const db_monitor_folder_event_t *event, con
         db_monitor_folder_event_t *look = _db_monitor_event_create(monitor, OS_WATCH_ADDED, renamed->to,
                                                                    utf8_length(renamed->to), nullptr, 0);
         look->number = event->number;
+        look->epoch = event->epoch;
         _db_monitor_queue_append(again, look);
         _db_monitor_renamed_remove(monitor, place);
     }
@@ -347,6 +349,10 @@ static db_monitor_folder_event_t *_db_monitor_take_raw(db_monitor_folders_t *sta
 
 static void _db_monitor_give(db_monitor_folders_t *state, db_monitor_folder_event_t *event) {
     std::lock_guard lock(state->lock);
+    if (event->epoch != event->monitor->epoch) { // what was looked up is older than the scan that is to come
+        _db_monitor_event_free(event);
+        return;
+    }
     _db_monitor_queue_append(&event->monitor->ready, event);
     if (!state->is_apply_posted) {
         state->is_apply_posted = true;

@@ -73,6 +73,7 @@ static void _db_monitor_queue_drop(db_monitor_queue_t *queue, const db_monitor_f
 void _db_monitor_raw_append(db_monitor_folder_t *monitor, db_monitor_folder_event_t *event) {
     db_monitor_folders_t *state = monitor->state;
     event->number = ++state->number;
+    event->epoch = monitor->epoch;
     _db_monitor_queue_append(&state->raw, event);
     if (!state->is_data_posted) {
         state->is_data_posted = true;
@@ -83,6 +84,7 @@ void _db_monitor_raw_append(db_monitor_folder_t *monitor, db_monitor_folder_even
 void _db_monitor_drop_events(db_monitor_folder_t *monitor) {
     _db_monitor_queue_drop(&monitor->state->raw, monitor);
     _db_monitor_queue_drop(&monitor->ready, monitor);
+    monitor->epoch++;
 }
 
 void _db_monitor_ask_rescan(db_monitor_folder_t *monitor) {

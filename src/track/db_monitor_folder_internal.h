@@ -34,6 +34,7 @@ struct db_monitor_folder_event_t {
     os_watch_action_t action; // OS_WATCH_ADDED, _REMOVED, _MODIFIED, _RENAMED
     bool is_look;             // nobody told: the index may have it, but not all that is below it
     u64 number;               // in the order in which they were told
+    u32 epoch;                // of the monitor then
     u32 length, new_length;
     char *path, *new_path; // new_path: of a rename, else 0
     // From the get-data thread on: of the path, of a rename of the new one; of the folders that hold them.
@@ -98,6 +99,7 @@ struct db_monitor_folder_t {
     db_monitor_queue_t ready;
     db_monitor_doubt_t *doubts;
     bool needs_rescan;
+    u32 epoch; // changes when events are dropped: one that is being looked up then is one of them
 
     // Get-data thread.
     db_monitor_missed_t *missed;
