@@ -138,7 +138,8 @@ inline u32 array_page_remove_if(const array_t *array, array_page_t *page, Picks 
     page->item_count = kept;
     return removed;
 }
-// Drops empty pages, joins neighbours that have become sparse, and counts anew.
+// Drops empty pages, joins neighbours that have become sparse, and counts anew. An array that has become
+// empty gives its memory back.
 void array_close(array_t *array);
 
 // All values, in order, to a table of `count`; and back from one that holds the same values in another order.

@@ -44,9 +44,14 @@ void array_close(array_t *array) {
             array->pages[kept++] = page;
     }
     array->page_count = kept;
+    if (kept == 0) { // gives all of its memory back
+        array_word_t *word = array->word;
+        array_clear(array);
+        array->word = word;
+        return;
+    }
     array_renumber(array);
-    array_page_t *last = kept != 0 ? array->pages[kept - 1] : nullptr;
-    array->count = last ? array->first_index[kept - 1] + last->item_count : 0;
+    array->count = array->first_index[kept - 1] + array->pages[kept - 1]->item_count;
 }
 
 void array_get_all(const array_t *array, u32 *values) {

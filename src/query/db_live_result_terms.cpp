@@ -69,25 +69,6 @@ static bool _db_family_reads_files(const db_t *db, u32 family) {
     }
 }
 
-// Families whose answer for an item depends on other items.
-static bool _db_family_looks_around(u32 family) {
-    switch (family) {
-    case DB_OP_EMPTY:
-    case DB_OP_CHILD:
-    case DB_OP_CHILD_COUNT:
-    case DB_OP_CHILD_FILE_COUNT:
-    case DB_OP_CHILD_FOLDER_COUNT:
-    case DB_OP_DUPE_NAME:
-    case DB_OP_DUPE_NAME_PART:
-    case DB_OP_DUPE_SIZE:
-    case DB_OP_DUPE_DATE_CREATED:
-    case DB_OP_DUPE_DATE_MODIFIED:
-    case DB_OP_DUPE_DATE_ACCESSED:
-    case DB_OP_DUPE_ATTRIBUTES: return true;
-    default: return false;
-    }
-}
-
 // An op may be a constant in the pass over the items of one kind.
 static bool _db_is_constant_test(const db_exec_term_t *term, bool is_folder) {
     for (u32 op : {static_cast<u32>(DB_OP_TRUE), static_cast<u32>(DB_OP_FALSE)}) {
@@ -107,7 +88,7 @@ static void _db_result_read_term(const db_query_t *query, const db_exec_term_t *
     bool reads = _db_family_reads_files(query->db, family);
     terms->reads_files |= reads;
     terms->changes[is_folder] |= _db_family_get_changes(family);
-    terms->is_local &= !reads && !_db_family_looks_around(family) && family != DB_OP_TYPE;
+    terms->is_local &= !reads && !db_op_is_set_family(family) && family != DB_OP_TYPE;
 }
 
 void _db_result_read_terms(db_query_t *query) {

@@ -230,4 +230,23 @@ constexpr db_op_parts_t db_op_decode(u32 op) {
     return parts;
 }
 
+// Families whose answer for an item depends on other items: a pass before the scan decides for all at once.
+constexpr bool db_op_is_set_family(u32 family) {
+    switch (family) {
+    case DB_OP_EMPTY:
+    case DB_OP_CHILD:
+    case DB_OP_CHILD_COUNT:
+    case DB_OP_CHILD_FILE_COUNT:
+    case DB_OP_CHILD_FOLDER_COUNT:
+    case DB_OP_DUPE_NAME:
+    case DB_OP_DUPE_NAME_PART:
+    case DB_OP_DUPE_SIZE:
+    case DB_OP_DUPE_DATE_CREATED:
+    case DB_OP_DUPE_DATE_MODIFIED:
+    case DB_OP_DUPE_DATE_ACCESSED:
+    case DB_OP_DUPE_ATTRIBUTES: return true;
+    default: return false;
+    }
+}
+
 } // namespace findwright

@@ -128,27 +128,6 @@ static bool _db_compare_dates(db_scan_t *scan, const db_item_t *item) {
         return modified > created;
 }
 
-// --- Sets --------------------------------------------------------------------------------------------------
-
-// Families that a pre-pass decides for all items at once.
-static constexpr bool _db_is_set_family(u32 family) {
-    switch (family) {
-    case DB_OP_EMPTY:
-    case DB_OP_CHILD:
-    case DB_OP_CHILD_COUNT:
-    case DB_OP_CHILD_FILE_COUNT:
-    case DB_OP_CHILD_FOLDER_COUNT:
-    case DB_OP_DUPE_NAME:
-    case DB_OP_DUPE_NAME_PART:
-    case DB_OP_DUPE_SIZE:
-    case DB_OP_DUPE_DATE_CREATED:
-    case DB_OP_DUPE_DATE_MODIFIED:
-    case DB_OP_DUPE_DATE_ACCESSED:
-    case DB_OP_DUPE_ATTRIBUTES: return true;
-    default: return false;
-    }
-}
-
 // --- Contents ----------------------------------------------------------------------------------------------
 
 static constexpr bool _db_is_content_family(u32 family) {
@@ -269,7 +248,7 @@ static bool _db_test(db_scan_t *scan, const db_exec_term_t *term, const db_item_
         holds = value >= term->count.low && value <= term->count.high;
     } else if constexpr (_db_is_dates_family(family)) {
         holds = _db_compare_dates<family, is_folder>(scan, item);
-    } else if constexpr (_db_is_set_family(family)) {
+    } else if constexpr (db_op_is_set_family(family)) {
         holds = db_item_set_has(static_cast<const db_item_set_t *>(term->data), mem_ref(item));
     } else if constexpr (_db_is_content_family(family)) {
         holds = _db_match_content<family>(scan, term, item);
@@ -287,7 +266,7 @@ static u32 _db_scan(db_scan_t *scan, const db_exec_term_t *term, const u32 *valu
     u32 found = 0;
     for (u32 i = 0; i < count; i++) {
         // A set tells without a look at the record.
-        if constexpr (!_db_is_set_family(parts.family))
+        if constexpr (!db_op_is_set_family(parts.family))
             __builtin_prefetch(db_item(values[i + DB_SCAN_AHEAD]));
         if constexpr (_db_is_chain_family(parts.family)) // the record in front is here by now
             __builtin_prefetch(db_item(db_item(values[i + DB_SCAN_AHEAD / 2])->parent));

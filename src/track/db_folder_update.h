@@ -66,7 +66,7 @@ bool db_folder_update_is_busy(const db_t *db);
 
 struct db_folder_scan_t;
 
-// Lists a source, or the part of it from a folder on: `path` is the source's path, or a full path of a folder
+// Lists a source, or what it has from a folder on: `path` is the source's path, or a full path of a folder
 // below it. Any thread, on which `index` and the database's exclusions stay as they are meanwhile; no record
 // is touched. 0: it was cancelled by `*cancel` (0: it cannot be), or there is no such folder, or it cannot be
 // listed, or it is left out.

@@ -4,6 +4,7 @@
 #include "base/pointer_pool.h"
 #include "db/db_item_set.h"
 #include "os/debug.h"
+#include "track/db_live_internal.h"
 
 namespace findwright {
 
@@ -96,20 +97,16 @@ void db_recent_change_clear(db_t *db) {
 // be 0. In one pass.
 static void _db_recent_change_filter(array_t *changes, const db_item_set_t *folders,
                                      const db_item_set_t *files, pointer_pool_t *gone) {
-    u32 *kept = static_cast<u32 *>(mem_alloc((changes->count + 1) * sizeof *kept)), count = 0;
-    u32 page = 0, value;
-    for (i32 position = -1; array_next_to(changes, &page, &position, &value);) {
-        const db_recent_change_t *change = _db_recent_change(value);
-        if (!db_item_set_has(change->is_folder ? folders : files, change->item))
-            kept[count++] = value;
-        else if (gone)
-            pointer_pool_push(gone, value);
+    for (u32 i = 0; i < changes->page_count; i++) {
+        array_page_remove_if(changes, changes->pages[i], [=](u32 value) {
+            const db_recent_change_t *change = _db_recent_change(value);
+            bool goes = db_item_set_has(change->is_folder ? folders : files, change->item);
+            if (goes && gone)
+                pointer_pool_push(gone, value);
+            return goes;
+        });
     }
-    if (count == 0)
-        array_clear(changes);
-    else if (count != changes->count)
-        array_set_from_memory(changes, kept, count);
-    mem_free(kept);
+    array_close(changes);
 }
 
 void db_recent_change_remove_many(db_t *db, const db_item_set_t *folders, const db_item_set_t *files) {
@@ -146,17 +143,12 @@ static void _db_recent_change_forget(db_t *db) {
         const db_recent_change_t *change = _db_recent_change(value);
         items[place++] = {change->item, change->is_folder != 0};
     }
-    for (db_query_link_t *query = db->query_first; query; query = query->next) {
-        for (u32 i = 0; i < place && query->live; i++)
-            query->live->item_leaves(query, db_item(items[i].item), items[i].is_folder,
-                                     DB_CHANGE_RECENT_CHANGES);
-    }
+    for (u32 i = 0; i < place; i++)
+        _db_live_leave(db, db_item(items[i].item), items[i].is_folder, DB_CHANGE_RECENT_CHANGES);
     db_recent_change_clear(db);
-    for (db_query_link_t *query = db->query_first; query; query = query->next) {
-        for (u32 i = 0; i < place && query->live; i++) {
-            const db_item_t *item = db_item(items[i].item);
-            query->live->item_enters(query, item, item, items[i].is_folder, DB_CHANGE_RECENT_CHANGES);
-        }
+    for (u32 i = 0; i < place; i++) {
+        const db_item_t *item = db_item(items[i].item);
+        _db_live_enter(db, item, item, items[i].is_folder, DB_CHANGE_RECENT_CHANGES);
     }
     mem_free(items);
 }

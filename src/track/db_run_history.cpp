@@ -5,7 +5,7 @@
 #include "db/db_item_set.h"
 #include "os/debug.h"
 #include "os/os.h"
-#include "track/db_live.h"
+#include "track/db_live_internal.h"
 
 #include <cstring>
 
@@ -230,19 +230,13 @@ static void _db_run_items_find(db_t *db, const char *path, u32 length, _db_run_i
 
 void _db_run_items_leave(db_t *db, const _db_run_items_t *items) {
     _db_run_items_for_each(items, [&](const db_item_t *item, bool is_folder) {
-        for (db_query_link_t *query = db->query_first; query; query = query->next) {
-            if (query->live)
-                query->live->item_leaves(query, item, is_folder, DB_CHANGE_RUNS);
-        }
+        _db_live_leave(db, item, is_folder, DB_CHANGE_RUNS);
     });
 }
 
 void _db_run_items_enter(db_t *db, const _db_run_items_t *items) {
     _db_run_items_for_each(items, [&](const db_item_t *item, bool is_folder) {
-        for (db_query_link_t *query = db->query_first; query; query = query->next) {
-            if (query->live)
-                query->live->item_enters(query, item, item, is_folder, DB_CHANGE_RUNS);
-        }
+        _db_live_enter(db, item, item, is_folder, DB_CHANGE_RUNS);
         db_mark_updated(db, item);
     });
 }
@@ -380,20 +374,16 @@ void db_run_history_item_removed(db_t *db, const db_item_t *item) {
 // be 0. In one pass.
 static void _db_run_history_filter(array_t *links, const db_item_set_t *folders, const db_item_set_t *files,
                                    pointer_pool_t *gone) {
-    u32 *kept = static_cast<u32 *>(mem_alloc((links->count + 1) * sizeof *kept)), count = 0;
-    u32 page = 0, value;
-    for (i32 position = -1; array_next_to(links, &page, &position, &value);) {
-        const auto *link = mem_ptr<const db_run_history_ptr_t>(value);
-        if (!db_item_set_has(link->is_folder ? folders : files, link->item))
-            kept[count++] = value;
-        else if (gone)
-            pointer_pool_push(gone, value);
+    for (u32 i = 0; i < links->page_count; i++) {
+        array_page_remove_if(links, links->pages[i], [=](u32 value) {
+            const auto *link = mem_ptr<const db_run_history_ptr_t>(value);
+            bool goes = db_item_set_has(link->is_folder ? folders : files, link->item);
+            if (goes && gone)
+                pointer_pool_push(gone, value);
+            return goes;
+        });
     }
-    if (count == 0)
-        array_clear(links);
-    else if (count != links->count)
-        array_set_from_memory(links, kept, count);
-    mem_free(kept);
+    array_close(links);
 }
 
 void db_run_history_items_removed(db_t *db, const db_item_set_t *folders, const db_item_set_t *files) {

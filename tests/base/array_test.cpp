@@ -559,6 +559,16 @@ TEST(array, passes_over_many_values) {
             check(array, model);
             if (has_words)
                 check_words(array);
+            for (u32 k = 0; k < array.page_count; k++)
+                array_page_remove_if(&array, array.pages[k], [](u32) { return true; });
+            array_close(&array);
+            check(array, {});
+            EXPECT_EQ(array_memory_size(&array), 0u); // an array that is empty gives all back
+            u32 one = 7;
+            array_insert(&array, compare_number, &one, one);
+            check(array, {7});
+            if (has_words)
+                check_words(array);
         }
     }
 }

@@ -139,7 +139,7 @@ TEST_F(DbFolderUpdate, APartIsAppliedInItsPlace) {
     make_file("beside");
     db = folder_db_create(&settings);
 
-    // What lies beside the part is not looked at.
+    // What lies beside that folder is not looked at.
     ASSERT_TRUE(os_delete_file(path("a\\b\\old").c_str()));
     make_file("a\\b\\new");
     make_file("not seen");
