@@ -129,6 +129,12 @@ void os_get_temp_name(const char *name, utf8_buf_t *out);
 // Makes all folders above a file name. True when they are there in the end.
 bool os_make_folders_for(const char *name);
 bool os_create_folder(const char *name); // false, too, when it exists
+// Where a file or folder really lies: its path with all links followed, in the form used inside, without a
+// separator at the end. False, and an empty text, when there is none or the system cannot tell. May wait for
+// a file system that is slow.
+bool os_get_real_path(const char *name, utf8_buf_t *out);
+// The same for an open file, whatever has its name by now.
+bool os_get_open_path(platform_file_t file, utf8_buf_t *out);
 bool os_delete_file(const char *name);
 bool os_delete_folder(const char *name); // an empty one
 bool os_file_exists(const char *name);   // false for a folder

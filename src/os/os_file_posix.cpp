@@ -113,6 +113,37 @@ platform_file_t os_open_content(const char *name, u64 *size) {
     return descriptor;
 }
 
+static bool _os_take_real_path(char *path, utf8_buf_t *out) {
+    utf8_buf_empty(out);
+    if (!path)
+        return false;
+    u32 length = static_cast<u32>(std::strlen(path));
+    while (length && path[length - 1] == '/')
+        length--; // of the root alone
+    os_path_from_system(path, length, out);
+    free(path);
+    return true;
+}
+
+bool os_get_real_path(const char *name, utf8_buf_t *out) {
+    return _os_take_real_path(realpath(os_system_path_t(name).text(), nullptr), out);
+}
+
+// What the system tells of a descriptor is the path now, with " (deleted)" behind one that is gone: what that
+// leads to must be this file.
+bool os_get_open_path(platform_file_t file, utf8_buf_t *out) {
+    char link[32];
+    struct stat is, shall;
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", static_cast<int>(file));
+    char *path = realpath(link, nullptr);
+    if (path && (stat(path, &is) != 0 || fstat(static_cast<int>(file), &shall) != 0 ||
+                 is.st_ino != shall.st_ino || is.st_dev != shall.st_dev)) {
+        free(path);
+        path = nullptr;
+    }
+    return _os_take_real_path(path, out);
+}
+
 i64 os_read(platform_file_t file, void *bytes, u32 size) {
     ssize_t taken;
     do

@@ -1,6 +1,8 @@
+#include "base/mem.h"
 #include "os/os_internal.h"
 #include "os/os_win32.h"
 
+#include <cstring>
 #include <shlobj.h>
 
 namespace findwright {
@@ -58,6 +60,49 @@ platform_file_t os_open_content(const char *name, u64 *size) {
     }
     *size = static_cast<u64>(file_size.QuadPart);
     return reinterpret_cast<platform_file_t>(file);
+}
+
+static bool _os_get_final_path(HANDLE file, utf8_buf_t *out) {
+    static constexpr DWORD UNITS = 32768;
+    utf8_buf_empty(out);
+    auto *path = static_cast<char16_t *>(mem_alloc(UNITS * sizeof(char16_t)));
+    DWORD length = GetFinalPathNameByHandleW(file, reinterpret_cast<wchar_t *>(path), UNITS, VOLUME_NAME_DOS);
+    if (length >= UNITS)
+        length = 0;
+    const char16_t *text = path;
+    if (length >= 8 && std::memcmp(text, u"\\\\?\\UNC\\", 16) == 0) {
+        utf8_buf_cat_byte(out, '\\'); // of the two in front of a server's name, the second one follows
+        text += 7;
+        length -= 7;
+    } else if (length >= 4 && std::memcmp(text, u"\\\\?\\", 8) == 0) {
+        text += 4;
+        length -= 4;
+    }
+    utf8_buf_cat_wchar(out, text, length);
+    utf8_buf_remove_trailing_separator(out);
+    mem_free(path);
+    return out->length != 0;
+}
+
+bool os_get_real_path(const char *name, utf8_buf_t *out) {
+    wchar_buf_t path;
+    wchar_buf_init(&path);
+    os_make_long_path(&path, name, "");
+    // A folder, too; nothing is read.
+    HANDLE file = CreateFileW(reinterpret_cast<const wchar_t *>(path.data), 0,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    wchar_buf_kill(&path);
+    utf8_buf_empty(out);
+    if (file == INVALID_HANDLE_VALUE)
+        return false;
+    const bool is_known = _os_get_final_path(file, out);
+    CloseHandle(file);
+    return is_known;
+}
+
+bool os_get_open_path(platform_file_t file, utf8_buf_t *out) {
+    return _os_get_final_path(_os_handle(file), out);
 }
 
 i64 os_read(platform_file_t file, void *bytes, u32 size) {

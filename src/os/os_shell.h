@@ -17,6 +17,11 @@ struct utf8_buf_t;
 void os_get_type_name(const char *extension, u32 length, utf8_buf_t *out);
 void os_get_folder_type_name(utf8_buf_t *out); // "Folder" where the system has none
 
+// The content type ("text/html") that the system has for files of an extension: on Windows the value "Content
+// Type" of the extension's key, on POSIX the type of the shared MIME database. Where the system knows none,
+// of some forms that a page is made of, else "application/octet-stream".
+void os_get_content_type(const char *extension, u32 length, utf8_buf_t *out);
+
 // Resolves a path of the desktop's name space, with its `shell:` in front (`shell:downloads`), to the
 // absolute path of a folder or file, with `\` between components. On POSIX the names are those of the XDG
 // user folders and `home`, and what the same folders are called on Windows; case is ignored, and more

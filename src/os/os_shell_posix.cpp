@@ -244,17 +244,28 @@ static bool _shell_get_description(const char *type, utf8_buf_t *out) {
     return found;
 }
 
-void os_get_type_name(const char *extension, u32 length, utf8_buf_t *out) {
-    utf8_buf_t lower, type;
+static void _shell_get_type(const char *extension, u32 length, utf8_buf_t *out) {
+    utf8_buf_t lower;
     utf8_buf_init(&lower);
-    utf8_buf_init(&type);
     utf8_buf_copy_utf8(&lower, extension, length);
     utf8_buf_lower(&lower);
-    _shell_find_type(lower.data, static_cast<u32>(lower.length), &type);
+    _shell_find_type(lower.data, static_cast<u32>(lower.length), out);
+    utf8_buf_kill(&lower);
+}
+
+void os_get_type_name(const char *extension, u32 length, utf8_buf_t *out) {
+    utf8_buf_t type;
+    utf8_buf_init(&type);
+    _shell_get_type(extension, length, &type);
     if (!type.length || !_shell_get_description(type.data, out))
         utf8_buf_copy_utf8(out, extension, length);
-    utf8_buf_kill(&lower);
     utf8_buf_kill(&type);
+}
+
+void os_get_content_type(const char *extension, u32 length, utf8_buf_t *out) {
+    _shell_get_type(extension, length, out);
+    if (!out->length)
+        utf8_buf_copy_string(out, os_shell_get_usual_content_type(extension, length));
 }
 
 void os_get_folder_type_name(utf8_buf_t *out) {

@@ -278,4 +278,27 @@ bool os_shell_find_user_folder(const char *text, u32 length, const char *key, co
     return false;
 }
 
+// --- Content types -----------------------------------------------------------------------------------------
+
+const char *os_shell_get_usual_content_type(const char *extension, u32 length) {
+    static constexpr struct {
+        const char *extension;
+        const char *type;
+    } TYPES[] = {
+        {"htm", "text/html"},       {"html", "text/html"},        {"css", "text/css"},
+        {"js", "text/javascript"},  {"json", "application/json"}, {"txt", "text/plain"},
+        {"xml", "text/xml"},        {"csv", "text/csv"},          {"svg", "image/svg+xml"},
+        {"png", "image/png"},       {"gif", "image/gif"},         {"jpg", "image/jpeg"},
+        {"jpeg", "image/jpeg"},     {"webp", "image/webp"},       {"ico", "image/x-icon"},
+        {"pdf", "application/pdf"}, {"zip", "application/zip"},   {"mp3", "audio/mpeg"},
+        {"ogg", "audio/ogg"},       {"wav", "audio/x-wav"},       {"mp4", "video/mp4"},
+        {"webm", "video/webm"},     {"woff2", "font/woff2"},      {"wasm", "application/wasm"},
+    };
+    for (const auto &row : TYPES) {
+        if (utf8_equal_nocase(extension, length, row.extension, utf8_length(row.extension)))
+            return row.type;
+    }
+    return "application/octet-stream";
+}
+
 } // namespace findwright

@@ -40,4 +40,8 @@ bool os_shell_find_comment(const char *text, u32 length, const char *locale, u32
 bool os_shell_find_user_folder(const char *text, u32 length, const char *key, const char *home,
                                utf8_buf_t *out);
 
+// The content type of an extension, by a short list of the forms that pages are made of and that browsers
+// show; "application/octet-stream" for all else. For systems that have no list of their own.
+const char *os_shell_get_usual_content_type(const char *extension, u32 length);
+
 } // namespace findwright

@@ -2,6 +2,7 @@
 
 #include "base/utf8.h"
 #include "base/utf8_buf.h"
+#include "os/os_shell_text.h"
 #include "os/os_win32.h"
 
 #include <objbase.h>
@@ -34,6 +35,20 @@ void os_get_type_name(const char *extension, u32 length, utf8_buf_t *out) {
 void os_get_folder_type_name(utf8_buf_t *out) {
     if (!_shell_get_type_name("foo", 3, FILE_ATTRIBUTE_DIRECTORY, out))
         utf8_buf_copy_string(out, "Folder");
+}
+
+void os_get_content_type(const char *extension, u32 length, utf8_buf_t *out) {
+    utf8_buf_t key;
+    utf8_buf_init(&key);
+    utf8_buf_printf(&key, ".%t", extension, length);
+    char16_t type[256];
+    DWORD bytes = sizeof type;
+    const LSTATUS status = RegGetValueW(HKEY_CLASSES_ROOT, os_wide_t(key.data).text(), L"Content Type",
+                                        RRF_RT_REG_SZ, nullptr, type, &bytes);
+    utf8_buf_copy_wchar(out, type, status == ERROR_SUCCESS ? wchar_length(type) : 0);
+    if (!out->length)
+        utf8_buf_copy_string(out, os_shell_get_usual_content_type(extension, length));
+    utf8_buf_kill(&key);
 }
 
 bool os_shell_get_path(const char *text, u32 length, utf8_buf_t *out) {
