@@ -230,6 +230,8 @@ bool os_console_enable_colors(int descriptor);
 bool os_console_write(int descriptor, const void *bytes, u32 size);
 // A line for the user, its end added: to standard error, or where there is none in a message box.
 void os_show_message(const char *text);
+// The file of the program that runs, full path. False, and empty, where the system does not say.
+bool os_get_program_path(utf8_buf_t *out);
 // The process's arguments in UTF-8, program name first; owned by the layer until os_kill. Their count.
 u32 os_get_arguments(int argc, char **argv, const char *const **arguments);
 // The names of the user and of the computer, as the system has them; empty when it does not say.

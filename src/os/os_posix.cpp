@@ -121,6 +121,15 @@ static bool _os_give_path(char *out, u32 capacity, const char *path, u32 length)
     return fits;
 }
 
+bool os_get_program_path(utf8_buf_t *out) {
+    char path[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
+    utf8_buf_empty(out);
+    if (length > 0)
+        os_path_from_system(path, static_cast<u32>(length), out);
+    return length > 0;
+}
+
 static bool _os_exe_path(char *out, u32 capacity) {
     char path[PATH_MAX];
     ssize_t length = readlink("/proc/self/exe", path, sizeof(path));

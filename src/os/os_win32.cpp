@@ -150,6 +150,14 @@ static bool _os_ask_path(char *out, u32 capacity, bool cut, Call call) {
     return given;
 }
 
+bool os_get_program_path(utf8_buf_t *out) {
+    auto *path = static_cast<wchar_t *>(mem_alloc(PATH_LIMIT * sizeof(wchar_t)));
+    const DWORD length = GetModuleFileNameW(nullptr, path, PATH_LIMIT);
+    utf8_buf_copy_wchar(out, reinterpret_cast<const char16_t *>(path), length < PATH_LIMIT ? length : 0);
+    mem_free(path);
+    return out->length != 0;
+}
+
 static bool _os_exe_path(char *out, u32 capacity) {
     return _os_ask_path(out, capacity, true,
                         [](DWORD size, wchar_t *path) { return GetModuleFileNameW(nullptr, path, size); });

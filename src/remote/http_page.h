@@ -64,7 +64,8 @@ struct http_file_head_t {
     u64 range_start, range_size; // of what is sent; the whole without a range
     u64 date;                    // file time of the file
     const char *type;
-    bool is_embedded; // Cache-Control; else Accept-Ranges
+    bool is_embedded;  // Cache-Control; else Accept-Ranges
+    bool is_sandboxed; // of a type that browsers run, and from somewhere: it gets no rights of this server's
 };
 // `now`: the current file time, for all heads.
 void http_cat_file_head(utf8_buf_t *out, const http_file_head_t *head, u64 now);
