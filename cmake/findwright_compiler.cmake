@@ -24,7 +24,7 @@ if(WIN32)
     UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601 PCRE2_STATIC)
   # One file that needs no library beside the system's own.
   target_link_options(findwright_flags INTERFACE -static)
-  target_link_libraries(findwright_system INTERFACE ole32 shell32 shlwapi advapi32 user32)
+  target_link_libraries(findwright_system INTERFACE ole32 shell32 shlwapi advapi32 user32 ws2_32)
 else()
   find_package(Threads REQUIRED)
   target_link_libraries(findwright_system INTERFACE Threads::Threads)

@@ -6,8 +6,10 @@
 // What both give, and nothing more may be relied on:
 //   NETWORK_ACCEPT   of a listener: connections may wait. Told again as long as some do.
 //   NETWORK_READ     bytes may wait, or the end of what the peer sends, or an error. Told again as long as
-//                    something is left unread, so one network_receive per call is fair to the others.
-//   NETWORK_WRITE    after a network_send that would have had to wait: it may go on. Not told otherwise.
+//                    something is left unread, so one network_receive per call is fair to the others. Behind
+//                    the end it is told at most once more, when the connection breaks.
+//   NETWORK_WRITE    after a network_send that would have had to wait, or network_request_write: it may go
+//                    on. Not told otherwise.
 //   NETWORK_CONNECT  of network_connect: it stands, or network_get_error tells why not.
 // A call may find nothing to do. The procedure may close its own socket or any other: what is closed is not
 // called any more.
@@ -79,6 +81,8 @@ network_socket_t *network_accept(network_socket_t *listener, network_proc_t *pro
 // Begins to connect; NETWORK_CONNECT tells. 0 with the error number.
 network_socket_t *network_connect(const network_address_t *address, network_proc_t *proc, void *param,
                                   u32 *error);
+// Whether the error of network_listen says that this machine has no addresses of that family at all.
+bool network_error_is_no_family(u32 error);
 // Of a connection that was being made: 0 when it stands.
 u32 network_get_error(network_socket_t *socket);
 // Never 0: no call comes back after it. Unsent bytes that the system has taken are still sent.
@@ -90,6 +94,9 @@ inline constexpr i32 NETWORK_FAILED = -2;
 i32 network_receive(network_socket_t *socket, void *bytes, u32 size);
 // Bytes that the system took, NETWORK_WAIT or NETWORK_FAILED.
 i32 network_send(network_socket_t *socket, const void *bytes, u32 size);
+// Has NETWORK_WRITE told once in any case, as soon as there is room: for what could go on sending, and lets
+// the others have their turn first.
+void network_request_write(network_socket_t *socket);
 // No more will be sent; the peer sees the end behind what was sent.
 void network_shutdown(network_socket_t *socket);
 // Whether NETWORK_READ is told, which it is at first: off while there is no room for more.

@@ -111,7 +111,12 @@ platform_file_t os_open_content(const char *name, u64 *size);
 platform_file_t os_create(const char *name);              // for writing, made anew, with read sharing
 i64 os_read(platform_file_t file, void *bytes, u32 size); // bytes read, 0 at the end, -1 on failure
 bool os_write(platform_file_t file, const void *bytes, u32 size);
+// Where the next read or write begins, in bytes from the start. False where the file has no such places.
+bool os_seek(platform_file_t file, u64 offset);
 void os_close(platform_file_t file);
+// Appends to a file, which is made if absent, and closes it: what several processes append stays whole.
+// Neither logs nor allocates for names of ordinary length.
+bool os_append(const char *name, const void *bytes, u32 size);
 // Moves a file or folder. With `replace` a file in the target's place is replaced, in one step where the
 // system can; without it an existing target is a failure. Never copies, so it fails between volumes. Failures
 // are logged.

@@ -166,6 +166,10 @@ bool os_write(platform_file_t file, const void *bytes, u32 size) {
     return true;
 }
 
+bool os_seek(platform_file_t file, u64 offset) {
+    return lseek(static_cast<int>(file), static_cast<off_t>(offset), SEEK_SET) != -1;
+}
+
 void os_close(platform_file_t file) {
     close(static_cast<int>(file));
 }

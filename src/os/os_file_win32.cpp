@@ -124,6 +124,12 @@ bool os_write(platform_file_t file, const void *bytes, u32 size) {
     return true;
 }
 
+bool os_seek(platform_file_t file, u64 offset) {
+    LARGE_INTEGER place;
+    place.QuadPart = static_cast<LONGLONG>(offset);
+    return SetFilePointerEx(_os_handle(file), place, nullptr, FILE_BEGIN) != 0;
+}
+
 void os_close(platform_file_t file) {
     CloseHandle(_os_handle(file));
 }

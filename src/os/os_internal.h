@@ -62,9 +62,6 @@ platform_file_t os_open_quiet(const char *name, u32 access, u32 share, os_dispos
                               u32 flags);
 // Whether an error number says that a file does not exist in a folder that does.
 bool os_error_is_file_not_found(u32 error);
-// Appends to a file, which is made if absent, and closes it. Neither logs nor allocates for names of ordinary
-// length.
-bool os_append(const char *name, const void *bytes, u32 size);
 // Has all that was written to a file stored. On POSIX, also gives it the permissions of the file it replaces.
 bool os_flush_file(const char *temp, const char *target);
 // The same for the folder's entry of a file that was renamed, where the system does not do it by itself.
