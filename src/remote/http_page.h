@@ -49,7 +49,9 @@ struct http_row_t {
     bool is_folder;
     const char *name; // of a top of a folder source: its whole path
     u32 name_length;
-    const char *path; // of the folder that holds it, full, inside form; empty at the top
+    // Of the folder that holds it, full, inside form; empty at the top, and `\` for what lies in the root of
+    // a POSIX system, whose own row is a top with an empty name or `\`.
+    const char *path;
     u32 path_length;
     u64 size;                                      // bytes; VALUE_UNKNOWN
     u64 date_modified;                             // file time; likewise
@@ -85,6 +87,7 @@ void http_page_cat_end(utf8_buf_t *out, const http_page_t *page); // foot, page 
 
 void http_json_cat_begin(utf8_buf_t *out, const http_page_t *page);
 // `is_first`: the first one of the answer; the others bring the comma of the one before.
+// A folder's form always has the size, and never the path.
 void http_json_cat_row(utf8_buf_t *out, const http_page_t *page, bool is_first, const http_row_t *row);
 void http_json_cat_end(utf8_buf_t *out, const http_page_t *page, bool is_empty);
 
