@@ -35,6 +35,9 @@ void http_cat_file_head(utf8_buf_t *out, const http_file_head_t *head, u64 now) 
     _http_cat_date_header(out, "Last-Modified", head->date);
     if (head->is_embedded)
         utf8_buf_cat_string(out, "Cache-Control: private, max-age=3600\r\n");
+    // Its scripts do not run, and it is no page of this server for any other.
+    if (head->is_sandboxed)
+        utf8_buf_cat_string(out, "Content-Security-Policy: sandbox\r\n");
     utf8_buf_cat_string(out, "Connection: Close\r\n\r\n");
 }
 

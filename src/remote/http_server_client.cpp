@@ -85,8 +85,6 @@ void _http_server_destroy_client(http_server_client_t *client) {
     if (!client->socket)
         return;
     server_log_printf(&server->log, client->socket, client->peer, "Disconnected.\r\n");
-    network_close(client->socket);
-    client->socket = nullptr;
     (client->prev ? client->prev->next : server->clients_first) = client->next;
     (client->next ? client->next->prev : server->clients_last) = client->prev;
     server->client_count--;
@@ -102,6 +100,8 @@ void _http_server_destroy_client(http_server_client_t *client) {
         server->file_count--;
     if (client->find)
         db_find_close(client->find);
+    network_close(client->socket);
+    client->socket = nullptr;
     client->open = nullptr;
     client->file = nullptr;
     client->find = nullptr;

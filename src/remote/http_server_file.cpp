@@ -170,10 +170,6 @@ static bool _http_server_get_range(const http_request_t *request, u64 size, http
     return true;
 }
 
-static void _http_server_file_ready_proc(void *param) {
-    _http_server_go_on(static_cast<http_server_client_t *>(param));
-}
-
 static void _http_server_begin_file(http_server_client_t *client, http_server_open_t *open) {
     http_server_t *server = _http_server;
     http_file_head_t head = {};
@@ -190,8 +186,7 @@ static void _http_server_begin_file(http_server_client_t *client, http_server_op
                       head.has_range ? "206 OK\r\n" : "200 OK\r\n");
     http_cat_file_head(&client->send.text, &head, os_get_file_time());
     server_send_flush(&client->send, true);
-    client->file =
-        server_file_open(open->file, head.range_start, head.range_size, _http_server_file_ready_proc, client);
+    client->file = server_file_open(open->file, head.range_start, head.range_size, client->socket);
     open->file = PLATFORM_FILE_NONE;
     client->state = HTTP_SERVER_FILE;
     _http_server_go_on(client);
@@ -227,10 +222,9 @@ static void _http_server_opened_proc(void *param) {
 }
 
 void _http_server_send_file(http_server_client_t *client) {
-    const server_file_result_t result = server_file_send(client->file, client->socket);
+    const server_file_result_t result = server_file_send(client->file);
     switch (result) {
-    case SERVER_FILE_WAIT_READ:
-    case SERVER_FILE_WAIT_WRITE: client->active = _http_server_now(); break;
+    case SERVER_FILE_WAIT: client->active = _http_server_now(); break;
     case SERVER_FILE_SEND_FAILED: _http_server_destroy_client(client); break;
     case SERVER_FILE_READ_FAILED:
         debug_printf("http client %d: the file could not be read\n", network_get_number(client->socket));
