@@ -232,4 +232,42 @@ TEST(os_posix, low_priorities_are_policies_of_the_thread) {
     }
 }
 
+// What leads where: the names of one file in a folder of links, and where it lies.
+TEST(os_posix, tells_where_a_file_really_lies) {
+    temp_folder_t folder;
+    std::filesystem::create_directories(folder.path / "real" / "in");
+    write_file(folder / "real\\in\\f", "text");
+    std::filesystem::create_symlink("real/in", folder.path / "way");
+    std::filesystem::create_symlink("f", folder.path / "real" / "in" / "other");
+    std::filesystem::create_symlink("nowhere", folder.path / "bad");
+    utf8_buf_t path;
+    utf8_buf_init(&path);
+    ASSERT_TRUE(os_get_real_path(folder.name.c_str(), &path));
+    const std::string top = path.data;
+    u64 size;
+    for (const char *name : {"real\\in\\f", "way\\f", "way\\other", "real\\..\\way\\f"}) {
+        EXPECT_TRUE(os_get_real_path((folder / name).c_str(), &path)) << name;
+        EXPECT_EQ(path.data, top + "\\real\\in\\f") << name;
+        platform_file_t file = os_open_content((folder / name).c_str(), &size);
+        ASSERT_NE(file, PLATFORM_FILE_NONE) << name;
+        EXPECT_TRUE(os_get_open_path(file, &path)) << name;
+        EXPECT_EQ(path.data, top + "\\real\\in\\f") << name;
+        os_close(file);
+    }
+    EXPECT_FALSE(os_get_real_path((folder / "bad").c_str(), &path));
+    EXPECT_STREQ(path.data, "");
+    EXPECT_TRUE(os_get_real_path("\\", &path));
+    EXPECT_STREQ(path.data, "");
+    // A file that is gone lies nowhere, whatever has the name that the system shows for it.
+    platform_file_t file = os_open_content((folder / "real\\in\\f").c_str(), &size);
+    std::filesystem::remove(folder.path / "real" / "in" / "f");
+    EXPECT_FALSE(os_get_open_path(file, &path));
+    write_file(folder / "real\\in\\f (deleted)", "another");
+    EXPECT_FALSE(os_get_open_path(file, &path));
+    os_close(file);
+    EXPECT_TRUE(os_get_program_path(&path));
+    EXPECT_NE(std::string(path.data).find("os_tests"), std::string::npos) << path.data;
+    utf8_buf_kill(&path);
+}
+
 } // namespace

@@ -259,4 +259,23 @@ TEST(os_shell_posix, paths_of_the_users_folders) {
     EXPECT_EQ(shell_path("shell:music"), "(none)");
 }
 
+TEST(os_shell, content_types_come_from_the_system_or_a_short_list) {
+    desktop_t desktop;
+    desktop.write("own/mime/globs2", "50:text/x-own:*.own\n50:image/x-other:*.png\n");
+    utf8_buf_t type;
+    utf8_buf_init(&type);
+    const char *cases[][2] = {{"own", "text/x-own"},
+                              {"OWN", "text/x-own"},
+                              {"png", "image/x-other"},
+                              {"Html", "text/html"},
+                              {"css", "text/css"},
+                              {"", "application/octet-stream"},
+                              {"htmlx", "application/octet-stream"}};
+    for (const auto &c : cases) {
+        os_get_content_type(c[0], static_cast<u32>(std::strlen(c[0])), &type);
+        EXPECT_STREQ(type.data, c[1]) << c[0];
+    }
+    utf8_buf_kill(&type);
+}
+
 } // namespace
