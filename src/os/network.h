@@ -62,6 +62,7 @@ bool network_parse_address(const char *text, u32 length, u32 port, network_addre
 // "127.0.0.1", "fe80::1%eth0", without the port. An IPv4 address in IPv6 form is shown as the IPv4 one.
 void network_address_to_text(const network_address_t *address, utf8_buf_t *out);
 u32 network_address_get_port(const network_address_t *address);
+void network_address_set_port(network_address_t *address, u32 port);
 bool network_address_is_loopback(const network_address_t *address);
 // All addresses of this machine: 0.0.0.0 or ::.
 bool network_address_is_any(const network_address_t *address);
