@@ -24,8 +24,9 @@ struct server_listener_texts_t {
 };
 
 // Listens on each element of a list of addresses and host names (utf8_buf_next_list_item), empty ones passed
-// over; an empty list is all addresses of this machine. An element that fails ends the walk; of the addresses
-// that one name stands for, each may fail. proc(param, NETWORK_ACCEPT) is called for all; the server calls
+// over; an empty list is all addresses of this machine. An element of which no address can be listened on
+// ends the walk. An address that is listened on already is no failure, nor is a family of addresses that this
+// machine lacks when all are wanted. proc(param, NETWORK_ACCEPT) is called for all; the server calls
 // network_accept on each listener. Returns whether any listens; `error` has the last text for the user even
 // then, and is empty when all is well. Port 0 lets the system choose, the same for all addresses if it can.
 // Log: "bind to family %d, protocol %d, socktype %d\n", "bind failed %d\n".

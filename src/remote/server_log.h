@@ -7,8 +7,9 @@
 // sizes are above 0 and the delta not above the maximum, it is written anew from the first start of a line on
 // at which at most max_size - delta_size bytes remain, under "%s.tmp", which then takes its place.
 //
-// What comes from a client is text of unknown origin: control characters in it are written as `?`, so that a
-// record is a line and nothing that a terminal would obey.
+// What comes from a client is text of unknown origin: control characters in it, and bytes that are no UTF-8,
+// are written as `?`, so that a record is a line and nothing that a terminal would obey. The file is kept
+// from other users: it tells what was searched for.
 //
 // Owner: the server; main thread. A log that cannot be written is told of once in the debug log.
 #pragma once
@@ -31,7 +32,8 @@ void server_log_init(server_log_t *log, const char *filename, i32 max_size, i32 
 // Writes what is left.
 void server_log_kill(server_log_t *log);
 // One record: the time, for a client (socket not 0) the socket's number and the peer's address as text, and
-// the formatted text, which ends with CR LF or LF or gets one. Also a line of the debug log.
+// the formatted text; it ends with CR LF, whether the text does, or with LF, or not. Also a line of the debug
+// log.
 void server_log_printf(server_log_t *log, network_socket_t *socket, const char *peer, const char *format,
                        ...);
 

@@ -1,7 +1,8 @@
 // What a connection has received: bytes in, lines out.
 //
-// A line ends with LF; it is given without it, terminated. Bytes wait in one growing block, which is as small
-// as the longest line needs; `limit` bounds that. A line may hold zero bytes: the length tells.
+// A line ends with LF; it is given without it, terminated. What waits is the beginning of one line, in a
+// growing block that is there only meanwhile; `limit` bounds it. A line may hold zero bytes: the length
+// tells.
 //
 // Owner: the connection; main thread.
 #pragma once
@@ -11,15 +12,16 @@
 namespace findwright {
 
 inline constexpr u32 SERVER_RECEIVE_BLOCK = 65536;
+inline constexpr u32 SERVER_RECEIVE_LIMIT_MAX = 1 << 30;
 
 struct server_receive_t {
-    char *bytes;
-    u32 length; // bytes there
+    char *bytes; // the beginning of a line: none of them is an LF
+    u32 length;
     u32 capacity;
-    u32 scanned; // of them, how many are known to hold no LF
-    u32 limit;   // bytes of one line at the most; 0: memory
+    u32 limit; // bytes of one line at the most, its LF aside
 };
 
+// `limit` 0: SERVER_RECEIVE_LIMIT_MAX, which no limit exceeds.
 void server_receive_init(server_receive_t *receive, u32 limit);
 void server_receive_kill(server_receive_t *receive);
 
