@@ -6,10 +6,14 @@ namespace findwright {
 
 // A header's text from a language pack: a line break in it would begin another header.
 static void _http_cat_header_text(utf8_buf_t *out, const char *text) {
+    utf8_buf_t line;
+    utf8_buf_init(&line);
     for (; *text; text++) {
-        if (static_cast<u8>(*text) >= 32 && *text != 127)
-            http_cat_html(out, text, utf8_char_length(text, text + std::strlen(text)));
+        if (*text >= ' ' && *text != 127)
+            utf8_buf_cat_byte(&line, *text);
     }
+    http_cat_html(out, line.data, static_cast<u32>(line.length));
+    utf8_buf_kill(&line);
 }
 
 static void _http_cat_date_header(utf8_buf_t *out, const char *name, u64 file_time) {
