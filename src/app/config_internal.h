@@ -37,7 +37,7 @@ struct config_topic_t {
 };
 
 // The plain settings, in the order of the file.
-inline constexpr u32 CONFIG_ROW_COUNT = 346;
+inline constexpr u32 CONFIG_ROW_COUNT = 348;
 extern const config_topic_t config_table[];
 extern const u32 config_topic_count;
 

@@ -445,12 +445,14 @@ static const config_row_t _qtp_rows[] = {
 };
 
 static const config_row_t _http_rows[] = {
-    SMALL(http_server_enabled, "run it"),
+    SMALL(http_server_enabled, "run it; 2: and end the program where it cannot start"),
     NUMBER(http_server_port, "its port"),
-    TEXT(http_server_bindings, "addresses it listens on; empty: all"),
+    TEXT(http_server_bindings,
+         "addresses it listens on, such as 192.168.1.5;127.0.0.1; `*`: all; empty: on Linux this machine's "
+         "own, on Windows all"),
     TEXT(http_title_format, "template of the pages' title; empty: the standard one"),
     TEXT(http_server_username, "who may log in; empty: all"),
-    TEXT(http_server_password, "the password"),
+    TEXT(http_server_password, "the password; on Linux there must be one where other machines can reach it"),
     PATH(http_server_home, "folder of pages that replace the built-in ones; empty: the standard one"),
     TEXT(http_server_default_page, "page to begin with; empty: the search"),
     NUMBER(http_server_items_per_page, "results on a page"),
@@ -459,6 +461,10 @@ static const config_row_t _http_rows[] = {
     NUMBER(http_server_log_max_size, "most bytes of the log"),
     NUMBER(http_server_log_delta_size, "bytes to cut when it is full"),
     SMALL(http_server_allow_file_download, "files may be fetched"),
+    SMALL(http_server_allow_no_password, "on Linux, no password is needed from anywhere"),
+    TEXT(http_server_host_names,
+         "further names by which browsers may ask for it, such as files.example.org; other names than the "
+         "addresses' and this machine's are refused"),
 };
 
 const config_topic_t config_table[] = {

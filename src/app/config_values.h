@@ -380,6 +380,8 @@ inline char *http_server_log_file_name;
 inline i32 http_server_log_max_size = 4194304;
 inline i32 http_server_log_delta_size = 524288;
 inline u32 http_server_allow_file_download = 1;
+inline u32 http_server_allow_no_password;
+inline char *http_server_host_names;
 
 // Colours of the frame that is pulled over the list to select; as in config_color_t.
 inline u32 translucent_selection_rectangle_background_color;

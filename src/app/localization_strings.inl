@@ -135,4 +135,28 @@ LOCALIZATION_STRING(121, FILE_LIST_WRITTEN, "%s: %I64u items.")
 LOCALIZATION_STRING(122, FILE_LIST_LEFT_OUT, "%I64u names were left out, which no list can hold.")
 LOCALIZATION_STRING(123, COMMAND_LINE_NOT_UNDERSTOOD,
                     "The switch -%s is unknown, or lacks what must stand behind it.")
+LOCALIZATION_STRING(124, PROGRAM_NAME, "Findwright")
+LOCALIZATION_STRING(125, HTTP_SERVER_NAME, "Findwright HTTP Server")
+LOCALIZATION_STRING(126, HTTP_TITLE, "$s?{$s - }$t$i?{ ($i)}")
+LOCALIZATION_STRING(127, HTTP_SEARCH_LABEL, "Search for files and folders")
+LOCALIZATION_STRING(128, HTTP_ONE_RESULT, "1 result")
+LOCALIZATION_STRING(129, HTTP_RESULTS, "%s results")
+LOCALIZATION_STRING(130, HTTP_RESULTS_RANGE, "%s - %s of %s results")
+LOCALIZATION_STRING(131, COLUMN_NAME, "Name")
+LOCALIZATION_STRING(132, COLUMN_PATH, "Path")
+LOCALIZATION_STRING(133, COLUMN_SIZE, "Size")
+LOCALIZATION_STRING(134, COLUMN_DATE_MODIFIED, "Date Modified")
+LOCALIZATION_STRING(135, HTTP_PREVIOUS, "Previous")
+LOCALIZATION_STRING(136, HTTP_NEXT, "Next")
+LOCALIZATION_STRING(137, HTTP_INDEX_OF, "Index of %s")
+LOCALIZATION_STRING(138, HTTP_UP, "Up to the parent folder")
+LOCALIZATION_STRING(139, HTTP_LOOKUP_FAILED, "The HTTP server does not find the address %s: %s")
+LOCALIZATION_STRING(140, HTTP_SOCKET_FAILED, "The HTTP server has no socket for %s: %s")
+LOCALIZATION_STRING(141, HTTP_BIND_FAILED, "The HTTP server cannot use the address %s: %s")
+LOCALIZATION_STRING(142, HTTP_LISTEN_FAILED, "The HTTP server cannot listen on %s: %s")
+LOCALIZATION_STRING(
+    143, HTTP_NEEDS_PASSWORD,
+    "The HTTP server does not start: other machines can reach %s. In %s, set http_server_password, or "
+    "http_server_allow_no_password=1 to let everybody in, or leave http_server_bindings empty.")
+LOCALIZATION_STRING(144, HTTP_ONLINE, "Findwright is at %s")
 // clang-format on

@@ -3,6 +3,7 @@
 #include "app/command_line.h"
 #include "app/config.h"
 #include "app/db_settings.h"
+#include "app/http_server_settings.h"
 #include "app/instance.h"
 #include "app/localization.h"
 #include "app/main_internal.h"
@@ -17,6 +18,7 @@
 #include "os/event.h"
 #include "os/os.h"
 #include "os/os_quit.h"
+#include "remote/http_server.h"
 #include "track/db_run_history.h"
 
 #include <cstring>
@@ -99,6 +101,24 @@ static void _main_open_file_list(const char *filename) {
     db_rebuild_filelist(_main.file_list_db);
 }
 
+static constexpr u32 SERVER_REQUIRED = 2; // of http_server_enabled
+
+static const char *_main_get_instance_name() {
+    const char *given = _main.command_line->instance;
+    return given && *given ? given : instance_name;
+}
+
+// The server answers once there is something to answer from; who comes earlier waits.
+static void _main_start_servers() {
+    if (!http_server_enabled)
+        return;
+    if (http_server_settings_start(_main.db, _main_get_instance_name()) ||
+        http_server_enabled != SERVER_REQUIRED)
+        return;
+    _main.exit_code = 1;
+    _main.quit = true;
+}
+
 static void _main_set_language(u32 language) {
     if (language == 0)
         return;
@@ -109,6 +129,8 @@ static void _main_set_language(u32 language) {
     config_language = static_cast<i32>(language);
     localization_load(language);
     db_settings_use(os_show_message);
+    if (http_server_is_running())
+        _main_start_servers(); // it has copies of the texts
 }
 
 // What a command line asks of the application, on the first start as well as when another process hands its
@@ -126,6 +148,9 @@ static void _main_apply(const command_line_t *line, bool is_running) {
     } else {
         _main.db = db_lifecycle_create(nullptr);
         main_report_start(&_main.report, _main.db);
+        _main_start_servers();
+        if (_main.quit)
+            return;
         db_load(_main.db);
     }
     if (line->flags & COMMAND_LINE_REINDEX)
@@ -152,11 +177,6 @@ static void _main_receive_proc(void *, const char *text, const char *folder) {
 }
 
 // --- Start -------------------------------------------------------------------------------------------------
-
-static const char *_main_get_instance_name() {
-    const char *given = _main.command_line->instance;
-    return given && *given ? given : instance_name;
-}
 
 bool main_get_log_filename(utf8_buf_t *out) {
     if (!config_get_folder(CONFIG_FOLDER_STATE, out))
@@ -247,6 +267,7 @@ static void _main_loop() {
 static void _main_shutdown() {
     debug_printf("shutdown\n");
     instance_stop_listening();
+    http_server_stop();
     _main_close_file_list();
     if (_main.db) {
         _main_save_all(os_show_message);

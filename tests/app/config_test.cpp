@@ -67,8 +67,8 @@ TEST_F(config, table_is_complete) {
     }
     EXPECT_EQ(keys.size(), CONFIG_ROW_COUNT);
     EXPECT_EQ(numbers, 104u);
-    EXPECT_EQ(smalls, 196u);
-    EXPECT_EQ(texts, 46u);
+    EXPECT_EQ(smalls, 197u);
+    EXPECT_EQ(texts, 47u);
     EXPECT_EQ(written("db_update_thread_priority"), "-15");
     EXPECT_EQ(written("size_huge"), "134217728");
     EXPECT_EQ(written("max_threads"), "0");

@@ -1,0 +1,7 @@
+#include "app/http_server_settings.h"
+
+namespace findwright {
+
+const bool http_server_is_private = true;
+
+} // namespace findwright
