@@ -295,7 +295,7 @@ const char *os_shell_get_usual_content_type(const char *extension, u32 length) {
         {"webm", "video/webm"},     {"woff2", "font/woff2"},      {"wasm", "application/wasm"},
     };
     for (const auto &row : TYPES) {
-        if (utf8_equal_nocase(extension, length, row.extension, utf8_length(row.extension)))
+        if (utf8_compare_lower(extension, length, row.extension, utf8_length(row.extension)) == 0)
             return row.type;
     }
     return "application/octet-stream";

@@ -63,7 +63,8 @@ static void _http_server_free_client(http_server_client_t *client) {
     utf8_buf_kill(&client->path);
     utf8_buf_kill(&client->parent);
     utf8_buf_kill(&client->title);
-    mem_free(client->peer);
+    if (client->peer)
+        mem_free(client->peer);
     mem_free(client);
 }
 

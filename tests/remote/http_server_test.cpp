@@ -214,7 +214,7 @@ TEST_F(HttpServer, ServesItsHomeFolderAndNothingBeside) {
          {"/../secret.txt", "/..%2fsecret.txt", "/%2e%2e/secret.txt", "/sub/..%5c..%5csecret.txt",
           "//secret.txt", "/./../secret.txt", "/sub/../../secret.txt", "/..\\secret.txt",
           "/sub%2f%2e%2e%2f%2e%2e%2fsecret.txt", "/%252e%252e/secret.txt", "/main.css:x"})
-        EXPECT_EQ(http_fetch(path).status, 404u) << path;
+        EXPECT_EQ(http_fetch(path).status, 404u) << path << http_fetch(path).body;
     EXPECT_EQ(http_fetch(url("../secret.txt")).status, 404u);
     EXPECT_EQ(http_fetch(url("a.txt")).body, "indexed");
     params.default_page = "start.html";
@@ -274,7 +274,7 @@ TEST_F(HttpServer, WritesLargeAnswersInSlices) {
     http_client_t folder("GET /C:/all?json=1&sort=name&ascending=0 HTTP/1.0\r\n\r\n");
     ASSERT_TRUE(slow.wait_closed());
     EXPECT_EQ(count_of(slow.body(), "\"name\":\"item "), count);
-    EXPECT_EQ(slow.body().substr(slow.body().size() - 8), "\t\t}\r\n\t]\r\n}\r\n" + 6);
+    EXPECT_EQ(slow.body().substr(slow.body().size() - 8), "\n\t]\r\n}\r\n");
     ASSERT_TRUE(folder.wait_closed());
     EXPECT_EQ(count_of(folder.body(), "\"name\":\"item "), count);
     EXPECT_LT(folder.body().find("item 159999"), folder.body().find("item 100000"));
