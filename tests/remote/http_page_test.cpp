@@ -477,16 +477,17 @@ TEST(HttpPage, Heads) {
     EXPECT_EQ(crlf("HTTP/1.0 200 OK\nServer: Findwright HTTP Server\nContent-Type: text/plain\n"
                    "Content-Length: 5000000000\nAccept-Ranges: bytes\nDate: Mon, 01 Jan 1601 00:00:00 GMT\n"
                    "Last-Modified: Mon, 01 Jan 1601 00:00:01 GMT\nConnection: Close\n\n"),
-              file({false, 5000000000, 0, 5000000000, 10000000, "text/plain", false}));
-    EXPECT_EQ(crlf("HTTP/1.0 206 OK\nServer: Findwright HTTP Server\nContent-Type: a/b\nContent-Length: 10\n"
-                   "Accept-Ranges: bytes\nContent-Range: bytes 10-19/5000000000\n"
-                   "Date: Mon, 01 Jan 1601 00:00:00 GMT\nConnection: Close\n\n"),
-              file({true, 5000000000, 10, 10, VALUE_UNKNOWN, "a/b", false}));
+              file({false, 5000000000, 0, 5000000000, 10000000, "text/plain", false, false}));
+    EXPECT_EQ(
+        crlf("HTTP/1.0 206 OK\nServer: Findwright HTTP Server\nContent-Type: a/b\nContent-Length: 10\n"
+             "Accept-Ranges: bytes\nContent-Range: bytes 10-19/5000000000\n"
+             "Date: Mon, 01 Jan 1601 00:00:00 GMT\nContent-Security-Policy: sandbox\nConnection: Close\n\n"),
+        file({true, 5000000000, 10, 10, VALUE_UNKNOWN, "a/b", false, true}));
     EXPECT_EQ(
         crlf("HTTP/1.0 200 OK\nServer: Findwright HTTP Server\nContent-Type: text/css\nContent-Length: 3\n"
              "Date: Mon, 01 Jan 1601 00:00:00 GMT\nLast-Modified: Mon, 01 Jan 1601 00:00:00 GMT\n"
              "Cache-Control: private, max-age=3600\nConnection: Close\n\n"),
-        file({false, 3, 0, 3, 0, "text/css", true}));
+        file({false, 3, 0, 3, 0, "text/css", true, false}));
     utf8_buf_t out;
     utf8_buf_init(&out);
     http_cat_page_head(&out, 0);
