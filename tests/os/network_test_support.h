@@ -5,6 +5,7 @@
 #include "os/network.h"
 #include "os/os.h"
 
+#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
