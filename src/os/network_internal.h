@@ -27,8 +27,9 @@ struct network_socket_t {
     u32 watched;            // EPOLLIN and EPOLLOUT as they stand there
 
     // Windows
-    u32 message;  // the number of its messages
-    bool is_left; // nothing was taken since the last call, or more is left: tell again
+    u32 message;        // the number of its messages
+    bool is_untouched;  // what the procedure was told of, it has not tried to take
+    bool is_close_seen; // the system has told of the end, which it does once
 };
 
 // How long a listener rests, in milliseconds.
