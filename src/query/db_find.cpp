@@ -110,9 +110,9 @@ struct _db_find_found_t {
 // What a path leads to, by its bytes; or else with any case.
 static _db_find_found_t _db_find_any(db_t *db, const char *path, u32 length) {
     _db_find_found_t found = {};
-    length = _db_find_trim(path, length);
     if (length == 0)
         return found;
+    length = _db_find_trim(path, length); // of separators alone an empty name is left: the nameless top's
     for (db_level_t level : {DB_LEVEL_BYTES, DB_LEVEL_LOWER}) {
         for (bool is_folder : {false, true}) {
             db_ref_list_t refs = {};
@@ -146,7 +146,7 @@ bool db_folder_exists(db_t *db, const char *path, u32 length) {
 
 struct db_find_t : db_query_link_t {
     db_t *db;
-    char *path; // owned; without separators at its end
+    char *path; // owned
     u32 path_length;
     u32 flags;
     u32 sort;
@@ -258,7 +258,7 @@ static void _db_find_collect_tops(db_find_t *find, db_ref_list_t *folders, db_re
 
 static bool _db_find_collect(db_find_t *find) {
     db_ref_list_t folders = {}, files = {};
-    if (find->path_length == 0) {
+    if (find->has_tops) {
         _db_find_collect_tops(find, &folders, &files);
     } else {
         _db_find_found_t found = _db_find_any(find->db, find->path, find->path_length);
@@ -354,7 +354,7 @@ static bool _db_find_has_parent(const db_find_t *find, mem_ref_t ref) {
 // An item's record or its place goes.
 static void _db_find_lose(db_query_link_t *link, const db_item_t *item) {
     db_find_t *find = static_cast<db_find_t *>(link);
-    if ((find->path_length == 0 && db_item_is_top(item)) || _db_find_has_parent(find, item->parent) ||
+    if ((find->has_tops && db_item_is_top(item)) || _db_find_has_parent(find, item->parent) ||
         _db_find_has_parent(find, mem_ref(item)))
         _db_find_become_stale(link);
 }
@@ -409,7 +409,7 @@ static bool _db_find_start(db_find_t *find) {
         return false;
     find->is_stale = false;
     // One folder's entries come in name order.
-    if (find->sort != DB_SORT_NAME_ASCENDING || find->path_length == 0 || find->parents.count > 1)
+    if (find->sort != DB_SORT_NAME_ASCENDING || find->has_tops || find->parents.count > 1)
         db_find_sort(find, find->sort);
     return true;
 }
@@ -419,8 +419,9 @@ db_find_t *db_find_first_file(db_t *db, const char *path, u32 length, u32 flags)
     find->hooks = &_db_find_hooks;
     find->live = &_db_find_live;
     find->db = db;
-    find->path_length = _db_find_trim(path, length);
-    find->path = utf8_alloc_copy_length(path, find->path_length);
+    find->has_tops = length == 0;
+    find->path_length = length;
+    find->path = utf8_alloc_copy_length(path, length);
     find->flags = flags;
     find->sort = DB_SORT_NAME_ASCENDING;
     find->is_stale = true;

@@ -4,9 +4,9 @@
 // A path is a full one in the inside form, `\` between components; separators at its end count for nothing.
 // It may lead through any index, whose top may itself be a path (`\home\u`, `\\server\share`). The empty path
 // stands for the tops of all indexes; a top without a name, as the whole of a Linux machine has, is shown
-// there by what it holds. Bytes are compared first; only where nothing at all has exactly that path, the case
-// of letters does not count. Where several indexes have a folder of the same path, it holds what it holds in
-// any of them.
+// there by what it holds, and `\` alone is its path. Bytes are compared first; only where nothing at all has
+// exactly that path, the case of letters does not count. Where several indexes have a folder of the same
+// path, it holds what it holds in any of them.
 //
 // Nothing here waits for a worker: the caller makes sure that the database is ready (db_is_ready). Main
 // thread.

@@ -84,6 +84,7 @@ TEST(DbFind, LooksPathsUp) {
             const char *path, *file, *folder; // what is found; 0: nothing
         } rows[] = {
             {"", nullptr, nullptr},
+            {"\\", nullptr, ""},
             {"C:", nullptr, "C:"},
             {"c:\\", nullptr, "C:"},
             {"C:\\Users\\Ann", nullptr, "C:\\Users\\Ann"},
@@ -121,6 +122,7 @@ TEST(DbFind, LooksPathsUp) {
         using names_t = std::vector<std::string>;
         EXPECT_EQ((names_t{"\\\\server\\share\\", "\\home\\u\\", "\\home\\u\\sub\\", "C:\\", "\\etc\\"}),
                   list(db, "")); // by names, and what the nameless top holds in its place
+        EXPECT_EQ((names_t{"\\etc\\"}), list(db, "\\"));
         EXPECT_EQ((names_t{"\\etc\\fstab"}), list(db, "\\etc"));
         EXPECT_EQ((names_t{"\\home\\u\\sub\\b.txt", "\\home\\u\\sub\\c.txt"}), list(db, "\\home\\u\\sub"));
         EXPECT_EQ((names_t{"C:\\Users\\Ann\\notes.txt"}), list(db, "c:\\users\\Ann\\"));
