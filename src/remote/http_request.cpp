@@ -15,6 +15,8 @@ void http_request_kill(http_request_t *request) {
         mem_free(request->url);
     if (request->host)
         mem_free(request->host);
+    if (request->if_range)
+        mem_free(request->if_range);
     *request = {};
 }
 
@@ -149,6 +151,17 @@ static void _http_parse_range(http_request_t *request, _http_part_t value) {
     request->range_size = has_last ? last - first + 1 : 0;
 }
 
+bool http_request_has_range_of(const http_request_t *request, u64 file_time) {
+    if (!request->has_range || !request->if_range)
+        return request->has_range;
+    utf8_buf_t date;
+    utf8_buf_init(&date);
+    http_cat_date(&date, file_time);
+    const bool is_same = date.length != 0 && !std::strcmp(date.data, request->if_range);
+    utf8_buf_kill(&date);
+    return is_same;
+}
+
 // --- Lines -------------------------------------------------------------------------------------------------
 
 static void _http_parse_get(http_request_t *request, _http_part_t value) {
@@ -164,6 +177,12 @@ static void _http_parse_host(http_request_t *request, _http_part_t value) {
     request->has_second_host = request->host != nullptr;
     if (!request->host)
         request->host = utf8_alloc_copy_length(value.text, _http_part_length(&value));
+}
+
+static void _http_parse_if_range(http_request_t *request, _http_part_t value) {
+    if (request->if_range)
+        mem_free(request->if_range);
+    request->if_range = utf8_alloc_copy_length(value.text, _http_part_length(&value));
 }
 
 bool http_request_parse_line(http_request_t *request, const char *line, u32 length,
@@ -187,6 +206,8 @@ bool http_request_parse_line(http_request_t *request, const char *line, u32 leng
         _http_parse_host(request, value);
     else if (_http_part_is(&word, "range:"))
         _http_parse_range(request, value);
+    else if (_http_part_is(&word, "if-range:"))
+        _http_parse_if_range(request, value);
     else if (_http_part_is(&word, "authorization:") && _http_skip(&value, "basic ")) {
         _http_trim(&value);
         request->authenticated = _http_login_is_right(value, login);

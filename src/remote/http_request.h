@@ -45,6 +45,7 @@ struct http_request_t {
     bool has_range; // and it is one that is understood: a first byte, perhaps a last one
     u64 range_start;
     u64 range_size;       // 0: up to the end
+    char *if_range;       // what the file must still be for the range to count
     bool has_second_host; // two Host lines: nobody can tell which one a proxy has looked at
 };
 
@@ -59,6 +60,11 @@ void http_request_kill(http_request_t *request);
 // ignored.
 bool http_request_parse_line(http_request_t *request, const char *line, u32 length,
                              const http_login_t *login);
+
+// Whether the range counts for a file of this date: with an If-Range line, which comes when a download is
+// taken up again, only if that is the very date that the head of an answer has. Else the parts of two files
+// would be put together. Without a range false.
+bool http_request_has_range_of(const http_request_t *request, u64 file_time);
 
 // The decoded path of an address: what stands between its first `/` and a `?` or `#`, with `%XX` taken back
 // (a `%` with bad digits gives 0 for each bad digit, one at the very end stays), `/` as `\`. `query` (0 or

@@ -158,7 +158,8 @@ static bool _http_server_is_active_type(const utf8_buf_t *type) {
 // What of the file is sent. False: nothing that is there.
 static bool _http_server_get_range(const http_request_t *request, u64 size, http_file_head_t *head) {
     head->size = head->range_size = size;
-    head->has_range = request->has_range && (request->range_start || request->range_size);
+    head->has_range =
+        http_request_has_range_of(request, head->date) && (request->range_start || request->range_size);
     if (!head->has_range)
         return true;
     debug_printf("content range start: %I64u, size: %I64u\n", request->range_start, request->range_size);

@@ -16,6 +16,7 @@ struct request_t : http_request_t {
             is_complete |= http_request_parse_line(this, line.data(), static_cast<u32>(line.size()), &login);
     }
     ~request_t() { http_request_kill(this); }
+    bool is_of(u64 file_time) const { return http_request_has_range_of(this, file_time); }
     std::string get_url() const { return url ? url : "(none)"; }
     std::string get_host() const { return host ? host : "(none)"; }
 };
@@ -89,6 +90,18 @@ TEST(HttpRequest, Ranges) {
             EXPECT_EQ(c.size, request.range_size) << c.line;
         }
     }
+}
+
+// A download that is taken up again gets its rest only of the same file.
+TEST(HttpRequest, RangesOfTheSameFile) {
+    constexpr u64 SECOND = 10000000;
+    const std::string range = "Range: bytes=1-", date = "If-Range: Mon, 01 Jan 1601 00:00:07 GMT \r";
+    EXPECT_TRUE(request_t({date, range}).is_of(7 * SECOND + 1));
+    EXPECT_FALSE(request_t({date, range}).is_of(8 * SECOND));
+    EXPECT_FALSE(request_t({date, range}).is_of(VALUE_UNKNOWN));
+    EXPECT_FALSE(request_t({range, "If-Range: \"a tag\"", date, "If-Range:"}).is_of(VALUE_UNKNOWN));
+    EXPECT_TRUE(request_t({range}).is_of(7 * SECOND));
+    EXPECT_FALSE(request_t({date}).is_of(7 * SECOND));
 }
 
 TEST(HttpRequest, Logins) {
