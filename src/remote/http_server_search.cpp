@@ -235,6 +235,8 @@ static void _http_server_cat_result(http_server_client_t *client, u32 index, utf
         result.is_folder ? db_folder_get_date_modified(db, item) : db_file_get_date_modified(db, item);
     row.name = db_item_get_name(item, &row.name_length);
     db_item_get_path(path, item);
+    if (path->length == 0 && !db_item_is_top(item))
+        utf8_buf_cat_byte(path, '\\'); // in a top without a name
     row.path = path->data;
     row.path_length = static_cast<u32>(path->length);
     if (client->query.live && client->query.json) {
