@@ -117,6 +117,7 @@ bool bench_folder(const bench_options_t &options);
 bool bench_order(const bench_options_t &options);
 bool bench_live(const bench_options_t &options);
 bool bench_watch(const bench_options_t &options);
+bool bench_http(const bench_options_t &options);
 // The order rows about the sort itself.
 void bench_list_sort(const bench_options_t &options, const db_t *db);
 // Builds the index of a file list in this process and prints what it took, for the list row.

@@ -19,7 +19,7 @@ struct row_t {
 static constexpr row_t rows[] = {
     {"search", bench_search}, {"language", bench_language}, {"index", bench_index}, {"memory", bench_memory},
     {"read", bench_read},     {"list", bench_list},         {"load", bench_load},   {"folder", bench_folder},
-    {"order", bench_order},   {"live", bench_live},         {"watch", bench_watch}};
+    {"order", bench_order},   {"live", bench_live},         {"watch", bench_watch}, {"http", bench_http}};
 
 static const row_t *find_row(std::string_view name) {
     for (const row_t &row : rows) {
@@ -67,7 +67,7 @@ int main(int argc, char **argv) {
     if (!parse(argc, argv, &options, &wanted)) {
         fprintf(stderr, "usage: fw_bench [--data FOLDER] [--runs N] [--peer-runs N] [--volume NAME=FILE]... "
                         "[--note TEXT]... ROW...\n"
-                        "rows: search language index memory read list load folder order live watch\n");
+                        "rows: search language index memory read list load folder order live watch http\n");
         return 2;
     }
     os_init();

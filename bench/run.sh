@@ -1,7 +1,7 @@
 #!/bin/bash
 # Runs the benchmark: this program beside its peers, on the same real names, in the same run.
 #
-#   bench/run.sh [ROW...]     rows: search language index memory read list load folder order live watch; all of them without an argument
+#   bench/run.sh [ROW...]     rows: search language index memory read list load folder order live watch http; all of them without an argument
 #
 # Prints one table of ratios. The first run fetches the names and makes the volumes, which takes a few minutes;
 # what it made stays in build/bench. docs/BENCHMARKS.md tells what each row means. RUNS and PEER_RUNS in the
@@ -10,11 +10,11 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 rows=("$@")
-[ $# -gt 0 ] || rows=(search language index memory read list load folder order live watch)
+[ $# -gt 0 ] || rows=(search language index memory read list load folder order live watch http)
 for row in "${rows[@]}"; do
   case $row in
-    search | language | index | memory | read | list | load | folder | order | live | watch) ;;
-    *) echo "usage: bench/run.sh [search | language | index | memory | read | list | load | folder | order | live | watch]..." >&2; exit 2 ;;
+    search | language | index | memory | read | list | load | folder | order | live | watch | http) ;;
+    *) echo "usage: bench/run.sh [search | language | index | memory | read | list | load | folder | order | live | watch | http]..." >&2; exit 2 ;;
   esac
 done
 
@@ -54,6 +54,13 @@ if [[ " ${rows[*]} " =~ " folder "|" order " ]] && [ ! -d "$data/tree" ]; then
   rm -rf "$data/tree.part"
   bench/make_tree.py "$data/paths.txt" "$data/tree.part" 340000
   mv "$data/tree.part" "$data/tree"
+fi
+
+# A file to be downloaded, which holds something.
+if [[ " ${rows[*]} " == *" http "* ]] && [ ! -e "$data/download/large.bin" ]; then
+  mkdir -p "$data/download"
+  (yes "Findwright" || :) 2>/dev/null | head -c 2147483648 >"$data/download/large.part"
+  mv "$data/download/large.part" "$data/download/large.bin"
 fi
 
 # The two volumes: one by this project's own writer, and a smaller one through the system's driver.
