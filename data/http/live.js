@@ -104,7 +104,7 @@
   for (const [option, label, title] of OPTIONS)
     options.append(make('button', 'liveoption', {type: 'button', 'data-option': option, title, 'aria-label': title}, label));
   for (const [sort, title, className] of COLUMNS)
-    head.append(make('button', 'livecolumn live' + sort, {type: 'button', role: 'columnheader', 'data-sort': sort}, titleOf(className, title)));
+    head.append(make('button', 'livecolumn', {type: 'button', role: 'columnheader', 'data-sort': sort}, titleOf(className, title)));
   bar.append(count, status, options);
   space.append(sheet);
   view.append(space);
