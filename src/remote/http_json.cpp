@@ -14,8 +14,11 @@ void http_json_cat_begin(utf8_buf_t *out, const http_page_t *page) {
 
 // --- Fields ------------------------------------------------------------------------------------------------
 
+// Answers may have millions of rows, so these are put together without a format.
 static void _http_json_cat_key(utf8_buf_t *out, const char *key) {
-    utf8_buf_cat_printf(out, "\",\r\n\t\t\t\"%s\":\"", key);
+    utf8_buf_cat_string(out, "\",\r\n\t\t\t\"");
+    utf8_buf_cat_string(out, key);
+    utf8_buf_cat_string(out, "\":\"");
 }
 
 static void _http_json_cat_text(utf8_buf_t *out, const char *key, const utf8_buf_t *text) {
@@ -24,9 +27,16 @@ static void _http_json_cat_text(utf8_buf_t *out, const char *key, const utf8_buf
 }
 
 static void _http_json_cat_number(utf8_buf_t *out, const char *key, u64 number) {
+    char digits[20];
+    u32 start = sizeof digits;
     _http_json_cat_key(out, key);
-    if (number != VALUE_UNKNOWN)
-        utf8_buf_cat_printf(out, "%I64u", number);
+    if (number == VALUE_UNKNOWN)
+        return;
+    do {
+        digits[--start] = static_cast<char>('0' + number % 10);
+        number /= 10;
+    } while (number != 0);
+    utf8_buf_cat_utf8(out, digits + start, static_cast<u32>(sizeof digits) - start);
 }
 
 // Runs in bytes of a name are told in UTF-16 units of its text: one for each byte that is no UTF-8.
@@ -78,8 +88,10 @@ void http_json_cat_row(utf8_buf_t *out, const http_page_t *page, bool is_first, 
     const http_query_t *query = page->query;
     utf8_buf_t text;
     utf8_buf_init(&text);
-    utf8_buf_cat_printf(out, "%s\t\t{\r\n\t\t\t\"type\":\"%s\",\r\n\t\t\t\"name\":\"",
-                        is_first ? "" : ",\r\n", row->is_folder ? "folder" : "file");
+    if (!is_first)
+        utf8_buf_cat_string(out, ",\r\n");
+    utf8_buf_cat_string(out, row->is_folder ? "\t\t{\r\n\t\t\t\"type\":\"folder\",\r\n\t\t\t\"name\":\""
+                                            : "\t\t{\r\n\t\t\t\"type\":\"file\",\r\n\t\t\t\"name\":\"");
     _http_row_get_shown_name(row, &text);
     http_cat_json(out, text.data, static_cast<u32>(text.length));
     if (query->path_column && !page->is_folder_page) {

@@ -253,13 +253,17 @@ static void _http_page_cat_name_cell(utf8_buf_t *out, const http_page_t *page, c
     utf8_buf_init(&text);
     _http_row_get_url(page, row, false, &text);
     bool has_link = text.length != 0;
-    utf8_buf_cat_printf(out, "<td class=\"%s\"><span class=\"nobr\"><nobr>", type);
+    _http_cat(out, "<td class=\"");
+    _http_cat(out, type);
+    _http_cat(out, "\"><span class=\"nobr\"><nobr>");
     if (has_link) {
         _http_cat(out, "<a href=\"");
         _http_cat_buf(out, &text);
         _http_cat(out, "\">");
     }
-    utf8_buf_cat_printf(out, "<img class=\"icon\" src=\"/%s.gif\" alt=\"\">", type);
+    _http_cat(out, "<img class=\"icon\" src=\"/");
+    _http_cat(out, type);
+    _http_cat(out, ".gif\" alt=\"\">");
     _http_row_get_shown_name(row, &text);
     _http_cat_buf(out, &text);
     _http_cat(out, has_link ? "</a></nobr></span></td>" : "</nobr></span></td>");
@@ -287,13 +291,15 @@ static void _http_page_cat_path_cell(utf8_buf_t *out, const http_row_t *row) {
 }
 
 static void _http_page_cat_value_cell(utf8_buf_t *out, const char *class_name, const utf8_buf_t *value) {
-    utf8_buf_cat_printf(out, "<td class=\"%s\"><span class=\"nobr\"><nobr>", class_name);
+    _http_cat(out, "<td class=\"");
+    _http_cat(out, class_name);
+    _http_cat(out, "\"><span class=\"nobr\"><nobr>");
     _http_cat_buf(out, value);
     _http_cat(out, "</span></nobr></td>");
 }
 
 void http_page_cat_row(utf8_buf_t *out, const http_page_t *page, u32 row_index, const http_row_t *row) {
-    utf8_buf_cat_printf(out, "<tr class=\"trdata%d\">", row_index % 2 + 1);
+    _http_cat(out, row_index % 2 == 0 ? "<tr class=\"trdata1\">" : "<tr class=\"trdata2\">");
     _http_page_cat_name_cell(out, page, row);
     if (!page->is_folder_page)
         _http_page_cat_path_cell(out, row);

@@ -133,8 +133,11 @@ void http_cat_json(utf8_buf_t *out, const char *text, u32 length) {
 // --- Addresses ---------------------------------------------------------------------------------------------
 
 static void _http_escape_url(utf8_buf_t *out, const char *text, u32 length) {
-    for (u32 i = 0; i == 0 || i < length; i++)
-        utf8_buf_cat_printf(out, "%%%02X", static_cast<u32>(text[i]));
+    static constexpr char DIGITS[] = "0123456789ABCDEF";
+    for (u32 i = 0; i == 0 || i < length; i++) {
+        const char escaped[] = {'%', DIGITS[static_cast<u8>(text[i]) >> 4], DIGITS[text[i] & 15]};
+        utf8_buf_cat_utf8(out, escaped, sizeof escaped);
+    }
 }
 
 static void _http_escape_url_search(utf8_buf_t *out, const char *text, u32 length) {
