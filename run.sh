@@ -41,7 +41,7 @@ build() {
 # --- serve ------------------------------------------------------------------------------------------------------------
 
 # The line of a setting in the file of the last time.
-setting() { [ ! -e "$SETTINGS" ] || sed -n "s/^$1=//p" "$SETTINGS"; }
+setting() { [ ! -e "$SETTINGS" ] || sed -n "s/\r$//; s/^$1=//p" "$SETTINGS"; }
 
 # The program has the last word on this: it refuses to serve others without a password.
 is_loopback() {
@@ -94,10 +94,13 @@ read_arguments() {
   [[ $folder$bind != *[$'\n\r']* ]] || fail "a name of two lines cannot be in the settings"
 }
 
+# Only this machine is asked; whether it has another address the program finds out.
 check_port() {
   local host=${bind:-127.0.0.1}
   host=${host#[} host=${host%]}
   case $host in '*' | 0.0.0.0 | ::) host=127.0.0.1 ;; esac
+  is_loopback "$host" || return 0
+  # shellcheck disable=SC2016 # the other shell's words
   ! timeout 2 bash -c 'exec 3<>"/dev/tcp/$0/$1"' "$host" "$port" 2>/dev/null ||
     fail "another program answers at port $port. Choose another port: ./run.sh serve --port $((port < 65535 ? port + 1 : 8080))"
 }

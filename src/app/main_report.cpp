@@ -119,6 +119,9 @@ void main_report_start(main_report_t *report, db_t *db) {
 }
 
 void main_report_stop(main_report_t *report) {
+    static constexpr char CLEAR[] = "\r\x1b[K"; // what comes next has a line of its own
+    if (report->is_status_shown)
+        os_console_write(STANDARD_ERROR, CLEAR, sizeof CLEAR - 1);
     db_remove_query(report->db, report);
 }
 
