@@ -18,12 +18,21 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace findwright {
 
+static constexpr rlim_t DESCRIPTORS_WANTED = 16384;
+
+// A process may have some thousand files open at first, and more if it asks for it.
 bool network_platform_start(utf8_buf_t *) {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < DESCRIPTORS_WANTED) {
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, DESCRIPTORS_WANTED);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
     return true;
 }
 
