@@ -329,13 +329,17 @@ bool os_loop_set_alarm(u64 due) {
     return true;
 }
 
+// Some messages are posted again by what they call. Not all are taken in one go, so that the caller sees to
+// alarms, which the system's own timer tells of only when there is no message, and to what it waits for.
+static constexpr u32 LOOP_MESSAGES = 64;
+
 bool os_loop_wait(u32 timeout) {
     DWORD result = MsgWaitForMultipleObjectsEx(0, nullptr, timeout, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
     if (result != WAIT_OBJECT_0)
         return false;
     bool came = false;
     MSG message;
-    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+    for (u32 i = 0; i < LOOP_MESSAGES && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE); i++) {
         came = true;
         if (message.message == WM_QUIT) { // for the loop that is meant to end
             PostQuitMessage(static_cast<int>(message.wParam));

@@ -34,7 +34,7 @@ struct end_t {
     bool ends = false;   // shut down behind it
     bool has_ended = false;
     bool has_failed = false;
-    bool takes = true; // what comes is received
+    bool takes = true; // what comes is received, or left unread
     u32 reads = 0, writes = 0, connects = 0;
     u32 error = 0;
     std::function<void(u32 events)> hook; // instead of all that
@@ -87,6 +87,8 @@ struct end_t {
             end->send();
         if ((events & NETWORK_READ) && end->takes)
             end->receive();
+        else if (events & NETWORK_READ)
+            network_set_reading(end->socket, false); // it would be told for ever
     }
 };
 
