@@ -5,6 +5,7 @@
 
 #include "os/event.h"
 #include "os/os.h"
+#include "query/db_find.h"
 #include "remote/http_server.h"
 
 #include <algorithm>
@@ -302,6 +303,28 @@ static bool _bench_downloads(const bench_options_t &options, const std::string &
     return ours > 0 && peer > 0;
 }
 
+// --- Folders -----------------------------------------------------------------------------------------------
+
+// What a folder page waits for: its entries.
+static void _bench_folders(const bench_options_t &options, db_t *db) {
+    static constexpr const char *FOLDERS[] = {"", "V:", "V:\\usr\\share", "V:\\usr\\share\\doc",
+                                              "V:\\usr\\share\\man\\man3"};
+    for (const char *folder : FOLDERS) {
+        std::vector<double> times;
+        u32 count = 0;
+        for (u32 run = 0; run < options.runs; run++) {
+            const double start = bench_now();
+            db_find_t *find = db_find_first_file(db, folder, static_cast<u32>(std::strlen(folder)), 0);
+            times.push_back(bench_now() - start);
+            count = find ? db_find_get_count(find) : 0;
+            if (find)
+                db_find_close(find);
+        }
+        bench_add_note("HTTP, folders: %u entries of `%s` in %.2f ms", count, folder,
+                       bench_median(times) * 1e3);
+    }
+}
+
 // --- The row -----------------------------------------------------------------------------------------------
 
 static bool _bench_start_server(db_t *db, const std::string &home) {
@@ -343,6 +366,7 @@ bool bench_http(const bench_options_t &options) {
     if (ok) {
         const u32 port = http_server_get_port();
         bench_add_note("HTTP: an index of %llu items", static_cast<unsigned long long>(bench_item_count(db)));
+        _bench_folders(options, db);
         ok = _bench_new_searches(options, db, port);
         _bench_same_search(port);
         _bench_requests(port);
