@@ -129,6 +129,17 @@ write_settings() {
   mv "$SETTINGS.part" "$SETTINGS"
 }
 
+tell_addresses() {
+  local addresses=$bind address
+  ! is_loopback "$bind" || return 0
+  case $bind in '*' | 0.0.0.0 | ::) addresses=$(hostname -I) ;; esac
+  for address in ${addresses//[\[\];,]/ }; do
+    ! is_loopback "$address" || continue
+    [[ $address != *:* ]] || address=[$address]
+    echo "other machines reach it at http://$address:$port/" >&2
+  done
+}
+
 serve() {
   read_arguments "$@"
   umask 077 # an index tells of files, and settings hold a password
@@ -139,6 +150,7 @@ serve() {
   is_loopback "$bind" || [ $no_password = 1 ] || ask_password
   write_settings
   echo "Findwright indexes $folder; Ctrl+C ends it" >&2
+  tell_addresses
   exec build/run/findwright -config "$SETTINGS" -db "$DATA/Findwright.db"
 }
 
