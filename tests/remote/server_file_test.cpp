@@ -3,7 +3,8 @@
 #include "os/os_test_support.h"
 #include "remote/server_file.h"
 
-#include <fstream>
+#include <chrono>
+#include <thread>
 
 using namespace findwright;
 
@@ -135,6 +136,8 @@ TEST_F(server_file_test, it_can_be_closed_at_any_time) {
         open(0, RING * (steps % 4));
         for (u32 i = 0; i < steps / 4; i++)
             event_wait_and_dispatch(i & 1);
+        if (steps < 4)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the thread has posted its call
         close();
     }
     run_idle();
