@@ -2,7 +2,7 @@
 # Builds Findwright and has it at work:
 #
 #   ./run.sh                       indexes the home folder, keeps it current, and serves http://127.0.0.1:8080/
-#   ./run.sh serve [FOLDER] [--port N] [--bind ADDRESS [--no-password]]
+#   ./run.sh serve [FOLDER] [--port N] [--password] [--bind ADDRESS [--no-password]]
 #   ./run.sh ARGUMENTS             passes them to fw, the console client
 #
 # What serves has its settings, its index and its log in build/serve, apart from those of the user's own Findwright.
@@ -15,11 +15,12 @@ SETTINGS=$DATA/Findwright.ini
 fail() { echo "run.sh: $*" >&2; exit 1; }
 usage() {
   cat >&2 <<'END'
-usage: ./run.sh [serve [FOLDER] [--port N] [--bind ADDRESS [--no-password]]]
+usage: ./run.sh [serve [FOLDER] [--port N] [--password] [--bind ADDRESS [--no-password]]]
        ./run.sh ARGUMENTS      passes them to fw
 
   FOLDER          what is indexed; the home folder without it
   --port N        of the address; 8080 without it
+  --password      asks for a password that browsers have to give, also on this machine
   --bind ADDRESS  lets other machines in by this address of the machine, * for all of them; asks for a password
   --no-password   lets everybody in
 END
@@ -50,7 +51,6 @@ is_loopback() {
 
 ask_password() {
   local earlier again prompt='Password for visitors (their user name does not matter): '
-  [ -t 0 ] || fail "--bind $bind lets other machines in, and there is no terminal to ask for a password. Let everybody in with --no-password, or leave --bind out."
   earlier=$(setting http_server_password)
   [ -z "$earlier" ] || prompt='Password for visitors (empty: that of the last time): '
   trap 'stty echo; echo >&2; exit 130' INT
@@ -70,13 +70,14 @@ ask_password() {
 }
 
 read_arguments() {
-  folder='' bind='' port=8080 no_password=0 password=''
+  folder='' bind='' port=8080 with_password=0 no_password=0 password=''
   while [ $# -gt 0 ]; do
     case $1 in
       --port) [ $# -gt 1 ] || usage; port=$2; shift ;;
       --port=*) port=${1#*=} ;;
       --bind) [ $# -gt 1 ] || usage; bind=$2; shift ;;
       --bind=*) bind=${1#*=} ;;
+      --password) with_password=1 ;;
       --no-password) no_password=1 ;;
       -*) usage ;;
       *) [ -z "$folder" ] || usage; folder=$1 ;;
@@ -86,6 +87,10 @@ read_arguments() {
   [[ $port =~ ^[0-9]{1,5}$ ]] && ((10#$port >= 1 && 10#$port <= 65535)) || fail "$port is no port: 1 to 65535"
   port=$((10#$port))
   [ -n "$bind" ] || [ $no_password = 0 ] || fail "--no-password goes with --bind ADDRESS"
+  [ $with_password = 0 ] || [ $no_password = 0 ] || usage
+  asks=$with_password
+  is_loopback "$bind" || [ $no_password = 1 ] || asks=1
+  [ $asks = 0 ] || [ -t 0 ] || fail "there is no terminal to ask for a password${bind:+. --bind lets other machines in: leave it out, or let everybody in with --no-password}"
   [ -n "$folder" ] || folder=${HOME:?is not set: name a folder, ./run.sh serve FOLDER}
   [[ $folder == /* ]] || folder=$started_in/$folder
   [ -d "$folder" ] || fail "there is no folder $folder"
@@ -140,6 +145,8 @@ tell_addresses() {
   done
 }
 
+has_other_users() { awk -F: -v own="$(id -u)" '$3 >= 1000 && $3 < 60000 && $3 != own { found = 1 } END { exit !found }' /etc/passwd; }
+
 serve() {
   read_arguments "$@"
   umask 077 # an index tells of files, and settings hold a password
@@ -147,10 +154,13 @@ serve() {
   exec 9>"$DATA/lock"
   flock -n 9 || fail "it runs already, at port $(setting http_server_port)"
   check_port
-  is_loopback "$bind" || [ $no_password = 1 ] || ask_password
+  [ $asks = 0 ] || ask_password
   write_settings
   echo "Findwright indexes $folder; Ctrl+C ends it" >&2
   tell_addresses
+  if [ -z "$password" ] && has_other_users; then
+    echo "other users of this machine reach it, too; --password asks for a password" >&2
+  fi
   exec build/run/findwright -config "$SETTINGS" -db "$DATA/Findwright.db"
 }
 
