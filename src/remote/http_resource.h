@@ -11,9 +11,9 @@ namespace findwright {
 struct http_resource_t {
     const char *name;
     const char *type; // its content type
-    u32 id;           // among the program's resources
     const char *bytes;
     u32 size;
+    u32 id; // among the program's resources
 };
 
 // The file of that name, case ignored; 0 for none.
