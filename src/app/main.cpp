@@ -267,6 +267,8 @@ static void _main_loop() {
 static void _main_shutdown() {
     debug_printf("shutdown\n");
     instance_stop_listening();
+    if (_main.db)
+        db_rebuild_cancel(_main.db); // or the server would wait for it, with its visitors' searches
     http_server_stop();
     _main_close_file_list();
     if (_main.db) {

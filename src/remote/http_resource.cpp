@@ -32,8 +32,10 @@ HTTP_RESOURCE(updir_gif, "updir.gif");
 namespace findwright {
 
 #define ROW(name, type, id, label)                                                                           \
-    {name, type, http_resource_##label,                                                                      \
-     static_cast<u32>(http_resource_end_##label - http_resource_##label), id}
+    {                                                                                                        \
+        name, type, http_resource_##label,                                                                   \
+            static_cast<u32>(http_resource_end_##label - http_resource_##label), id                          \
+    }
 
 const http_resource_t *http_resource_find(const char *name, u32 length) {
     static const http_resource_t RESOURCES[] = {

@@ -102,8 +102,9 @@ static void _http_server_check_proc(void *) {
             _http_server_destroy_client(client);
         }
     }
+    // Of a busy database it would be waited for.
     if (server->query && !server->current_client && !server->pending_first &&
-        now - server->searched >= QUERY_IDLE_LIMIT)
+        now - server->searched >= QUERY_IDLE_LIMIT && !db_query_is_busy(server->query))
         _http_server_drop_query();
     server->is_checking = false;
     if (server->clients_first || server->query)

@@ -95,7 +95,8 @@ void _http_server_cancel_current() {
     http_server_t *server = _http_server;
     server->current_client = nullptr;
     server->has_results = false;
-    db_cancel_query(server->query);
+    if (server->db->worker_query == server->query)
+        db_cancel_query(server->query);
     event_post(_http_server_run, nullptr);
 }
 
