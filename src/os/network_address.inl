@@ -2,6 +2,10 @@
 // not: each platform's source includes its own, and then this. Before it, it defines:
 //   bool _network_scope_from_text(const char *text, u32 *scope);  // the interface behind a `%`
 //   void _network_scope_to_text(u32 scope, utf8_buf_t *out);      // appends it
+//   _network_info_t                                               // the system's addrinfo
+//   i32 _network_ask(host, service, hints, list);                 // its getaddrinfo; 0, or an error number
+//   void _network_give_back(_network_info_t *list);
+//   NETWORK_NOT_FOUND                                             // the error number of no address at all
 
 static constexpr u32 ADDRESS_TEXT_SIZE = 128;
 
@@ -20,8 +24,7 @@ static bool _network_address_take(network_address_t *out, const void *bytes, siz
 }
 
 // Those of a list of the system's that are addresses of the two families.
-template<class T>
-static u32 _network_address_take_list(const T *list, network_address_t *out, u32 capacity) {
+static u32 _network_address_take_list(const _network_info_t *list, network_address_t *out, u32 capacity) {
     u32 count = 0;
     for (; list && count < capacity; list = list->ai_next) {
         if (!_network_address_take(&out[count], list->ai_addr, static_cast<size_t>(list->ai_addrlen),
@@ -31,6 +34,30 @@ static u32 _network_address_take_list(const T *list, network_address_t *out, u32
         out[count].socket_type = list->ai_socktype;
         count++;
     }
+    return count;
+}
+
+u32 network_lookup(const char *host, u32 port, bool to_listen, network_address_t *out, u32 capacity,
+                   i32 *error) {
+    *error = 0;
+    if (capacity && network_parse_address(host, static_cast<u32>(std::strlen(host)), port, out))
+        return 1;
+    _network_info_t hints = {};
+    hints.ai_flags = to_listen ? AI_PASSIVE : 0;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_protocol = IPPROTO_TCP;
+    utf8_buf_t service;
+    utf8_buf_init(&service);
+    utf8_buf_printf(&service, "%u", port);
+    _network_info_t *list = nullptr;
+    *error = _network_ask(*host ? host : nullptr, service.data, &hints, &list);
+    utf8_buf_kill(&service);
+    if (*error != 0)
+        return 0;
+    const u32 count = _network_address_take_list(list, out, capacity);
+    _network_give_back(list);
+    if (count == 0)
+        *error = NETWORK_NOT_FOUND;
     return count;
 }
 

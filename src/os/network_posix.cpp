@@ -59,32 +59,19 @@ static void _network_scope_to_text(u32 scope, utf8_buf_t *out) {
         utf8_buf_cat_printf(out, "%u", scope);
 }
 
-#include "os/network_address.inl"
+using _network_info_t = addrinfo;
+static constexpr i32 NETWORK_NOT_FOUND = EAI_NONAME;
 
-u32 network_lookup(const char *host, u32 port, bool to_listen, network_address_t *out, u32 capacity,
-                   i32 *error) {
-    *error = 0;
-    if (capacity && network_parse_address(host, static_cast<u32>(std::strlen(host)), port, out))
-        return 1;
-    addrinfo hints = {};
-    hints.ai_flags = to_listen ? AI_PASSIVE : 0;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_protocol = IPPROTO_TCP;
-    utf8_buf_t service;
-    utf8_buf_init(&service);
-    utf8_buf_printf(&service, "%u", port);
-    addrinfo *list = nullptr;
-    int result = getaddrinfo(*host ? host : nullptr, service.data, &hints, &list);
-    if (result != 0)
-        *error = result == EAI_SYSTEM ? errno : result; // those of the look-up are negative
-    utf8_buf_kill(&service);
-    u32 count = result == 0 ? _network_address_take_list(list, out, capacity) : 0;
-    if (result == 0)
-        freeaddrinfo(list);
-    if (count == 0 && *error == 0)
-        *error = EAI_NONAME;
-    return count;
+static i32 _network_ask(const char *host, const char *service, const addrinfo *hints, addrinfo **list) {
+    const int result = getaddrinfo(host, service, hints, list);
+    return result == EAI_SYSTEM ? errno : result; // those of the look-up are negative
 }
+
+static void _network_give_back(addrinfo *list) {
+    freeaddrinfo(list);
+}
+
+#include "os/network_address.inl"
 
 void network_lookup_error_text(i32 error, utf8_buf_t *out) {
     if (error < 0) {

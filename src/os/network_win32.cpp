@@ -108,31 +108,18 @@ static void _network_scope_to_text(u32 scope, utf8_buf_t *out) {
     utf8_buf_cat_printf(out, "%u", scope);
 }
 
-#include "os/network_address.inl"
+using _network_info_t = ADDRINFOW;
+static constexpr i32 NETWORK_NOT_FOUND = WSAHOST_NOT_FOUND;
 
-u32 network_lookup(const char *host, u32 port, bool to_listen, network_address_t *out, u32 capacity,
-                   i32 *error) {
-    *error = 0;
-    if (capacity && network_parse_address(host, static_cast<u32>(std::strlen(host)), port, out))
-        return 1;
-    ADDRINFOW hints = {};
-    hints.ai_flags = to_listen ? AI_PASSIVE : 0;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_protocol = IPPROTO_TCP;
-    utf8_buf_t service;
-    utf8_buf_init(&service);
-    utf8_buf_printf(&service, "%u", port);
-    ADDRINFOW *list = nullptr;
-    *error =
-        GetAddrInfoW(*host ? os_wide_t(host).text() : nullptr, os_wide_t(service.data).text(), &hints, &list);
-    utf8_buf_kill(&service);
-    u32 count = *error == 0 ? _network_address_take_list(list, out, capacity) : 0;
-    if (*error == 0)
-        FreeAddrInfoW(list);
-    if (count == 0 && *error == 0)
-        *error = WSAHOST_NOT_FOUND;
-    return count;
+static i32 _network_ask(const char *host, const char *service, const ADDRINFOW *hints, ADDRINFOW **list) {
+    return GetAddrInfoW(host ? os_wide_t(host).text() : nullptr, os_wide_t(service).text(), hints, list);
 }
+
+static void _network_give_back(ADDRINFOW *list) {
+    FreeAddrInfoW(list);
+}
+
+#include "os/network_address.inl"
 
 void network_lookup_error_text(i32 error, utf8_buf_t *out) {
     char text[256];
