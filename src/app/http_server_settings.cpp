@@ -189,7 +189,13 @@ static void _http_server_ask_for_password(_http_server_texts_t *texts) {
                     texts->name.data);
 }
 
+static constexpr i32 PORT_MAX = 65535;
+
 static bool _http_server_start(db_t *db, const char *instance, _http_server_texts_t *texts) {
+    if (http_server_port < 0 || http_server_port > PORT_MAX) {
+        utf8_buf_printf(&texts->error, localization_get(LOCALIZATION_HTTP_NO_PORT), http_server_port);
+        return false;
+    }
     const bool has_password = *http_server_password || http_server_allow_no_password;
     if (!http_server_get_bindings(http_server_bindings, has_password, http_server_is_private,
                                   &texts->bindings)) {

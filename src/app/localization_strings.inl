@@ -159,4 +159,6 @@ LOCALIZATION_STRING(
     "The HTTP server does not start: other machines can reach %s. In %s, set http_server_password, or "
     "http_server_allow_no_password=1 to let everybody in, or leave http_server_bindings empty.")
 LOCALIZATION_STRING(144, HTTP_ONLINE, "Findwright is at %s")
+LOCALIZATION_STRING(145, HTTP_NO_PORT,
+                    "The HTTP server does not start: http_server_port=%d is no port, 1 to 65535.")
 // clang-format on

@@ -94,6 +94,7 @@ TEST_F(Program, TellsWhyItDoesNotServe) {
         {"http_server_bindings=127.0.0.1;*\nhttp_server_port=0\n",
          "The HTTP server does not start: other machines can reach *. In " + settings().string() +
              ", set http_server_password, or http_server_allow_no_password=1"},
+        {"http_server_port=70000\n", "http_server_port=70000 is no port"},
         {busy, "The HTTP server cannot use the address 127.0.0.1:" + std::to_string(port) + ": "},
     };
     for (const auto &row : rows) {
