@@ -166,12 +166,17 @@ serve() {
 
 # ----------------------------------------------------------------------------------------------------------------------
 
-if [ $# -gt 0 ] && [ "$1" != serve ]; then
+main() {
+  if [ $# -gt 0 ] && [ "$1" != serve ]; then
+    build
+    echo "\$ build/run/fw ${*@Q}" >&2
+    exec build/run/fw "$@"
+  fi
+  [ $# -eq 0 ] || shift
+  (read_arguments "$@") # a mistake is told before anything is built
   build
-  echo "\$ build/run/fw ${*@Q}" >&2
-  exec build/run/fw "$@"
-fi
-[ $# -eq 0 ] || shift
-(read_arguments "$@") # a mistake is told before anything is built
-build
-serve "$@"
+  serve "$@"
+}
+
+# Its test reads the functions alone.
+[ "${BASH_SOURCE[0]}" != "$0" ] || main "$@"
