@@ -16,7 +16,7 @@
 
   const CHUNK = 100;             // rows of a request
   const CHUNKS_MAX = 60;         // that are kept
-  const HEIGHT_MAX = 8000000;    // pixels: browsers draw no taller element reliably
+  const HEIGHT_MAX = 12000000;   // pixels: browsers draw no taller element reliably
   const JUMP = 4000;             // pixels: what scrolls farther in one event was dragged
   const WAITING_AFTER = 300;     // milliseconds until waiting shows
   const PATIENCE = 4000;         // until it tells why
@@ -43,12 +43,13 @@
     const keys = new URLSearchParams(address.search);
     const first = (...names) => names.map((name) => keys.get(name)).find((value) => value !== null);
     const search = address.pathname === '/' ? first('search', 's', 'q') : undefined;
-    const state = {text: search, sort: 'name', ascending: true, options: {}};
+    const state = {text: search, sort: 'name', ascending: true, options: {}, row: 0};
     if (COLUMNS.some(([sort]) => sort === keys.get('sort')))
       state.sort = keys.get('sort');
     state.ascending = !(parseInt(keys.get('ascending') ?? '1', 10) === 0);
     for (const [option] of OPTIONS)
       state.options[option] = parseInt(first(option, SHORT_OPTIONS[option]) ?? '0', 10) > 0;
+    state.row = Math.max(parseInt(first('offset', 'o') ?? '0', 10) || 0, 0);
     return state;
   };
 
@@ -97,8 +98,9 @@
   const count = make('span', '', {id: 'live-count', 'aria-live': 'polite'});
   const status = make('span', '', {id: 'live-status', role: 'status'});
   const options = make('span', 'liveoptions', {role: 'group', 'aria-label': 'Options'});
-  const head = make('div', 'livehead', {role: 'row'});
-  const view = make('div', '', {id: 'live-view', tabindex: '0', role: 'grid', 'aria-label': 'Results'});
+  const head = make('div', 'livehead', {id: 'live-head', role: 'row'});
+  const view = make('div', '', {id: 'live-view', tabindex: '0', role: 'grid', 'aria-label': 'Results', 'aria-owns': 'live-head'});
+  const nothing = make('p', 'livenothing', {hidden: ''}, 'Nothing was found.');
   const space = make('div', '', {id: 'live-space', role: 'presentation'});
   const sheet = make('div', '', {id: 'live-rows', role: 'presentation'});
   for (const [option, label, title] of OPTIONS)
@@ -107,7 +109,7 @@
     head.append(make('button', 'livecolumn', {type: 'button', role: 'columnheader', 'data-sort': sort}, titleOf(className, title)));
   bar.append(count, status, options);
   space.append(sheet);
-  view.append(space);
+  view.append(nothing, space);
   live.append(bar, head, view);
 
   // --- Rows ------------------------------------------------------------------------------------------------
@@ -161,7 +163,7 @@
   };
 
   // Only addresses that the server makes: its own, and those of the schemes that pages link to.
-  const isLink = (url) => /^(\/(?!\/)|(https?|ftp|file):\/\/)/i.test(url || '');
+  const isLink = (url) => /^(\/(?![\/\\])|(https?|ftp|file):\/\/)/i.test(url || '');
   const setLink = (anchor, url) => {
     if (isLink(url))
       anchor.href = url;
@@ -173,7 +175,7 @@
     const row = make('div', 'liverow', {role: 'row'});
     const name = make('a', 'livename', {role: 'gridcell', tabindex: '-1'});
     const icon = make('img', 'icon', {alt: ''});
-    const text = make('span');
+    const text = make('span', '', {dir: 'auto'});
     const path = make('a', 'livepath', {role: 'gridcell', tabindex: '-1'});
     const size = make('span', 'livesize', {role: 'gridcell'});
     const date = make('span', 'livedate', {role: 'gridcell'});
@@ -188,6 +190,10 @@
     const data = dataOf(index) || null;
     parts.row.classList.toggle('selected', index === selected);
     parts.row.setAttribute('aria-selected', index === selected);
+    if (index === selected)
+      parts.row.id = 'live-selected';
+    else
+      parts.row.removeAttribute('id');
     if (parts.data === data && parts.index === index)
       return;
     parts.data = data;
@@ -272,7 +278,10 @@
     if (isScaled() && (s < view.clientHeight || s > boxMax() - view.clientHeight) && Math.abs(boxOf(top) - s) > 1)
       putBox(); // no room is left in the box, but there is in the list
     clearTimeout(restTimer);
-    restTimer = setTimeout(putBox, 200);
+    restTimer = setTimeout(() => {
+      putBox();
+      saveRow();
+    }, 200);
     paint();
   };
 
@@ -328,8 +337,11 @@
   let request = null;       // {controller, chunk, state}
   let waitTimer = 0, patienceTimer = 0, retryTimer = 0;
 
+  // Where the list is not shown yet, its bar tells how it goes.
   const setState = (state, text) => {
     live.dataset.state = state;
+    if (state !== 'ready')
+      live.hidden = false;
     status.textContent = text || '';
   };
 
@@ -343,7 +355,6 @@
 
   const fail = (text, again) => {
     setState('error', text);
-    live.hidden = false;
     if (again)
       retryTimer = setTimeout(again, RETRY_AFTER);
   };
@@ -389,13 +400,38 @@
 
   const setTotal = (value) => {
     total = value;
+    nothing.hidden = total > 0;
     count.textContent = total === 1 ? '1 result' : total.toLocaleString() + ' results';
     layOut();
   };
 
+  // An answer that an index in change has cut short is asked for again.
+  const keepAnswer = (chunk, answer) => {
+    const rows = answer.results;
+    keep(chunk, rows);
+    if (rows.length < Math.min(CHUNK, answer.totalResults - chunk * CHUNK)) {
+      setTimeout(() => {
+        if (chunks.get(chunk) === rows) {
+          chunks.delete(chunk);
+          paint();
+        }
+      }, RETRY_AFTER);
+    }
+  };
+
+  // When rows have come or gone, others are asked for again as they come in sight.
+  const forgetOutOfSight = () => {
+    const [from, to] = rowsInSight().map((row) => Math.floor(row / CHUNK));
+    for (const chunk of [...chunks.keys()]) {
+      if (chunk < from || chunk > to)
+        chunks.delete(chunk);
+    }
+  };
+
   const onRows = (chunk, answer) => {
-    keep(chunk, answer.results);
+    keepAnswer(chunk, answer);
     if (answer.totalResults !== total) {
+      forgetOutOfSight();
       setTotal(answer.totalResults);
       moveTo(top);
     }
@@ -451,6 +487,7 @@
 
   const showList = () => {
     document.body.classList.add('live');
+    box.setAttribute('aria-expanded', 'true');
     live.hidden = false;
     for (const element of ownContent)
       element.hidden = true;
@@ -460,6 +497,8 @@
     stop();
     shown = null;
     document.body.classList.remove('live');
+    box.setAttribute('aria-expanded', 'false');
+    unselect();
     live.hidden = true;
     for (const element of ownContent)
       element.hidden = false;
@@ -468,11 +507,12 @@
 
   const onFirstRows = (state, answer) => {
     shown = state;
-    chunks = new Map([[0, answer.results]]);
-    selected = -1;
+    chunks = new Map();
+    unselect();
     showList();
     setTotal(answer.totalResults);
-    top = 0;
+    keepAnswer(0, answer);
+    top = Math.min(state.row * rowHeight, topMax());
     putBox();
     paintNow();
   };
@@ -492,17 +532,35 @@
 
   let isSettled = true, settleTimer = 0;
 
-  const setAddress = (isStep) => {
+  // A browser that gets too many addresses at once refuses one; the last is set again once typing rests.
+  const putAddress = (isStep) => {
     const address = wanted.text === undefined ? ownAddress : addressOf(wanted);
-    if (address !== location.pathname + location.search)
-      history[isStep || isSettled ? 'pushState' : 'replaceState'](null, '', address);
+    try {
+      if (address !== location.pathname + location.search)
+        history[isStep || isSettled ? 'pushState' : 'replaceState'](null, '', address);
+    } catch { /* later */ }
+  };
+  const setAddress = (isStep) => {
+    putAddress(isStep);
     isSettled = isStep;
     clearTimeout(settleTimer);
-    settleTimer = setTimeout(() => { isSettled = true; }, SETTLED_AFTER);
+    settleTimer = setTimeout(() => {
+      putAddress(false);
+      isSettled = true;
+    }, SETTLED_AFTER);
+  };
+
+  // Who leaves the page and comes back finds the list where it was.
+  const saveRow = () => {
+    const row = Math.round(top / rowHeight);
+    try {
+      if (shown && shown === wanted && (history.state?.row ?? 0) !== row)
+        history.replaceState({row}, '');
+    } catch { /* next time */ }
   };
 
   const change = (changes, isStep) => {
-    wanted = {...wanted, ...changes};
+    wanted = {...wanted, row: 0, ...changes};
     setAddress(isStep);
     search();
   };
@@ -516,6 +574,8 @@
 
   addEventListener('popstate', () => {
     wanted = parse(location);
+    wanted.row = history.state?.row ?? wanted.row;
+    clearTimeout(settleTimer);
     box.value = wanted.text || '';
     isSettled = true;
     search();
@@ -532,20 +592,19 @@
       moveTo(y);
     else if (y + rowHeight > top + view.clientHeight)
       moveTo(y + rowHeight - view.clientHeight);
+    box.setAttribute('aria-activedescendant', 'live-selected');
     paintNow();
-    const parts = pool.get(selected);
-    if (parts) {
-      parts.row.id = 'live-selected';
-      for (const other of [...pool.values(), ...spare]) {
-        if (other !== parts)
-          other.row.removeAttribute('id');
-      }
-      box.setAttribute('aria-activedescendant', 'live-selected');
-    }
+    saveRow();
+  };
+
+  const unselect = () => {
+    selected = -1;
+    box.removeAttribute('aria-activedescendant');
+    paint();
   };
 
   const open = (isBeside) => {
-    const data = dataOf(Math.max(selected, 0));
+    const data = dataOf(selected);
     if (!shown || !data || !isLink(data.url))
       return;
     if (isBeside)
@@ -562,7 +621,7 @@
     if (event.key === '/' && !inBox && !event.ctrlKey && !event.metaKey)
       box.select(), box.focus();
     else if (event.key === 'Escape' && inList && selected >= 0)
-      selected = -1, paint(), box.focus();
+      unselect(), box.focus();
     else if (event.key === 'Escape' && inBox && box.value !== '')
       box.value = '', onBox();
     else if (!inList || !shown)
@@ -570,7 +629,7 @@
     else if (event.key === 'ArrowDown')
       select(selected + 1);
     else if (event.key === 'ArrowUp')
-      selected <= 0 ? (selected = -1, paint(), box.focus()) : select(selected - 1);
+      selected <= 0 ? (unselect(), box.focus()) : select(selected - 1);
     else if (event.key === 'PageDown')
       select(Math.max(selected, 0) + page);
     else if (event.key === 'PageUp')
@@ -579,7 +638,7 @@
       select(0);
     else if (event.key === 'End' && !inBox)
       select(total - 1);
-    else if (event.key === 'Enter' && !event.target.closest('a[href]') && (selected >= 0 || !inBox))
+    else if (event.key === 'Enter' && !event.target.closest('a[href]') && selected >= 0)
       open(event.ctrlKey || event.metaKey);
     else
       return;
@@ -627,7 +686,7 @@
     if (!document.hidden && shown && !request && live.dataset.state === 'ready') {
       const chunk = Math.floor(rowsInSight()[0] / CHUNK), state = shown;
       ask(state, chunk, (answer) => {
-        chunks.clear();
+        forgetOutOfSight();
         onRows(chunk, answer);
       });
     }
@@ -636,11 +695,17 @@
   // --- Start -----------------------------------------------------------------------------------------------
 
   document.documentElement.classList.add('script');
+  box.placeholder = box.title;
+  box.setAttribute('role', 'combobox');
+  box.setAttribute('aria-controls', 'live-view');
+  box.setAttribute('aria-haspopup', 'grid');
+  box.setAttribute('aria-expanded', 'false');
   box.setAttribute('autocomplete', 'off');
   box.setAttribute('autocapitalize', 'off');
   box.setAttribute('spellcheck', 'false');
   if (isOwnSearch) {
     box.value = own.text;
+    wanted.row = history.state?.row ?? wanted.row;
     search();
   } else {
     showHead(wanted);
