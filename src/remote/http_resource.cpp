@@ -2,6 +2,8 @@
 
 #include "base/utf8.h"
 
+namespace findwright {
+
 // The assembler takes each file as it is; the build sees to it that a changed one is taken anew.
 #ifdef __ELF__
 #define HTTP_RESOURCE_SECTION ".section .rodata\n"
@@ -9,15 +11,15 @@
 #define HTTP_RESOURCE_SECTION ".section .rdata,\"dr\"\n"
 #endif
 #define HTTP_RESOURCE(label, file)                                                                           \
-    extern "C" const char http_resource_##label[], http_resource_end_##label[];                              \
+    extern "C" const char http_resource_##label[];                                                           \
+    extern "C" const u32 http_resource_size_##label;                                                         \
     asm(HTTP_RESOURCE_SECTION ".balign 16\n"                                                                 \
+                              ".globl http_resource_size_" #label "\n"                                       \
+                              "http_resource_size_" #label ": .4byte 1f - http_resource_" #label "\n"        \
                               ".globl http_resource_" #label "\n"                                            \
                               "http_resource_" #label ":\n"                                                  \
                               ".incbin \"" FINDWRIGHT_HTTP_DATA "/" file "\"\n"                              \
-                              ".globl http_resource_end_" #label "\n"                                        \
-                              "http_resource_end_" #label ":\n"                                              \
-                              ".byte 0\n"                                                                    \
-                              ".text\n")
+                              "1: .text\n")
 
 HTTP_RESOURCE(main_css, "main.css");
 HTTP_RESOURCE(live_js, "live.js");
@@ -29,13 +31,8 @@ HTTP_RESOURCE(up_gif, "up.gif");
 HTTP_RESOURCE(down_gif, "down.gif");
 HTTP_RESOURCE(updir_gif, "updir.gif");
 
-namespace findwright {
-
 #define ROW(name, type, id, label)                                                                           \
-    {                                                                                                        \
-        name, type, http_resource_##label,                                                                   \
-            static_cast<u32>(http_resource_end_##label - http_resource_##label), id                          \
-    }
+    { name, type, http_resource_##label, http_resource_size_##label, id }
 
 const http_resource_t *http_resource_find(const char *name, u32 length) {
     static const http_resource_t RESOURCES[] = {

@@ -1,5 +1,5 @@
-// The files that the program brings for its pages: style sheet, script, artwork. They are data/http, made part
-// of the program when it is built.
+// The files that the program brings for its pages: style sheet, script, artwork. They are data/http, made
+// part of the program when it is built.
 //
 // Constant; any thread.
 #pragma once
