@@ -117,6 +117,8 @@
   let total = 0;
   let chunks = new Map();   // number -> rows; in the order of their last use
   let selected = -1;
+  let selectedFor = null;   // what was wanted then: keys may be faster than an answer
+  let openFor = null;       // an Enter that waits for its answer
   let rowHeight = 30;
   const pool = new Map();   // row number -> its elements, of the rows in sight
   const spare = [];
@@ -360,11 +362,14 @@
   };
 
   // Asks for one chunk of what is wanted; `use` gets the answer, unless something newer has been asked for.
-  const ask = (state, chunk, use) => {
+  // Nobody waits for a quiet request.
+  const ask = (state, chunk, use, isQuiet = false) => {
     stop();
     const mine = request = {controller: new AbortController(), chunk, state};
-    waitTimer = setTimeout(() => setState('waiting', 'Searching\u2026'), WAITING_AFTER);
-    patienceTimer = setTimeout(() => setState('waiting', 'Waiting for the index\u2026'), PATIENCE);
+    if (!isQuiet) {
+      waitTimer = setTimeout(() => setState('waiting', 'Searching\u2026'), WAITING_AFTER);
+      patienceTimer = setTimeout(() => setState('waiting', 'Waiting for the index\u2026'), PATIENCE);
+    }
     const again = () => ask(state, chunk, use);
     const address = addressOf(state) + '&json=1&live=1&path_column=1&size_column=1&date_modified_column=1' +
       `&offset=${chunk * CHUNK}&count=${CHUNK}`;
@@ -385,7 +390,7 @@
         return;
       stop();
       if (error instanceof TypeError || error instanceof SyntaxError)
-        fail('The server cannot be reached. Trying again\u2026', again);
+        fail('The server cannot be reached: is Findwright running? Trying again\u2026', again);
       else
         fail(error.message, error.message.includes('again\u2026') ? again : null);
     });
@@ -453,7 +458,7 @@
       }
       if (request && (request.chunk === chunk || chunk < from || chunk > to))
         return;
-      ask(shown, chunk, (answer) => onRows(chunk, answer));
+      ask(shown, chunk, (answer) => onRows(chunk, answer), chunk < from || chunk > to);
       return;
     }
   };
@@ -508,13 +513,18 @@
   const onFirstRows = (state, answer) => {
     shown = state;
     chunks = new Map();
-    unselect();
+    if (selectedFor !== state)
+      unselect();
+    selected = Math.min(selected, answer.totalResults - 1);
     showList();
     setTotal(answer.totalResults);
     keepAnswer(0, answer);
     top = Math.min(state.row * rowHeight, topMax());
     putBox();
     paintNow();
+    if (openFor === state)
+      open(false);
+    openFor = null;
   };
 
   const search = () => {
@@ -587,6 +597,7 @@
     if (!shown || total === 0)
       return;
     selected = Math.min(Math.max(index, 0), total - 1);
+    selectedFor = wanted;
     const y = selected * rowHeight;
     if (y < top)
       moveTo(y);
@@ -599,11 +610,16 @@
 
   const unselect = () => {
     selected = -1;
+    openFor = null;
     box.removeAttribute('aria-activedescendant');
     paint();
   };
 
   const open = (isBeside) => {
+    if (shown !== wanted) {
+      openFor = wanted; // the row is another one's still
+      return;
+    }
     const data = dataOf(selected);
     if (!shown || !data || !isLink(data.url))
       return;
