@@ -485,9 +485,13 @@
       button.setAttribute('aria-pressed', !!state.options[button.dataset.option]);
   };
 
+  // The page's title without its search: the program's name, and that of its instance.
+  const baseTitle = !isOwnSearch ? ownTitle :
+    own.text && ownTitle.startsWith(own.text + ' - ') ? ownTitle.slice(own.text.length + 3) :
+    own.text ? 'Findwright' : ownTitle;
   const setTitle = (state) => {
-    document.title = !state ? ownTitle : state.text && isOwnSearch && state.text === own.text ? ownTitle :
-      (state.text ? state.text + ' - ' : '') + 'Findwright';
+    document.title = !state || state.text === own.text ? ownTitle :
+      state.text ? state.text + ' - ' + baseTitle : baseTitle;
   };
 
   const showList = () => {
