@@ -208,6 +208,10 @@ bool http_request_parse_line(http_request_t *request, const char *line, u32 leng
         _http_parse_range(request, value);
     else if (_http_part_is(&word, "if-range:"))
         _http_parse_if_range(request, value);
+    else if (_http_part_is(&word, "sec-fetch-site:"))
+        request->is_from_elsewhere = !_http_part_is(&value, "same-origin") && !_http_part_is(&value, "none");
+    else if (_http_part_is(&word, "sec-fetch-dest:"))
+        request->is_part = !_http_part_is(&value, "document");
     else if (_http_part_is(&word, "authorization:") && _http_skip(&value, "basic ")) {
         _http_trim(&value);
         request->authenticated = _http_login_is_right(value, login);

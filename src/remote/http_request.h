@@ -47,7 +47,16 @@ struct http_request_t {
     u64 range_size;       // 0: up to the end
     char *if_range;       // what the file must still be for the range to count
     bool has_second_host; // two Host lines: nobody can tell which one a proxy has looked at
+    // What browsers tell of the page that asks, Sec-Fetch-Site and Sec-Fetch-Dest.
+    bool is_from_elsewhere; // it is not of this server
+    bool is_part; // it asks for something that becomes part of it, and not for the page that follows it
 };
+
+// Whether a page from elsewhere has its visitor's browser fetch something here for its own use: as a script,
+// a picture, a frame. It may only lead to here.
+inline bool http_request_is_foreign(const http_request_t *request) {
+    return request->is_from_elsewhere && request->is_part;
+}
 
 // The names and passwords to compare with; either may be empty, and then any is right.
 struct http_login_t {

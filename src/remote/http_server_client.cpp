@@ -16,6 +16,7 @@ static constexpr u32 ACCEPT_MAX = 64;           // connections that are taken be
 static constexpr u32 DROPPED_MAX = 1024 * 1024; // bytes that are taken from a client behind its request
 static constexpr u32 STATUS_BAD_REQUEST = 400;
 static constexpr u32 STATUS_UNAUTHORIZED = 401;
+static constexpr u32 STATUS_FORBIDDEN = 403;
 static constexpr u32 STATUS_NOT_FOUND = 404;
 static constexpr u32 STATUS_MISDIRECTED = 421;
 static constexpr u32 STATUS_HEAD_TOO_LARGE = 431;
@@ -291,6 +292,8 @@ static void _http_server_answer(http_server_client_t *client) {
     server_log_printf(&_http_server->log, client->socket, client->peer, "GET %s\r\n", request->url);
     if (!_http_server_is_own_host(client))
         _http_server_answer_error(client, STATUS_MISDIRECTED);
+    else if (http_request_is_foreign(request))
+        _http_server_answer_error(client, STATUS_FORBIDDEN);
     else if (!_http_server_is_logged_in(client))
         _http_server_answer_error(client, STATUS_UNAUTHORIZED);
     else
