@@ -1,9 +1,10 @@
 #!/bin/bash
 # Builds and tests everything, from a clean checkout: ./test.sh, or ./test.sh --quick for the Linux part alone.
 #
-#   build/debug     the whole suite and the replay of the fuzz seeds, AddressSanitizer and UndefinedBehaviorSanitizer
+#   build/debug     the whole suite, the pages in a browser, and the replay of the fuzz seeds, AddressSanitizer and
+#                   UndefinedBehaviorSanitizer
 #   build/thread    the tests that start threads, ThreadSanitizer
-#   build/windows   the whole suite cross-built, run under Wine
+#   build/windows   the whole suite and the pages again, cross-built, run under Wine
 #
 # All trees are built first and then tested by one run of ctest, whose summary is the end of the output.
 set -uo pipefail
@@ -52,11 +53,11 @@ run_tests() {
 
 trees=(debug)
 if [ $quick = 1 ]; then
-  step "packages" tools/install_packages.sh build test
+  step "packages" tools/install_packages.sh build test browser
   step "build: Linux, AddressSanitizer and UndefinedBehaviorSanitizer" build debug
 else
   trees+=(thread windows)
-  step "packages" tools/install_packages.sh build test windows
+  step "packages" tools/install_packages.sh build test browser windows
   step "build: Linux, AddressSanitizer and UndefinedBehaviorSanitizer" build debug
   step "build: Linux, ThreadSanitizer" build thread
   step "Windows: sources of its libraries, Wine" windows_tools

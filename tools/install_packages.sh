@@ -7,6 +7,7 @@ declare -A groups=(
   [build]="g++ cmake ninja-build bzip2 libbz2-dev libpcre2-dev libcli11-dev"
   [test]="libgtest-dev libgmock-dev"
   [windows]="g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest dpkg-dev wine64"
+  [browser]="chromium nodejs"
   [bench]="ripgrep fd-find sleuthkit ntfs-3g fuse3 python3 apt-file lz4 apache2-utils nginx-light curl"
   [fuzz]="clang-14 libclang-rt-14-dev"
 )
