@@ -4,7 +4,7 @@
 //
 // 50 keys, one after the other, each once the rows of the one before are there. A key counts from its event in the page to
 // the end of the frame in which the first row or the count is another one. Prints the median and the 95th percentile.
-import { browser_kill, browser_start, page_call, page_close, page_goto, page_key, page_open, page_type, page_until } from './devtools.mjs';
+import { browser_kill, browser_start, page_call, page_close, page_goto, page_key, page_open, page_type, page_until, until } from './devtools.mjs';
 
 const WORDS = ['readme', 'python3', 'config', 'library', 'changelog', 'license', 'manual', 'icons'];
 const KEYS = 50;
@@ -47,7 +47,7 @@ async function _main(address) {
         break;
       typed += letter;
       await page_type(page, letter);
-      const time = await page_until(page, `there are rows of ${typed}`, () => window.keystroke).catch(error => void same++ || console.error(error.message));
+      const time = await until(`there are rows of ${typed}`, () => page_call(page, () => window.keystroke), 5000).catch(() => void same++);
       if (time)
         times.push(time);
     }
