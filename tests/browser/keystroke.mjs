@@ -4,7 +4,7 @@
 //
 // 50 keys, one after the other, each once the rows of the one before are there. A key counts from its event in the page to
 // the end of the frame in which the first row or the count is another one. Prints the median and the 95th percentile.
-import { browser_kill, browser_start, page_call, page_close, page_goto, page_key, page_open, page_type, page_until, until } from './devtools.mjs';
+import { browser_kill, browser_start, browser_stop, page_call, page_close, page_goto, page_key, page_open, page_type, page_until, until } from './devtools.mjs';
 
 const WORDS = ['readme', 'python3', 'config', 'library', 'changelog', 'license', 'manual', 'icons'];
 const KEYS = 50;
@@ -54,6 +54,8 @@ async function _main(address) {
   }
   const total = await page_call(page, () => document.querySelector('#live-count').textContent);
   await page_close(page);
+  await browser_stop(browser);
+  browser = undefined;
   times.sort((a, b) => a - b);
   const at = part => times[Math.min(times.length - 1, Math.floor(part * times.length))].toFixed(1);
   console.log(`from a key to its painted rows: median ${at(0.5)} ms, 95 % ${at(0.95)} ms, of ${times.length} keys` +

@@ -6,7 +6,7 @@
 import { mkdirSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { browser_kill, browser_start, page_close, page_goto, page_key, page_open, page_painted, page_phone, page_picture, page_type } from './devtools.mjs';
+import { browser_kill, browser_start, browser_stop, page_close, page_goto, page_key, page_open, page_painted, page_phone, page_picture, page_type } from './devtools.mjs';
 import { list_until } from './list.mjs';
 import { program_kill, program_start, programs_kill } from './program.mjs';
 
@@ -82,6 +82,8 @@ async function _main(options) {
   writeFileSync(options.file, await page_picture(page));
   await page_close(page);
   await program_kill(server);
+  await browser_stop(browser);
+  browser = undefined;
 }
 
 process.on('exit', () => {
