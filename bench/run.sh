@@ -1,7 +1,7 @@
 #!/bin/bash
 # Runs the benchmark: this program beside its peers, on the same real names, in the same run.
 #
-#   bench/run.sh [ROW...]     rows: search language index memory read list load folder order live watch http; all of them without an argument
+#   bench/run.sh [ROW...]     rows: search language index memory read list load folder order live watch http keystroke; all of them without an argument
 #
 # Prints one table of ratios. The first run fetches the names and makes the volumes, which takes a few minutes;
 # what it made stays in build/bench. docs/BENCHMARKS.md tells what each row means. RUNS and PEER_RUNS in the
@@ -10,11 +10,11 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 rows=("$@")
-[ $# -gt 0 ] || rows=(search language index memory read list load folder order live watch http)
+[ $# -gt 0 ] || rows=(search language index memory read list load folder order live watch http keystroke)
 for row in "${rows[@]}"; do
   case $row in
-    search | language | index | memory | read | list | load | folder | order | live | watch | http) ;;
-    *) echo "usage: bench/run.sh [search | language | index | memory | read | list | load | folder | order | live | watch | http]..." >&2; exit 2 ;;
+    search | language | index | memory | read | list | load | folder | order | live | watch | http | keystroke) ;;
+    *) echo "usage: bench/run.sh [search | language | index | memory | read | list | load | folder | order | live | watch | http | keystroke]..." >&2; exit 2 ;;
   esac
 done
 
@@ -42,7 +42,7 @@ fi
 
 # A file list of all of them, with a size and a date for each.
 list=$data/names.fwl
-if [[ " ${rows[*]} " =~ " list "|" load " ]] && [ ! "$list" -nt "$data/paths.txt" ]; then
+if [[ " ${rows[*]} " =~ " list "|" load "|" keystroke " ]] && [ ! "$list" -nt "$data/paths.txt" ]; then
   awk 'BEGIN { print "Filename,Size,Date Modified,Attributes" }
     { gsub(/"/, "\"\""); printf "\"/%s\",%d,%.0f,32\n", $0, (NR * 7919) % 1000003, 131000000000000000 + (NR * 104729 % 9999991) * 10000000 }' \
     "$data/paths.txt" >"$list.part"
@@ -87,4 +87,28 @@ if [[ " ${rows[*]} " == *" read "* ]]; then
   fi
 fi
 
-"$data/release/bench/fw_bench" "${arguments[@]}" "${rows[@]}"
+# From a key to the rows on the screen, in a browser: the program itself, over all names.
+keystroke() {
+  local settings=$data/keystroke.ini port=8093 server=
+  tools/install_packages.sh browser
+  cmake --build "$data/release" --target findwright >"$log" 2>&1 || { cat "$log" >&2; return 1; }
+  printf '%s\n' '[Findwright]' "filelists=\"$PWD/$list\"" allow_multiple_instances=1 http_server_enabled=2 \
+    "http_server_port=$port" http_server_bindings=127.0.0.1 http_server_logging_enabled=0 >"$settings"
+  "$data/release/findwright" -config "$settings" -no-db &
+  server=$!
+  # The first answer comes when the list is read.
+  until curl -sf -o /dev/null "http://127.0.0.1:$port/?search=&json=1&count=1"; do
+    kill -0 $server || return 1
+    sleep 0.2
+  done
+  node tests/browser/keystroke.mjs "http://127.0.0.1:$port/" || { kill $server; return 1; }
+  kill $server
+  wait $server || :
+}
+
+own=()
+for row in "${rows[@]}"; do
+  [ "$row" = keystroke ] || own+=("$row")
+done
+[ ${#own[@]} -eq 0 ] || "$data/release/bench/fw_bench" "${arguments[@]}" "${own[@]}"
+[[ " ${rows[*]} " != *" keystroke "* ]] || keystroke

@@ -300,7 +300,7 @@ void busy_proc(void *param) {
 
 TEST_F(HttpServer, WaitsForTheIndexAndAnswersTheRest) {
     start_over_names({"one.txt", "two.txt"}, params);
-    http_server_limits = {200, 200};
+    http_server_limits = {1500, 1500};
     busy_t busy = {db, os_event_create()};
     db_start_worker(db, nullptr, DB_WORKER_OTHER, busy_proc, &busy);
     http_client_t search("GET /?search=one HTTP/1.0\r\n\r\n"), folder("GET / HTTP/1.0\r\n\r\n"),
