@@ -330,7 +330,7 @@
   const layOut = () => {
     rowHeight = parseFloat(getComputedStyle(live).getPropertyValue('--row')) || 30;
     space.style.height = boxHeight() + 'px';
-    sheet.style.height = view.clientHeight + 'px';
+    sheet.style.height = Math.min(view.clientHeight, boxHeight()) + 'px';
     view.setAttribute('aria-rowcount', total);
   };
 
