@@ -154,7 +154,7 @@ async function back_button(page) {
 
 // --- Long lists -------------------------------------------------------------------------------------------------------
 
-// Presses the scroll bar's thumb at the part `from` of its way and lets it go at `to`.
+// Presses the scroll bar's thumb where `from` says how far down it is, and lets it go at `to`.
 async function _drag_bar(page, from, to) {
   const place = await page_call(page, part => {
     const view = document.getElementById('live-view');

@@ -1,7 +1,6 @@
-#include "os/network_test_support.h"
 #include "os/os_test_support.h"
-#include "remote/server_file.h"
 #include "remote/server_log.h"
+#include "server_file_test_support.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,33 +10,6 @@ using namespace findwright;
 
 namespace {
 
-struct download_t {
-    test_network_t network;
-    test_listener_t listener;
-    end_t client;
-    std::unique_ptr<end_t> server;
-    server_file_t *file = nullptr;
-    server_file_result_t result = SERVER_FILE_WAIT;
-
-    download_t(platform_file_t opened, u64 start, u64 size) {
-        listener.make_pair(&client, &server);
-        server->hook = [this](u32 events) {
-            if (!(events & NETWORK_WRITE) || !file)
-                return;
-            result = server_file_send(file);
-            if (result != SERVER_FILE_WAIT)
-                close();
-        };
-        file = server_file_open(opened, start, size, server->socket);
-    }
-    ~download_t() { close(); }
-    void close() {
-        if (file)
-            server_file_close(file);
-        file = nullptr;
-    }
-};
-
 TEST(server_file_posix, a_read_that_hangs_holds_up_nobody) {
     temp_folder_t folder;
     std::string pipe = (folder.path / "pipe").string();
@@ -46,7 +18,8 @@ TEST(server_file_posix, a_read_that_hangs_holds_up_nobody) {
     int writer = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);
     ASSERT_TRUE(descriptor != -1 && writer != -1);
     {
-        download_t download(descriptor, 0, 3 * SERVER_FILE_BLOCK);
+        download_t download;
+        download.start(descriptor, 0, 3 * SERVER_FILE_BLOCK);
         std::string block(SERVER_FILE_BLOCK, 'p');
         ASSERT_EQ(write(writer, block.data(), block.size()), static_cast<ssize_t>(block.size()));
         wait_until([&] { return download.client.received.size() == block.size(); });
@@ -73,7 +46,8 @@ TEST(server_file_posix, a_range_far_behind_four_gigabytes_arrives) {
     int descriptor = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     ASSERT_NE(descriptor, -1);
     ASSERT_EQ(pwrite(descriptor, text.data(), text.size(), START), static_cast<ssize_t>(text.size()));
-    download_t download(descriptor, START - 5, 5 + text.size());
+    download_t download;
+    download.start(descriptor, START - 5, 5 + text.size());
     wait_until([&] { return download.result != SERVER_FILE_WAIT; });
     EXPECT_EQ(download.result, SERVER_FILE_DONE);
     wait_until([&] { return download.client.received.size() == 5 + text.size(); });

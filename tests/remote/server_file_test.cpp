@@ -1,7 +1,6 @@
 #include "base/mem.h"
-#include "os/network_test_support.h"
 #include "os/os_test_support.h"
-#include "remote/server_file.h"
+#include "server_file_test_support.h"
 
 #include <chrono>
 #include <thread>
@@ -10,21 +9,8 @@ using namespace findwright;
 
 namespace {
 
-// A file on its way to a client that takes it when it likes.
-class server_file_test : public testing::Test {
+class server_file_test : public testing::Test, protected download_t {
   protected:
-    void SetUp() override {
-        listener.make_pair(&client, &server);
-        server->hook = [this](u32 events) {
-            if (!(events & NETWORK_WRITE) || !file)
-                return;
-            result = server_file_send(file);
-            if (result != SERVER_FILE_WAIT)
-                close();
-        };
-    }
-    void TearDown() override { close(); }
-
     static std::string make_text(size_t size) {
         std::string text(size, 0);
         for (size_t i = 0; i < size; i++)
@@ -35,27 +21,10 @@ class server_file_test : public testing::Test {
         u64 whole;
         platform_file_t opened = os_open_content((folder / "file").c_str(), &whole);
         ASSERT_NE(opened, PLATFORM_FILE_NONE);
-        result = SERVER_FILE_WAIT;
-        file = server_file_open(opened, start, size, server->socket);
-    }
-    void close() {
-        if (file)
-            server_file_close(file);
-        file = nullptr;
-    }
-    void wait_for_end() {
-        wait_until([&] { return result != SERVER_FILE_WAIT; });
-        network_shutdown(server->socket);
-        wait_until([&] { return client.has_ended || client.has_failed; });
+        download_t::start(opened, start, size);
     }
 
     temp_folder_t folder;
-    test_network_t network;
-    test_listener_t listener;
-    end_t client;
-    std::unique_ptr<end_t> server;
-    server_file_t *file = nullptr;
-    server_file_result_t result = SERVER_FILE_WAIT;
 };
 
 constexpr u64 BLOCK = SERVER_FILE_BLOCK, RING = BLOCK * SERVER_FILE_BLOCKS;
@@ -145,7 +114,7 @@ TEST_F(server_file_test, it_can_be_closed_at_any_time) {
 
 TEST_F(server_file_test, sixteen_at_once_take_turns) {
     static constexpr u32 COUNT = 16;
-    struct download_t {
+    struct taker_t {
         end_t client;
         std::unique_ptr<end_t> server;
         server_file_t *file;
@@ -153,11 +122,11 @@ TEST_F(server_file_test, sixteen_at_once_take_turns) {
     };
     std::string text = make_text(3 << 20);
     write_file(folder / "file", text);
-    std::vector<std::unique_ptr<download_t>> downloads;
+    std::vector<std::unique_ptr<taker_t>> downloads;
     u32 left = COUNT;
     for (u32 i = 0; i < COUNT; i++) {
-        downloads.push_back(std::make_unique<download_t>());
-        download_t *it = downloads.back().get();
+        downloads.push_back(std::make_unique<taker_t>());
+        taker_t *it = downloads.back().get();
         listener.make_pair(&it->client, &it->server);
         it->server->hook = [&, it](u32 events) {
             if (!(events & NETWORK_WRITE) || !it->file)
