@@ -19,14 +19,20 @@ static constexpr u64 TURN = 5;              // milliseconds of answers before th
 
 // --- The queue ---------------------------------------------------------------------------------------------
 
-void _http_server_enqueue(http_server_client_t *client) {
+// Has a client wait behind another one; 0: in front of all.
+static void _http_server_link(http_server_client_t *client, http_server_client_t *prev) {
     http_server_t *server = _http_server;
+    http_server_client_t *next = prev ? prev->next_pending : server->pending_first;
     client->state = HTTP_SERVER_QUEUED;
-    client->next_pending = nullptr;
-    client->prev_pending = server->pending_last;
-    (server->pending_last ? server->pending_last->next_pending : server->pending_first) = client;
-    server->pending_last = client;
-    if (server->pending_first == client)
+    client->prev_pending = prev;
+    client->next_pending = next;
+    (prev ? prev->next_pending : server->pending_first) = client;
+    (next ? next->prev_pending : server->pending_last) = client;
+}
+
+void _http_server_enqueue(http_server_client_t *client) {
+    _http_server_link(client, _http_server->pending_last);
+    if (_http_server->pending_first == client)
         event_post(_http_server_run, nullptr);
 }
 
@@ -36,15 +42,6 @@ void _http_server_dequeue(http_server_client_t *client) {
         client->next_pending;
     (client->next_pending ? client->next_pending->prev_pending : server->pending_last) = client->prev_pending;
     client->next_pending = client->prev_pending = nullptr;
-}
-
-static void _http_server_enqueue_first(http_server_client_t *client) {
-    http_server_t *server = _http_server;
-    client->state = HTTP_SERVER_QUEUED;
-    client->prev_pending = nullptr;
-    client->next_pending = server->pending_first;
-    (server->pending_first ? server->pending_first->prev_pending : server->pending_last) = client;
-    server->pending_first = client;
 }
 
 // --- The query ---------------------------------------------------------------------------------------------
@@ -58,6 +55,8 @@ static void _http_server_results_changed() {
     server->current_client = nullptr;
     if (client)
         _http_server_write_slice(client);
+    else if (!server->has_results) // a search that was given up has ended
+        server->query->hooks->cancelled(server->query, DB_WORKER_SEARCH);
     _http_server_run(nullptr);
 }
 
@@ -66,7 +65,7 @@ static void _http_server_rebuilt() {
     http_server_t *server = _http_server;
     server->has_results = false;
     if (server->current_client)
-        _http_server_enqueue_first(server->current_client);
+        _http_server_link(server->current_client, nullptr);
     server->current_client = nullptr;
 }
 
@@ -91,12 +90,15 @@ void _http_server_drop_query() {
     server->current_client = nullptr;
 }
 
+// The worker is asked to end, and not waited for: it may be reading a file that does not answer. What it
+// leaves is not looked at, and the next search begins once the index is idle.
 void _http_server_cancel_current() {
     http_server_t *server = _http_server;
+    db_query_link_t *link = server->query;
     server->current_client = nullptr;
     server->has_results = false;
-    if (server->db->worker_query == server->query)
-        db_cancel_query(server->query);
+    if (server->db->worker_query == link)
+        link->hooks->cancel(link);
     event_post(_http_server_run, nullptr);
 }
 

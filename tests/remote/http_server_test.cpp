@@ -1,6 +1,8 @@
 #include "db/db.h"
 #include "http_test_support.h"
 #include "query/db_query.h"
+#include "remote/http_server_internal.h"
+#include "support/slow_loader.h"
 #include "track/db_live.h"
 
 #include <algorithm>
@@ -333,6 +335,38 @@ TEST_F(HttpServer, CancelsAbandonedSearches) {
         ASSERT_TRUE(second.wait_closed());
         EXPECT_NE(second.body().find("\"totalResults\":1,"), std::string::npos) << second.body();
     }
+}
+
+// Its search is asked to end. A file that does not answer is not waited for, and holds up nothing but other
+// searches.
+TEST_F(HttpServer, GivesUpTheSearchOfWhoHasLeft) {
+    test_volume_t volume = test_volume_from_paths({"one.txt", "two.txt"});
+    volume.path = os_path_separator == '/' ? "\\made-up" : "C:"; // of this system
+    db = test_db_create({volume}, 0);                            // sizes are read from the files
+    start(params);
+    EXPECT_EQ(http_fetch("/?search=one").status, 200u); // it has a query now
+    db_extended_info_set_loader(_http_server->query->extended_info, &slow_loader_table);
+    slow_loader.close();
+    http_client_t first("GET /?search=size:>1 HTTP/1.0\r\n\r\n");
+    ASSERT_TRUE(http_client_t::wait([] { return _http_server->current_client != nullptr; }));
+    slow_loader.wait_for_reads(1);
+    http_client_t second("GET /?search=two&json=1 HTTP/1.0\r\n\r\n");
+    for (u32 i = 0; i < 10; i++)
+        event_wait_and_dispatch(1);
+    EXPECT_EQ(second.received, "");
+    first.close();
+    EXPECT_TRUE(http_client_t::wait([] { return _http_server->current_client == nullptr; }));
+    EXPECT_TRUE(_http_server->query->cancel_search);
+    EXPECT_EQ(http_fetch("/main.css").status, 200u);
+    second.close();
+    slow_loader.open();
+    http_client_t::wait([this] { return db_is_ready(db); });
+    http_client_t::wait([] { return !_http_server->query->file_terms; }, 5000);
+    EXPECT_FALSE(_http_server->query->file_terms); // nothing is left to be kept true
+    http_client_t third("GET /?search=two&json=1 HTTP/1.0\r\n\r\n");
+    EXPECT_TRUE(third.wait_closed());
+    EXPECT_NE(third.body().find("\"totalResults\":1,"), std::string::npos) << third.body();
+    slow_loader.wait_until_idle();
 }
 
 TEST_F(HttpServer, StaysUpUnderManyConnections) {
