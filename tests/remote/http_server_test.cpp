@@ -359,6 +359,8 @@ TEST_F(HttpServer, GivesUpTheSearchOfWhoHasLeft) {
     EXPECT_TRUE(_http_server->query->cancel_search);
     EXPECT_EQ(http_fetch("/main.css").status, 200u);
     second.close();
+    ASSERT_TRUE(
+        http_client_t::wait([] { return _http_server->pending_first == nullptr; })); // seen to have left
     slow_loader.open();
     http_client_t::wait([this] { return db_is_ready(db); });
     http_client_t::wait([] { return !_http_server->query->file_terms; }, 5000);
