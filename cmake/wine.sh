@@ -44,4 +44,18 @@ fi
 exec 9>&-
 
 [ "${1:-}" != --prepare ] || exit 0
-exec "$wine/wine64" "$@"
+
+# Wine's own processes keep the outputs of the program that happened to start them, for as long as any other program
+# runs: who waits for the end of an output would wait for all of them. So an output is a file, and what comes into it
+# is passed on until the program ends, which has the number of this shell.
+relay() {
+  (
+    tail -c +1 -s 0.1 -f --pid=$$ "$1"
+    rm "$1"
+  ) &
+}
+output=$(mktemp "$build/wine.output.XXXXXX")
+errors=$(mktemp "$build/wine.errors.XXXXXX")
+relay "$output"
+relay "$errors" >&2
+exec "$wine/wine64" "$@" >"$output" 2>"$errors"

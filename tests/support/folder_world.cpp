@@ -69,6 +69,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Of a path. A system refuses longer ones to its callers, but not to a rename. On Windows the standard
+// library lists another folder in the place of one whose path is too long for it.
+constexpr bool IS_POSIX = fs::path::preferred_separator == '/';
+constexpr u32 PATH_LIMIT = IS_POSIX ? 2000 : 240;
+constexpr u32 LONG_NAME = IS_POSIX ? 200 : 60;
+
 u32 pick(tree_storm_t *storm, u32 count) {
     return static_cast<u32>(storm->random() % count);
 }
@@ -96,7 +102,7 @@ std::string make_name(tree_storm_t *storm) {
                                           "a.b.c.d"};
     switch (pick(storm, 12)) {
     case 0: return strange[pick(storm, std::size(strange))];
-    case 1: return std::string(200 + pick(storm, 56), static_cast<char>('k' + pick(storm, 2)));
+    case 1: return std::string(LONG_NAME + pick(storm, 56), static_cast<char>('k' + pick(storm, 2)));
     case 2: return "Case" + std::to_string(pick(storm, 4));
     case 3: return "cASE" + std::to_string(pick(storm, 4));
     case 4: return std::string(1, static_cast<char>('a' + pick(storm, 6)));
@@ -116,10 +122,6 @@ fs::path any_item(tree_storm_t *storm, bool folders_too) {
         return {};
     u32 place = pick(storm, files + folders);
     return place < files ? storm->files[place] : storm->folders[place - files + 1];
-}
-
-fs::path new_place(tree_storm_t *storm) {
-    return any_folder(storm) / make_name(storm);
 }
 
 // A file that may be written to: no link, and no second name of another one where that would not be told.
@@ -157,18 +159,33 @@ void look(tree_storm_t *storm) {
     }
 }
 
-constexpr u32 PATH_MAX_BYTES = 2000; // a system refuses longer ones to its callers, but not to a rename
-
 bool is_short(const fs::path &path) {
-    return path.native().size() < PATH_MAX_BYTES;
+    return path.native().size() < PATH_LIMIT;
 }
 
-// Moves an item. A folder that is moved takes long paths with it, so that it may not go deep.
+fs::path new_place(tree_storm_t *storm) {
+    fs::path place;
+    do
+        place = any_folder(storm) / make_name(storm);
+    while (!is_short(place));
+    return place;
+}
+
+// A folder that is moved takes all that is in it along.
+bool is_short_after_move(const fs::path &from, const fs::path &to) {
+    const size_t limit = PATH_LIMIT + from.native().size() - to.native().size();
+    std::error_code error;
+    if (!is_short(to) || !fs::is_directory(fs::symlink_status(from, error)))
+        return is_short(to);
+    fs::recursive_directory_iterator it(from, error), end;
+    while (!error && it != end && it->path().native().size() < limit)
+        it.increment(error);
+    return !error && it == end;
+}
+
 void move_item(tree_storm_t *storm, const fs::path &from, const fs::path &to) {
     std::error_code error;
-    if (from.empty() || !is_short(to))
-        return;
-    if (fs::is_directory(fs::symlink_status(from, error)) && to.native().size() > PATH_MAX_BYTES / 4)
+    if (from.empty() || !is_short_after_move(from, to))
         return;
     if (!storm->writes_links && fs::exists(fs::symlink_status(to, error)) &&
         fs::is_regular_file(fs::symlink_status(to, error)) && fs::hard_link_count(to, error) != 1)
