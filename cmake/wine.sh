@@ -50,7 +50,7 @@ exec 9>&-
 # is passed on until the program ends, which has the number of this shell.
 relay() {
   (
-    tail -c +1 -s 0.1 -f --pid=$$ "$1"
+    tail -c +1 -s 0.1 -f --pid=$$ "$1" || true # who reads may leave
     rm "$1"
   ) &
 }
