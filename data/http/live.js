@@ -116,6 +116,7 @@
 
   let total = 0;
   let chunks = new Map();   // number -> rows; in the order of their last use
+  const stale = new Set();  // numbers of those that show until they are there anew
   let selected = -1;
   let selectedFor = null;   // what was wanted then: keys may be faster than an answer
   let openFor = null;       // an Enter that waits for its answer
@@ -149,8 +150,13 @@
     return isNaN(date) ? '' : dateFormat.format(date);
   };
 
+  // Line ends and the like would break the row, or be nothing to see; each has a sign of one unit.
+  const visible = (text) => text.replace(/[\0-\x1f\x7f]/g, (control) =>
+    control === '\x7f' ? '\u2421' : String.fromCharCode(0x2400 + control.charCodeAt(0)));
+
   // A text with what the search matched set off.
-  const fillMarked = (element, text, marks) => {
+  const fillMarked = (element, raw, marks) => {
+    const text = visible(raw);
     const places = marks ? marks.split(',').map(Number) : [];
     element.textContent = '';
     let at = 0;
@@ -309,8 +315,10 @@
       if (index < first || index > last) {
         pool.delete(index);
         spare.push(parts);
+        parts.row.remove();
       }
     }
+    let next = sheet.firstElementChild; // readers of screens read rows in the order of their elements
     for (let index = first; index <= last; index++) {
       let parts = pool.get(index);
       if (!parts) {
@@ -319,16 +327,18 @@
       }
       fillRow(parts, index);
       parts.row.style.transform = `translateY(${Math.round(index * rowHeight - top)}px)`;
-      if (!parts.row.isConnected)
-        sheet.append(parts.row);
+      if (parts.row === next)
+        next = next.nextElementSibling;
+      else
+        sheet.insertBefore(parts.row, next);
     }
-    for (const parts of spare)
-      parts.row.remove();
     askForRows(first, last);
   };
 
   const layOut = () => {
-    rowHeight = parseFloat(getComputedStyle(live).getPropertyValue('--row')) || 30;
+    const height = parseFloat(getComputedStyle(live).getPropertyValue('--row')) || 30;
+    top *= height / rowHeight; // rows of another height: the same ones stay in sight
+    rowHeight = height;
     space.style.height = boxHeight() + 'px';
     sheet.style.height = Math.min(view.clientHeight, boxHeight()) + 'px';
     view.setAttribute('aria-rowcount', total);
@@ -376,6 +386,8 @@
     fetch(address, {signal: mine.controller.signal, credentials: 'same-origin'}).then((response) => {
       if (response.status === 401)
         throw new Error('The server asks for a password: load the page again.');
+      if (response.status === 431)
+        throw new Error('This text is too long.');
       if (!response.ok)
         throw new Error(`The server answered ${response.status}. Trying again\u2026`);
       return response.json();
@@ -413,6 +425,7 @@
   // An answer that an index in change has cut short is asked for again.
   const keepAnswer = (chunk, answer) => {
     const rows = answer.results;
+    stale.delete(chunk);
     keep(chunk, rows);
     if (rows.length < Math.min(CHUNK, answer.totalResults - chunk * CHUNK)) {
       setTimeout(() => {
@@ -424,19 +437,22 @@
     }
   };
 
-  // When rows have come or gone, others are asked for again as they come in sight.
-  const forgetOutOfSight = () => {
+  // When rows have come or gone, those of one answer do not follow those of another: all but its own are
+  // asked for again, those out of sight as they come in sight.
+  const forgetOthers = (own) => {
     const [from, to] = rowsInSight().map((row) => Math.floor(row / CHUNK));
     for (const chunk of [...chunks.keys()]) {
       if (chunk < from || chunk > to)
         chunks.delete(chunk);
+      else if (chunk !== own)
+        stale.add(chunk);
     }
   };
 
   const onRows = (chunk, answer) => {
     keepAnswer(chunk, answer);
     if (answer.totalResults !== total) {
-      forgetOutOfSight();
+      forgetOthers(chunk);
       setTotal(answer.totalResults);
       moveTo(top);
     }
@@ -452,13 +468,14 @@
     if (request && request.chunk >= from && request.chunk <= to)
       return;
     for (const chunk of [from, to, Math.min(to + 1, end), Math.max(from - 1, 0)]) {
-      if (chunks.has(chunk)) {
+      const isBeside = chunk < from || chunk > to, isKept = chunks.has(chunk);
+      if (isKept && (isBeside || !stale.has(chunk))) {
         keep(chunk, chunks.get(chunk));
         continue;
       }
-      if (request && (request.chunk === chunk || chunk < from || chunk > to))
+      if (request && (request.chunk === chunk || isBeside))
         return;
-      ask(shown, chunk, (answer) => onRows(chunk, answer), chunk < from || chunk > to);
+      ask(shown, chunk, (answer) => onRows(chunk, answer), isBeside || isKept);
       return;
     }
   };
@@ -517,6 +534,7 @@
   const onFirstRows = (state, answer) => {
     shown = state;
     chunks = new Map();
+    stale.clear();
     if (selectedFor !== state)
       unselect();
     selected = Math.min(selected, answer.totalResults - 1);
@@ -588,12 +606,19 @@
 
   addEventListener('popstate', () => {
     wanted = parse(location);
+    // Loaded anew among its steps, this page has not the content of the one that they began with.
+    if (wanted.text === undefined && location.pathname + location.search !== ownAddress) {
+      location.reload();
+      return;
+    }
     wanted.row = history.state?.row ?? wanted.row;
     clearTimeout(settleTimer);
     box.value = wanted.text || '';
     isSettled = true;
     search();
   });
+
+  const isTouched = matchMedia('(pointer: coarse)').matches;
 
   // --- Keys and clicks -------------------------------------------------------------------------------------
 
@@ -607,7 +632,8 @@
       moveTo(y);
     else if (y + rowHeight > top + view.clientHeight)
       moveTo(y + rowHeight - view.clientHeight);
-    box.setAttribute('aria-activedescendant', 'live-selected');
+    for (const element of [box, view])
+      element.setAttribute('aria-activedescendant', 'live-selected');
     paintNow();
     saveRow();
   };
@@ -615,7 +641,8 @@
   const unselect = () => {
     selected = -1;
     openFor = null;
-    box.removeAttribute('aria-activedescendant');
+    for (const element of [box, view])
+      element.removeAttribute('aria-activedescendant');
     paint();
   };
 
@@ -669,6 +696,8 @@
     event.preventDefault();
     const text = box.value === '' && !isOwnSearch ? undefined : box.value;
     change({text}, true);
+    if (isTouched)
+      box.blur(); // its keyboard goes, and the rows are in sight
   });
   box.addEventListener('input', onBox);
   document.addEventListener('keydown', onKey);
@@ -706,7 +735,7 @@
     if (!document.hidden && shown && !request && live.dataset.state === 'ready') {
       const chunk = Math.floor(rowsInSight()[0] / CHUNK), state = shown;
       ask(state, chunk, (answer) => {
-        forgetOutOfSight();
+        forgetOthers(chunk);
         onRows(chunk, answer);
       });
     }
@@ -730,7 +759,7 @@
   } else {
     showHead(wanted);
   }
-  if (!matchMedia('(pointer: coarse)').matches) {
+  if (!isTouched) {
     box.focus();
     box.setSelectionRange(box.value.length, box.value.length);
   }

@@ -150,6 +150,15 @@ async function back_button(page) {
   await page_until(page, 'the first page has its own content again', () =>
     !document.body.classList.contains('live') && document.querySelector('.indexof')?.getClientRects().length > 0);
   await boxed('');
+  // Loaded anew in between, the page has no content of the address that its steps began with.
+  await down();
+  await list_until_names(page, ALPHA);
+  await page_loaded(page, () => page_send(page, 'Page.reload'));
+  await list_until_names(page, ALPHA);
+  await up();
+  await page_until(page, 'the first page is there, and not the search without its script', () =>
+    !document.body.classList.contains('live') && document.querySelector('.indexof')?.getClientRects().length > 0);
+  await boxed('');
 }
 
 // --- Long lists -------------------------------------------------------------------------------------------------------
@@ -250,6 +259,37 @@ async function millions_of_rows(page) {
   await page_goto(page, '/?search=row');
   await _scroll_long(page, TOTAL, name);
   ok(asked > 0 && asked <= 1000, `windows of rows are asked for, not all: ${asked}`);
+}
+
+// Rows that come and go while the list is open: what is in sight is of one state of the index, also where it came in
+// two answers. And the same rows stay in sight where theirs have another height.
+async function changing_list(page) {
+  let total = 300, name = 'old';
+  await page_intercept(page, url => {
+    const offset = Number(url.searchParams.get('offset'));
+    const results = Array.from({ length: Math.max(0, Math.min(100, total - offset)) }, (_, i) => ({
+      type: 'file', name: `${name} ${offset + i}`, path: '/many', size: '1', date_modified: '133500000000000000',
+      url: `/many/${offset + i}`, path_url: '/many/', name_marks: '', path_marks: '',
+    }));
+    return JSON.stringify({ totalResults: total, results });
+  });
+  await page_goto(page, '/?search=row');
+  await list_until_count(page, '300 results');
+  await page_painted(page); // and what is beside
+  const requests = () => page.requests.filter(request => request.url.includes('json=1'));
+  await until('no request is under way', () => requests().length > 1 && requests().every(request => page.ended.has(request.id)));
+  [total, name] = [301, 'new'];
+  await page_call(page, () => (document.getElementById('live-view').scrollTop = 190 * 32)); // of the second and the third answer
+  let list = await list_until(page, 'all rows in sight are new', list =>
+    list.count === '301 results' && list.rows[0]?.index === 190 && list.rows.length > 12 && list.rows.every(row => row.name === `new ${row.index}`));
+  await page_send(page, 'Emulation.setDeviceMetricsOverride', { width: 600, height: 600, deviceScaleFactor: 2, mobile: false });
+  list = await list_until(page, 'rows are high', list => list.rows[1]?.top - list.rows[0]?.top > 40);
+  equal(list.rows[0].index, 190);
+  // Elements follow each other as rows do, for who has them read out.
+  await page_call(page, () => (document.getElementById('live-view').scrollTop = 185 * 58));
+  await list_until(page, 'the list is scrolled', list => list.rows[0]?.index === 185);
+  const order = await page_call(page, () => [...document.querySelectorAll('.liverow')].map(row => Number(row.dataset.index)));
+  equal(order, order.map((_, i) => 185 + i));
 }
 
 // --- The server's own pages -------------------------------------------------------------------------------------------
@@ -363,10 +403,13 @@ async function hostile_names(page, { machine, sample }) {
   await page_goto(page, '/');
   await list_search(page, machine.windows ? 'file: \\hostile\\' : 'file: /hostile/');
   const list = await list_until_count(page, `${files.size + listed.length} results`);
-  equal(sorted(list.rows.map(row => row.name)), sorted([...files.keys(), ...listed]));
-  await check('in the list', list.rows);
+  // A line end is shown by its sign.
+  const listRows = list.rows.map(row => ({ ...row, name: row.name.replace('\u240a', '\n') }));
+  ok(list.rows.every(row => !row.name.includes('\n')));
+  equal(sorted(listRows.map(row => row.name)), sorted([...files.keys(), ...listed]));
+  await check('in the list', listRows);
   // The same in the page of the folder, which the server writes.
-  const [folder] = [...new Set(list.rows.filter(row => files.has(row.name)).map(row => row.path))];
+  const [folder] = [...new Set(listRows.filter(row => files.has(row.name)).map(row => row.path))];
   equal(folder, program_path(machine, join(sample.tree, 'hostile')));
   await page_loaded(page, () => page_click(page, '.livepath', folder));
   const rows = await page_call(page, () => [...document.querySelectorAll('td.file')].map(cell => ({
@@ -497,7 +540,7 @@ async function server_goes_and_comes(page, { machine, folder, sample }) {
 // ----------------------------------------------------------------------------------------------------------------------
 
 export const CASES = [
-  typing, latest_text_wins, sorting, options, keys, back_button, deep_scrolling, millions_of_rows, folder_pages,
+  typing, latest_text_wins, sorting, options, keys, back_button, deep_scrolling, millions_of_rows, changing_list, folder_pages,
   download_and_range, hostile_names, login, light_looks, telephone, server_goes_and_comes,
 ].map(run => ({ name: run.name.replaceAll('_', ' '), run })).concat([
   { name: 'dark looks', run: dark_looks, page: { dark: true } },
