@@ -664,6 +664,8 @@
     if (event.defaultPrevented || event.isComposing || event.altKey)
       return;
     const page = Math.max(1, Math.floor(view.clientHeight / rowHeight) - 1);
+    // Without a selected row, keys start from what is in sight: it may be far from the list's begin.
+    const from = selected >= 0 ? selected : Math.ceil(top / rowHeight);
     const inBox = event.target === box, inList = view.contains(event.target) || inBox;
     if (event.key === '/' && !inBox && !event.ctrlKey && !event.metaKey)
       box.select(), box.focus();
@@ -674,13 +676,13 @@
     else if (!inList || !shown)
       return;
     else if (event.key === 'ArrowDown')
-      select(selected + 1);
+      select(selected >= 0 ? selected + 1 : from);
     else if (event.key === 'ArrowUp')
       selected <= 0 ? (unselect(), box.focus()) : select(selected - 1);
     else if (event.key === 'PageDown')
-      select(Math.max(selected, 0) + page);
+      select(from + page);
     else if (event.key === 'PageUp')
-      select(Math.max(selected, 0) - page);
+      select(from - page);
     else if (event.key === 'Home' && !inBox)
       select(0);
     else if (event.key === 'End' && !inBox)

@@ -290,6 +290,8 @@ async function changing_list(page) {
   await list_until(page, 'the list is scrolled', list => list.rows[0]?.index === 185);
   const order = await page_call(page, () => [...document.querySelectorAll('.liverow')].map(row => Number(row.dataset.index)));
   equal(order, order.map((_, i) => 185 + i));
+  await page_key(page, 'ArrowDown'); // from what is in sight, and not from the list's begin
+  await list_until(page, 'a row in sight is selected', list => list.rows.some(row => row.selected && row.index === 185));
 }
 
 // --- The server's own pages -------------------------------------------------------------------------------------------
