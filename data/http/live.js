@@ -315,6 +315,8 @@
       if (index < first || index > last) {
         pool.delete(index);
         spare.push(parts);
+        if (parts.row.contains(document.activeElement))
+          view.focus({preventScroll: true}); // a link that was opened beside; keys go on in the list
         parts.row.remove();
       }
     }
