@@ -163,13 +163,17 @@ async function back_button(page) {
 
 // --- Long lists -------------------------------------------------------------------------------------------------------
 
-// Presses the scroll bar's thumb where `from` says how far down it is, and lets it go at `to`.
-async function _drag_bar(page, from, to) {
-  const place = await page_call(page, part => {
+// Presses the scroll bar's thumb where it is, and lets it go at `to` of the bar.
+async function _drag_bar(page, to) {
+  const place = await page_call(page, () => {
     const view = document.getElementById('live-view');
     const box = view.getBoundingClientRect();
-    return { x: box.left + view.clientLeft + view.clientWidth + (view.offsetWidth - view.clientWidth) / 2, top: box.top, height: box.height, bar: view.offsetWidth - view.clientWidth };
+    return {
+      x: box.left + view.clientLeft + view.clientWidth + (view.offsetWidth - view.clientWidth) / 2, top: box.top, height: box.height,
+      bar: view.offsetWidth - view.clientWidth, from: view.scrollTop / (view.scrollHeight - view.clientHeight),
+    };
   });
+  const { from } = place;
   ok(place.bar > 4, 'there is a scroll bar');
   const edge = 25; // an arrow and half of a short thumb
   const at = part => place.top + edge + part * (place.height - 2 * edge);
@@ -203,7 +207,7 @@ async function _scroll_long(page, total, name) {
     ok(first(list) <= before + shown, `the wheel leaves no row out: ${before}, ${first(list)}`);
   }
   // By the bar: to the middle, by the wheel from there, to the end and back.
-  await _drag_bar(page, 0, 0.5);
+  await _drag_bar(page, 0.5);
   list = await rows('the bar leads to the middle', list => first(list) > total * 0.35 && last(list) < total * 0.65);
   for (const delta of [120, 120, 120, -120, -120, -120, 120, 120]) {
     const before = first(list), end = last(list);
@@ -211,7 +215,7 @@ async function _scroll_long(page, total, name) {
     list = await rows('the wheel moves the list in its middle', list => (first(list) - before) * delta > 0);
     ok(Math.abs(first(list) - before) < shown && first(list) <= end, `the wheel goes by rows in the middle too: ${before}, ${first(list)}`);
   }
-  await _drag_bar(page, 0.5, 1.1);
+  await _drag_bar(page, 1.1);
   list = await rows('the bar leads to the end', list => last(list) === total - 1);
   await page_wheel(page, view.x, view.y, -240);
   list = await rows('the wheel leads away from the end', list => last(list) < total - 1 && last(list) > total - 1 - 2 * shown);
@@ -240,6 +244,10 @@ async function _scroll_long(page, total, name) {
 async function deep_scrolling(page) {
   await page_goto(page, '/?search=item+ext:dat');
   await _scroll_long(page, LIST_ROWS, item);
+  // On paper it is what is in sight, and not a thousand pages.
+  const { data } = await page_send(page, 'Page.printToPDF', {});
+  const papers = Buffer.from(data, 'base64').toString('latin1').match(/\/Type \/Page\b/g).length;
+  ok(papers <= 2, `printed on ${papers} pages`);
 }
 
 // More rows than a browser's element can be high in pixels.
