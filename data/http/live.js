@@ -715,7 +715,8 @@
     if (button) {
       const option = button.dataset.option;
       change({options: {...wanted.options, [option]: !wanted.options[option]}}, true);
-      box.focus();
+      if (!isTouched)
+        box.focus();
     }
   });
   sheet.addEventListener('mousedown', (event) => {

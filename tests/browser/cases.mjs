@@ -515,6 +515,7 @@ const dark_looks = page => _check_looks(page, true);
 
 async function telephone(page) {
   await page_phone(page);
+  await page_send(page, 'Emulation.setTouchEmulationEnabled', { enabled: true });
   for (const address of ['/', '/?search=alpha', '/?search=leaf']) {
     await page_goto(page, address);
     if (address !== '/')
@@ -529,6 +530,16 @@ async function telephone(page) {
     ok(room.wide <= room.room, `${address} does not scroll sideways: ${room.wide} of ${room.room}`);
     equal(room.out, [], 'nothing stands out of the page');
   }
+  // Where the box has the focus, a keyboard covers the rows: it has it for typing alone.
+  const isInBox = () => page_call(page, () => document.activeElement.id === 'search');
+  ok(!await isInBox());
+  await page_click(page, '.liveoption[data-option=case]');
+  await page_until(page, 'the option is on', () => location.search.includes('case=1'));
+  ok(!await isInBox());
+  await page_click(page, '#search');
+  ok(await isInBox());
+  await page_key(page, 'Enter');
+  ok(!await isInBox());
 }
 
 // --- A server that goes and comes ---------------------------------------------------------------------------------------
