@@ -77,7 +77,8 @@ bool network_address_is_same_host(const network_address_t *a, const network_addr
 network_socket_t *network_listen(const network_address_t *address, network_proc_t *proc, void *param,
                                  u32 *error, const char **failed);
 // Takes the next connection that waits; 0 when none does, or none can be taken now (out of descriptors or
-// memory: the listener then rests a moment, and tells again). Nagle's delay is off.
+// memory: the listener then rests a moment, and tells again). Connections never take the last descriptors of
+// the process, without which it could not even save what it has. Nagle's delay is off.
 network_socket_t *network_accept(network_socket_t *listener, network_proc_t *proc, void *param);
 // Begins to connect; NETWORK_CONNECT tells. 0 with the error number.
 network_socket_t *network_connect(const network_address_t *address, network_proc_t *proc, void *param,

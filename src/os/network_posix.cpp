@@ -13,6 +13,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -25,6 +26,7 @@
 namespace findwright {
 
 static constexpr rlim_t DESCRIPTORS_WANTED = 16384;
+static constexpr rlim_t DESCRIPTORS_KEPT = 512; // for the files of the program, or a quarter of a low limit
 
 // A process may have some thousand files open at first, and more if it asks for it.
 bool network_platform_start(utf8_buf_t *) {
@@ -274,9 +276,32 @@ static bool _network_is_error_of_peer(int error) {
     }
 }
 
+static rlim_t _network_last_accepted;
+
+// Whether one more connection would take a descriptor that is kept. The system gives the lowest free one, so
+// that as long as those of connections are low, there are enough.
+static bool _network_is_full(const network_socket_t *listener) {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return false;
+    const rlim_t first_kept = limit.rlim_cur - std::min(DESCRIPTORS_KEPT, limit.rlim_cur / 4);
+    if (_network_last_accepted < first_kept)
+        return false;
+    const int lowest = fcntl(_network_descriptor(listener), F_DUPFD_CLOEXEC, 0);
+    if (lowest == -1)
+        return true;
+    close(lowest);
+    errno = EMFILE;
+    return static_cast<rlim_t>(lowest) >= first_kept;
+}
+
 network_socket_t *network_accept(network_socket_t *listener, network_proc_t *proc, void *param) {
     if (listener->is_resting)
         return nullptr;
+    if (_network_is_full(listener)) {
+        _network_rest(listener);
+        return nullptr;
+    }
     int descriptor = accept4(_network_descriptor(listener), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (descriptor == -1) {
         // After a fault of the peer's the loop tells again as long as others wait.
@@ -284,6 +309,7 @@ network_socket_t *network_accept(network_socket_t *listener, network_proc_t *pro
             _network_rest(listener);
         return nullptr;
     }
+    _network_last_accepted = static_cast<rlim_t>(descriptor);
     _network_set_option(descriptor, IPPROTO_TCP, TCP_NODELAY);
     network_socket_t *socket = _network_add(descriptor, proc, param, false, false);
     if (!socket)

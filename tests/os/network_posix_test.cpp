@@ -58,6 +58,32 @@ TEST(network_posix, without_descriptors_a_listener_rests_and_goes_on_later) {
     }
 }
 
+TEST(network_posix, connections_leave_descriptors_for_files) {
+    test_network_t network;
+    test_listener_t listener;
+    std::vector<std::unique_ptr<end_t>> clients;
+    for (u32 i = 0; i < 60; i++) { // both ends are of this process
+        clients.push_back(std::make_unique<end_t>());
+        ASSERT_TRUE(listener.connect(clients.back().get()));
+    }
+    {
+        few_descriptors_t few(60);
+        u32 start = os_get_tick_count();
+        do
+            event_wait_and_dispatch(10);
+        while (os_get_tick_count() - start < 350000);
+        EXPECT_GT(listener.accepted.size(), 5u);
+        EXPECT_LT(listener.accepted.size(), clients.size());
+        std::vector<int> files;
+        for (u32 i = 0; i < 10; i++)
+            files.push_back(dup(0));
+        EXPECT_NE(files.back(), -1);
+        for (int file : files)
+            close(file);
+    }
+    wait_until([&] { return listener.accepted.size() == clients.size(); });
+}
+
 TEST(network_posix, one_that_rests_can_be_closed) {
     test_network_t network;
     end_t client;
