@@ -83,11 +83,15 @@ static void _db_find_below(db_t *db, mem_ref_t top, const char *path, u32 length
     db_ref_list_free(&folders);
 }
 
+// The components of the longest path that a system takes: none of the tops has more of them in its name, and
+// a path that somebody made up of thousands is not looked for in vain as often.
+static constexpr u32 FIND_TOP_COMPONENTS = 2048;
+
 // Adds all items of one kind that have a path, which does not end with a separator. Every beginning of it may
 // be the name of a top.
 static void _db_find_path(db_t *db, const char *path, u32 length, bool is_folder, db_level_t level,
                           db_ref_list_t *out) {
-    for (u32 start = 0; start <= length;) {
+    for (u32 start = 0, components = 0; start <= length && components < FIND_TOP_COMPONENTS; components++) {
         u32 end = _db_find_component_end(path, length, start);
         _db_find_name_t name = {0, path, end};
         start = end + 1;
