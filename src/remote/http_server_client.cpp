@@ -235,6 +235,7 @@ static bool _http_server_open_home(http_server_client_t *client, http_server_fil
     if (is_relative) {
         utf8_buf_path_cat_filename(&full, home, utf8_length(home), below.data + 1,
                                    static_cast<u32>(below.length) - 1);
+        utf8_buf_fix_path(&full); // with a `/` in it Windows would take names such as `aux` for devices
         _http_server_open(client, kind, full.data, utf8_length(home));
     }
     utf8_buf_kill(&full);

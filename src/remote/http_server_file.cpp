@@ -47,8 +47,7 @@ static void _http_server_free_open(http_server_open_t *open) {
     mem_free(open);
 }
 
-// Paths of this system are the same: byte for byte, or where it has drives, but for the case of letters.
-static bool _http_server_is_same_path(const utf8_buf_t *a, const utf8_buf_t *b) {
+bool _http_server_is_same_path(const utf8_buf_t *a, const utf8_buf_t *b) {
     const u32 a_length = static_cast<u32>(a->length), b_length = static_cast<u32>(b->length);
     return utf8_is_equal(a->data, a_length, b->data, b_length) ||
            (os_path_separator == '\\' && utf8_compare_lower(a->data, a_length, b->data, b_length) == 0);
@@ -106,6 +105,9 @@ static void _http_server_open_file(http_server_open_t *open) {
 
 static void _http_server_opened_proc(void *param);
 
+// Threads that open a file, those that nobody waits for included.
+static std::atomic<u32> _http_server_openers;
+
 static void _http_server_open_proc(void *param) {
     auto *open = static_cast<http_server_open_t *>(param);
     _http_server_open_file(open);
@@ -113,11 +115,18 @@ static void _http_server_open_proc(void *param) {
         _http_server_free_open(open);
     else
         event_post(_http_server_opened_proc, open);
+    _http_server_openers--;
+}
+
+// Whoever gives up a file that does not answer leaves a thread behind, and may ask for it again.
+static bool _http_server_has_room_for_file() {
+    return _http_server->file_count < HTTP_SERVER_FILES &&
+           _http_server_openers + server_file_get_readers() < HTTP_SERVER_FILES;
 }
 
 void _http_server_open(http_server_client_t *client, http_server_file_kind_t kind, const char *path,
                        u32 top_length) {
-    if (_http_server->file_count >= HTTP_SERVER_FILES) {
+    if (!_http_server_has_room_for_file()) {
         _http_server_answer_error(client, STATUS_UNAVAILABLE);
         return;
     }
@@ -132,6 +141,7 @@ void _http_server_open(http_server_client_t *client, http_server_file_kind_t kin
     client->open = open;
     client->state = HTTP_SERVER_OPENING;
     _http_server->file_count++;
+    _http_server_openers++;
     os_thread_detach(os_thread_create(_http_server_open_proc, open));
 }
 

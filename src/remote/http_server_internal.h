@@ -125,6 +125,8 @@ enum http_server_file_kind_t : u32 {
 // much of the path is the folder that it must lie in.
 void _http_server_open(http_server_client_t *client, http_server_file_kind_t kind, const char *path,
                        u32 top_length);
+// Paths of this system are the same: byte for byte, or where it has drives, but for the case of letters.
+bool _http_server_is_same_path(const utf8_buf_t *a, const utf8_buf_t *b);
 // Gives up an opening; what is opened late is closed.
 void _http_server_abandon_open(http_server_open_t *open);
 void _http_server_send_embedded(http_server_client_t *client, const struct http_resource_t *resource);

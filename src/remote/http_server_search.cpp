@@ -370,9 +370,19 @@ static void _http_server_answer_path(http_server_client_t *client) {
         _http_server_answer_error(client, STATUS_NOT_FOUND);
 }
 
-// What a link has led to.
+// What a link has led to: the very file, and not one whose name differs in case, must be in the index.
 static void _http_server_answer_real_file(http_server_client_t *client) {
-    if (db_file_exists(_http_server->db, client->path.data, static_cast<u32>(client->path.length)))
+    const u32 length = static_cast<u32>(client->path.length);
+    db_result_t result;
+    bool has_it = false;
+    if (db_find_item(_http_server->db, client->path.data, length, &result) && !result.is_folder) {
+        utf8_buf_t path;
+        utf8_buf_init(&path);
+        db_item_get_full_path_name(&path, result.item);
+        has_it = _http_server_is_same_path(&path, &client->path);
+        utf8_buf_kill(&path);
+    }
+    if (has_it)
         _http_server_open(client, HTTP_SERVER_FILE_REAL, client->path.data, 0);
     else
         _http_server_answer_error(client, STATUS_NOT_FOUND);

@@ -12,6 +12,7 @@
 #include "os/os.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <new>
@@ -38,6 +39,8 @@ struct server_file_t {
     bool is_failed;
     bool is_stopped;
 };
+
+static std::atomic<u32> _server_file_readers;
 
 static void _server_file_release(server_file_t *file) {
     {
@@ -107,6 +110,7 @@ static void _server_file_read_proc(void *param) {
         _server_file_wake_sender(file);
     }
     _server_file_release(file);
+    _server_file_readers--;
 }
 
 // --- Main thread ------------------------------------------------------------------------------------------
@@ -127,6 +131,7 @@ server_file_t *server_file_open(platform_file_t file, u64 start, u64 size, netwo
     opened->ring = static_cast<u8 *>(mem_alloc(static_cast<size_t>(std::min(size, RING_SIZE))));
     opened->sender_waits = true;
     opened->references++;
+    _server_file_readers++;
     os_thread_detach(os_thread_create(_server_file_read_proc, opened));
     return opened;
 }
@@ -139,6 +144,10 @@ void server_file_close(server_file_t *file) {
     }
     event_remove(_server_file_ready_proc, file);
     _server_file_release(file);
+}
+
+u32 server_file_get_readers() {
+    return _server_file_readers;
 }
 
 // How many bytes lie ready behind what was sent, in one piece. With none, the thread will tell.

@@ -24,6 +24,8 @@ struct server_file_t;
 // server_file_close comes before network_close.
 server_file_t *server_file_open(platform_file_t file, u64 start, u64 size, network_socket_t *socket);
 void server_file_close(server_file_t *file);
+// How many threads read, of all connections; those that hang in a file that was closed since are among them.
+u32 server_file_get_readers();
 
 enum server_file_result_t : u32 {
     SERVER_FILE_DONE,        // all of it was sent

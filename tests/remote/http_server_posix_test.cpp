@@ -56,6 +56,8 @@ TEST_F(HttpServerPosix, FollowsNoLinkOut) {
     fs::create_symlink(outside / "secret", files.path / "home" / "out");
     write_file(files / "home\\page", "page");
     fs::create_symlink("page", files.path / "home" / "other");
+    fs::create_symlink("in/other-case", top / "case");
+    write_file(files / "top\\in\\OTHER-CASE", "indexed");
     write_file(files / "top\\changed", "as it was");
     write_file(files / "top\\in\\moved", "as it was");
     start();
@@ -74,6 +76,8 @@ TEST_F(HttpServerPosix, FollowsNoLinkOut) {
     EXPECT_EQ(http_fetch("/other").body, "page");
     fs::remove(top / "in");
     fs::rename(files.path / "in", top / "in");
+    write_file(files / "top\\in\\other-case", "secret"); // the index does not have this one
+    EXPECT_EQ(http_fetch(path("case")).status, 404u);
     EXPECT_EQ(http_fetch(path("inside")).body, "open");
     EXPECT_EQ(http_fetch(path("twice")).body, "open");
 }

@@ -30,11 +30,13 @@ TEST(server_file_posix, a_read_that_hangs_holds_up_nobody) {
         EXPECT_LT(os_get_tick_count() - start, 30000000u);
     }
     EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC); // the thread still has it
+    EXPECT_EQ(server_file_get_readers(), 1u);
     // When it comes back it frees all, which the end of the test program looks at.
     std::string rest(SERVER_FILE_BLOCK - 1, 'r');
     ASSERT_EQ(write(writer, rest.data(), rest.size()), static_cast<ssize_t>(rest.size()));
-    while (fcntl(descriptor, F_GETFD) != -1)
+    while (server_file_get_readers() != 0)
         usleep(1000);
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
     close(writer);
 }
 
