@@ -8,9 +8,10 @@
 //
 // Answers are HTTP/1.0, one for each connection. All clients share one query: requests that need the index
 // wait in a queue, and the server runs one at a time. A request for the search that the query holds is
-// answered from it at once. Rows are written in slices of HTTP_SERVER_SLICE: a longer answer goes to the back
-// of the queue after each slice, and only once the client has taken what was written, so that neither a slow
-// client nor a large answer holds up the others, or memory.
+// answered from it at once. Rows are written in slices of HTTP_SERVER_SLICE, or of what takes a few
+// milliseconds: a longer answer goes to the back of the queue after each slice, and only once the client has
+// taken what was written, so that neither a slow client nor a large answer holds up the others, or memory.
+// Where many are slow at once, each of them has a smaller share of the memory.
 //
 // What can be had of the file system: regular files of the index, while downloads are on, and of the home
 // folder, neither through a link that leads elsewhere. All else is 404.
@@ -29,15 +30,21 @@ inline constexpr u32 HTTP_SERVER_LINE_LIMIT = 65536;  // bytes of one line of a 
 inline constexpr u32 HTTP_SERVER_HEAD_LIMIT = 262144; // bytes of a whole head
 inline constexpr u32 HTTP_SERVER_CLIENTS = 4096;      // at once; more are answered 503 and closed
 inline constexpr u32 HTTP_SERVER_FILES = 256;         // downloads at once, each with its thread; likewise
-inline constexpr u64 HTTP_SERVER_QUEUED_LIMIT =
-    1 << 20; // bytes that wait for a client before it gets more rows
+// Bytes of answers that wait for their clients: the share of each one, before it gets more rows; what they
+// may all have together before the shares become small; and when answers that have not begun are 503.
+inline constexpr u64 HTTP_SERVER_SHARE = 1 << 20;
+inline constexpr u64 HTTP_SERVER_SMALL_SHARE = 1 << 15;
+inline constexpr u64 HTTP_SERVER_SHARED = 64 << 20;
+inline constexpr u64 HTTP_SERVER_UNSENT_LIMIT = 512 << 20;
 
 // In milliseconds; tests shorten them.
 struct http_server_limits_t {
     u32 head_timeout; // for the whole head
     u32 idle_timeout; // without a byte in either direction, unless the server is at work for it
+    u32 slice_time;   // after which a slice of rows ends
 };
-inline http_server_limits_t http_server_limits = {30000, 60000};
+inline constexpr http_server_limits_t HTTP_SERVER_LIMITS = {30000, 60000, 10};
+inline http_server_limits_t http_server_limits = HTTP_SERVER_LIMITS;
 
 // All texts are copied.
 struct http_server_params_t {

@@ -92,6 +92,7 @@ void _http_server_destroy_client(http_server_client_t *client) {
     server->client_count--;
     const http_server_state_t state = client->state;
     client->state = HTTP_SERVER_SHUT;
+    server->unsent -= client->counted;
     if (state == HTTP_SERVER_QUEUED)
         _http_server_dequeue(client);
     if (client->open)
@@ -166,18 +167,28 @@ static void _http_server_drained(http_server_client_t *client) {
     }
 }
 
+u64 _http_server_get_share() {
+    return _http_server->unsent < HTTP_SERVER_SHARED ? HTTP_SERVER_SHARE : HTTP_SERVER_SMALL_SHARE;
+}
+
+static void _http_server_count_unsent(http_server_client_t *client) {
+    _http_server->unsent += client->send.queued - client->counted;
+    client->counted = client->send.queued;
+}
+
 void _http_server_go_on(http_server_client_t *client) {
     if (!client->socket)
         return;
     const u64 queued = client->send.queued;
     const server_send_result_t result = server_send_run(&client->send, client->socket);
+    _http_server_count_unsent(client);
     if (result == SERVER_SEND_FAILED) {
         _http_server_destroy_client(client);
         return;
     }
     if (client->send.queued != queued)
         client->active = _http_server_now();
-    if (client->state == HTTP_SERVER_ROWS && client->send.queued < HTTP_SERVER_QUEUED_LIMIT / 2)
+    if (client->state == HTTP_SERVER_ROWS && client->send.queued < _http_server_get_share() / 2)
         _http_server_enqueue(client); // its next rows are ready by the time it has taken these
     else if (result == SERVER_SEND_DONE)
         _http_server_drained(client);

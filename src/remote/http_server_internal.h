@@ -50,6 +50,7 @@ struct http_server_client_t {
     u32 dropped;          // bytes behind the head, which nobody reads
     server_receive_t receive;
     server_send_t send;
+    u64 counted; // bytes of it in the server's sum
     http_request_t request;
     http_query_t query;
     http_server_job_t job;
@@ -75,6 +76,7 @@ struct http_server_t {
     server_log_t log;
     http_server_client_t *clients_first, *clients_last, *dead;
     u32 client_count, file_count;
+    u64 unsent; // bytes of answers that wait for their clients
     // The search that the query holds.
     db_query_t *query; // made with the first search, given back when nobody has searched for a while
     char *search;
@@ -104,6 +106,8 @@ void _http_server_destroy_client(http_server_client_t *client);
 void _http_server_free_dead();
 // Sends what there is, and goes on with the answer as far as it can.
 void _http_server_go_on(http_server_client_t *client);
+// How many bytes of an answer may wait for its client before it gets more rows.
+u64 _http_server_get_share();
 // The whole of an answer is in the queue.
 void _http_server_end_answer(http_server_client_t *client);
 // All of an answer is sent.

@@ -14,8 +14,9 @@
 namespace findwright {
 
 static constexpr u32 STATUS_NOT_FOUND = 404;
-static constexpr u32 SLICE_BYTES = 1 << 20; // of rows in one slice, whatever their number
-static constexpr u64 TURN = 5;              // milliseconds of answers before the main loop has its turn
+static constexpr u32 STATUS_UNAVAILABLE = 503;
+static constexpr u32 SLICE_LOOK = 8; // rows between two looks at the clock
+static constexpr u64 TURN = 5;       // milliseconds of answers before the main loop has its turn
 
 // --- The queue ---------------------------------------------------------------------------------------------
 
@@ -275,15 +276,29 @@ static u64 _http_server_get_unsent(const http_server_client_t *client) {
     return client->send.queued + static_cast<u32>(client->send.text.length);
 }
 
+// What bounds a slice. Its rows may cost much: what they are marked for may be a list of thousands of words.
+struct _http_server_slice_t {
+    u32 first;
+    u64 unsent, start;
+};
+
+static bool _http_server_is_slice_full(const _http_server_slice_t *slice, const http_server_client_t *client,
+                                       u32 row) {
+    const u32 count = row - slice->first;
+    return count == HTTP_SERVER_SLICE || _http_server_get_unsent(client) >= slice->unsent ||
+           (count != 0 && count % SLICE_LOOK == 0 &&
+            _http_server_now() - slice->start >= http_server_limits.slice_time);
+}
+
 // The rows of a client's turn. The query holds its search, or the folder is collected.
 static void _http_server_write_rows(http_server_client_t *client, u32 total) {
     const u32 end = _http_server_get_end(client, total), first = client->written;
-    const u64 limit = _http_server_get_unsent(client) + SLICE_BYTES;
+    const _http_server_slice_t slice = {first, _http_server_get_unsent(client) + _http_server_get_share(),
+                                        _http_server_now()};
     utf8_buf_t path;
     utf8_buf_init(&path);
     db_find_entry_t entry;
-    for (u32 i = first; i < end && i - first < HTTP_SERVER_SLICE && _http_server_get_unsent(client) < limit;
-         i++) {
+    for (u32 i = first; i < end && !_http_server_is_slice_full(&slice, client, i); i++) {
         if (!client->find)
             _http_server_cat_result(client, client->query.offset + i, &path);
         else if (db_find_get_entry(client->find, i, &entry))
@@ -397,6 +412,10 @@ static void _http_server_go_on_with_folder(http_server_client_t *client) {
 }
 
 static void _http_server_serve(http_server_client_t *client) {
+    if (!client->has_begun && _http_server->unsent >= HTTP_SERVER_UNSENT_LIMIT) {
+        _http_server_answer_error(client, STATUS_UNAVAILABLE);
+        return;
+    }
     if (!client->has_begun)
         client->internal_sort = _http_server_get_sort(&client->query);
     switch (client->job) {

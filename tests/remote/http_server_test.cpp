@@ -30,7 +30,7 @@ struct HttpServer : testing::Test {
         utf8_buf_kill(&error);
     }
     void TearDown() override {
-        http_server_limits = {30000, 60000};
+        http_server_limits = HTTP_SERVER_LIMITS;
         http_server_stop();
         if (db)
             settings.paths.empty() ? db_destroy(db) : folder_db_destroy(db);
@@ -290,6 +290,53 @@ TEST_F(HttpServer, WritesLargeAnswersInSlices) {
     EXPECT_LT(folder.body().find("item 159999"), folder.body().find("item 100000"));
 }
 
+// Rows that take long are written in slices, too: others have their turn in between.
+TEST_F(HttpServer, EndsASliceThatTakesLong) {
+    const u32 count = 12000;
+    http_server_limits.slice_time = 0;
+    start_over_names(many_names(count), params);
+    http_client_t client("GET /?search=item&json=1&path_column=1&live=1 HTTP/1.0\r\n\r\n");
+    u32 first = 0; // rows of the first turn
+    while (!client.is_closed) {
+        ASSERT_TRUE(event_wait_and_dispatch(30000));
+        if (first == 0 && _http_server->clients_first)
+            first = _http_server->clients_first->written;
+    }
+    EXPECT_GT(first, 0u);
+    EXPECT_LT(first, HTTP_SERVER_SLICE);
+    EXPECT_EQ(count_of(client.body(), "\"name\":\"item "), count);
+}
+
+// However many are slow at once, what waits for them does not fill the memory.
+TEST_F(HttpServer, BoundsWhatWaitsForAll) {
+    start_over_names(many_names(60000), params);
+    const char *request = "GET /?search=item&json=1&path_column=1&size_column=1 HTTP/1.0\r\n\r\n";
+    http_client_t alone(request);
+    alone.set_reading(false);
+    const auto is_stuck = [] {
+        const http_server_client_t *client = _http_server->clients_last;
+        return client && client->state == HTTP_SERVER_ROWS && client->send.queued;
+    };
+    ASSERT_TRUE(http_client_t::wait(is_stuck));
+    EXPECT_EQ(_http_server->unsent, _http_server->clients_last->send.queued);
+    _http_server->unsent += HTTP_SERVER_SHARED; // as if others were as slow
+    http_client_t another(request);
+    another.set_reading(false);
+    ASSERT_TRUE(http_client_t::wait([&] { return _http_server->client_count == 2 && is_stuck(); }));
+    EXPECT_LE(_http_server->clients_last->send.queued, 2 * HTTP_SERVER_SMALL_SHARE);
+    _http_server->unsent += HTTP_SERVER_UNSENT_LIMIT;
+    EXPECT_EQ(http_fetch("/?search=item").status, 503u);
+    _http_server->unsent -= HTTP_SERVER_SHARED + HTTP_SERVER_UNSENT_LIMIT;
+    EXPECT_EQ(http_fetch("/?search=item").status, 200u);
+    alone.close();
+    another.set_reading(true);
+    EXPECT_TRUE(another.wait_closed());
+    EXPECT_EQ(count_of(another.body(), "\"name\":\"item "), 60000u);
+    another.close();
+    EXPECT_TRUE(http_client_t::wait([] { return _http_server->client_count == 0; }));
+    EXPECT_EQ(_http_server->unsent, 0u);
+}
+
 struct busy_t {
     db_t *db;
     os_event_t *go;
@@ -302,7 +349,7 @@ void busy_proc(void *param) {
 
 TEST_F(HttpServer, WaitsForTheIndexAndAnswersTheRest) {
     start_over_names({"one.txt", "two.txt"}, params);
-    http_server_limits = {1500, 1500};
+    http_server_limits.head_timeout = http_server_limits.idle_timeout = 1500;
     busy_t busy = {db, os_event_create()};
     db_start_worker(db, nullptr, DB_WORKER_OTHER, busy_proc, &busy);
     http_client_t search("GET /?search=one HTTP/1.0\r\n\r\n"), folder("GET / HTTP/1.0\r\n\r\n"),
