@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <string_view>
 
@@ -22,13 +23,15 @@ static constexpr u32 STATUS_UNAVAILABLE = 503;
 // --- Opening -----------------------------------------------------------------------------------------------
 //
 // A file system may be slow, or hang, so a thread of its own opens each file. Whoever is the last of the two,
-// the thread or the client, frees what they share.
+// the thread or the client, frees what they share. That the thread is done and that this is posted are one
+// step under the lock: else the client could take the event back before it is there.
 
 enum _http_server_open_state_t : u32 { OPEN_RUNS, OPEN_DONE, OPEN_ABANDONED };
+static std::mutex _http_server_open_lock;
 
 struct http_server_open_t {
-    std::atomic<u32> state;
-    http_server_client_t *client; // not for the thread
+    _http_server_open_state_t state; // under _http_server_open_lock
+    http_server_client_t *client;    // not for the thread
     http_server_file_kind_t kind;
     char *path;           // of the file
     u32 top_length;       // of its start, the folder that the file must lie in
@@ -111,10 +114,16 @@ static std::atomic<u32> _http_server_openers;
 static void _http_server_open_proc(void *param) {
     auto *open = static_cast<http_server_open_t *>(param);
     _http_server_open_file(open);
-    if (open->state.exchange(OPEN_DONE) == OPEN_ABANDONED)
+    bool is_wanted;
+    {
+        std::lock_guard lock(_http_server_open_lock);
+        is_wanted = open->state != OPEN_ABANDONED;
+        open->state = OPEN_DONE;
+        if (is_wanted)
+            event_post(_http_server_opened_proc, open);
+    }
+    if (!is_wanted)
         _http_server_free_open(open);
-    else
-        event_post(_http_server_opened_proc, open);
     _http_server_openers--;
 }
 
@@ -146,8 +155,13 @@ void _http_server_open(http_server_client_t *client, http_server_file_kind_t kin
 }
 
 void _http_server_abandon_open(http_server_open_t *open) {
-    if (open->state.exchange(OPEN_ABANDONED) != OPEN_DONE)
-        return; // the thread frees it
+    {
+        std::lock_guard lock(_http_server_open_lock);
+        if (open->state != OPEN_DONE) {
+            open->state = OPEN_ABANDONED;
+            return; // the thread frees it
+        }
+    }
     event_remove(_http_server_opened_proc, open);
     _http_server_free_open(open);
 }

@@ -418,6 +418,30 @@ TEST_F(HttpServer, GivesUpTheSearchOfWhoHasLeft) {
     slow_loader.wait_until_idle();
 }
 
+// At whatever moment a visitor leaves while a thread opens his file, one of the two frees what they share.
+TEST_F(HttpServer, LosesVisitorsWhileTheirFilesAreOpened) {
+    std::filesystem::create_directories(files.path / "home");
+    write_file(files / "home\\page.html", "page");
+    const std::string home = files / "home";
+    params.home = home.c_str();
+    start_over_names({"one.txt"}, params);
+    for (u32 round = 0; round < 1000; round++) {
+        http_client_t client("GET /page.html HTTP/1.0\r\n\r\n");
+        const auto is_opening = [] {
+            return _http_server->clients_last && _http_server->clients_last->state == HTTP_SERVER_OPENING;
+        };
+        while (!is_opening() && !client.is_closed)
+            event_wait_and_dispatch(100);
+        const u32 start = os_get_tick_count();
+        while (os_get_tick_count() - start < round % 200) {
+        }
+        if (is_opening())
+            _http_server_destroy_client(_http_server->clients_last);
+        EXPECT_TRUE(client.wait_closed());
+    }
+    EXPECT_EQ(http_fetch("/page.html").body, "page");
+}
+
 TEST_F(HttpServer, StaysUpUnderManyConnections) {
     start_over_names(many_names(1000), params);
     std::vector<std::unique_ptr<http_client_t>> clients;
