@@ -29,7 +29,7 @@ using clock_t = std::chrono::steady_clock;
 constexpr u32 FLAGS = TEST_FLAGS_ALL & ~(DB_FLAG_DATE_ACCESSED | DB_FLAG_FAST_DATE_ACCESSED);
 constexpr u32 SECONDS = 8; // of each test of the suite
 constexpr u32 BURST = 400;
-constexpr u32 PATIENCE = 20; // seconds for a result to become what it must
+constexpr u32 PATIENCE = 60; // seconds for a result to become what it must
 
 u32 get_number(const char *name, u32 standard) {
     const char *text = std::getenv(name);
@@ -191,21 +191,21 @@ class DbStorm : public testing::Test {
             clock_t::now() + std::chrono::seconds(get_number("FINDWRIGHT_STORM_SECONDS", SECONDS));
         const u32 burst = get_number("FINDWRIGHT_STORM_BURST", BURST);
         u32 pauses = 0, last = seed;
+        const auto is_over = [&] { return clock_t::now() >= end && pauses >= 2; }; // on a slow machine, too
         if (const char *log = std::getenv("FINDWRIGHT_STORM_LOG")) {
             debug_log_open(log);
             debug_verbose = true;
         }
-        for (u32 world = seed; clock_t::now() < end; world++) { // a tree gets ever stranger: not for too long
+        for (u32 world = seed; !is_over(); world++) { // a tree gets ever stranger: not for too long
             storm_t storm;
             start(&storm, last = world, is_followed);
-            for (u32 turn = 0; turn < 60 && clock_t::now() < end; turn++, pauses++) {
+            for (u32 turn = 0; turn < 60 && !is_over(); turn++, pauses++) {
                 blow(&storm, turn % 4 == 3 ? 1 : 1 + static_cast<u32>(storm.random() % burst));
                 ASSERT_EQ(settle(&storm), "") << "seed " << world << " turn " << turn;
                 ASSERT_EQ(check_results(&storm), "") << "seed " << world << " turn " << turn;
             }
             stop(&storm);
         }
-        EXPECT_GT(pauses, 1u);
         if (std::getenv("FINDWRIGHT_STORM_SECONDS"))
             std::printf("%u pauses, the last seed was %u\n", pauses, last);
     }
