@@ -46,12 +46,15 @@ static void _db_query_notify(db_query_t *query, u32 code) {
         query->callback(query->user_data, code);
 }
 
+static void _db_query_drop_abandoned(db_query_t *query);
+
 static void _db_query_results_changed_proc(void *param) {
     db_query_t *query = _db_query(param);
     if (query->db->busy_count > 0) {
         query->notify_again = 1; // the worker still owns the results
         return;
     }
+    _db_query_drop_abandoned(query);
     query->notify_again = query->notify_pending = 0;
     _db_query_notify(query, DB_QUERY_RESULTS_CHANGED);
 }
@@ -154,6 +157,7 @@ static void _db_query_rebuild_started(db_query_link_t *link) {
     db_query_t *query = _db_query(link);
     db_query_free_terms(query);
     _db_query_forget_items(query);
+    query->is_abandoned = 0;
     db_extended_info_clear(query->extended_info);
     _db_query_drop_results_changed(query);
     event_post(_db_query_rebuilt_notification_proc, link);
@@ -191,6 +195,13 @@ static void _db_query_cancelled(db_query_link_t *link, db_worker_kind_t kind) {
         query->requested_sort = DB_SORT_NAME_ASCENDING;
         db_sort_results(query, DB_SORT_NAME_ASCENDING);
     }
+}
+
+// Of an idle database.
+static void _db_query_drop_abandoned(db_query_t *query) {
+    if (query->is_abandoned)
+        _db_query_cancelled(query, DB_WORKER_SEARCH);
+    query->is_abandoned = 0;
 }
 
 static void _db_query_load_complete(db_query_link_t *link) {
@@ -387,6 +398,7 @@ void db_query_search(db_query_t *query, const db_query_params_t *params) {
                  params->filter_search ? params->filter_search : "", params->sort);
     db_wait(db, "db_query_search");
     _db_query_drop_results_changed(query);
+    _db_query_drop_abandoned(query);
     if (params->clear_selection) {
         _db_selection_clear(query);
         db_itemref_clear_all(query);
@@ -423,6 +435,7 @@ void db_sort(db_query_t *query, u32 sort, i32 dialog_x, i32 dialog_y) {
     }
     query->cancel_sort = 1;
     db_wait(query->db, "db_sort");
+    _db_query_drop_abandoned(query);
     _db_result_settle(query);
     query->cancel_sort = 0;
     query->requested_sort = sort; // a worker reads it
@@ -471,6 +484,15 @@ bool db_cancel_query(db_query_t *query) {
     _db_query_drop_results_changed(query);
     _db_query_post_results_changed(query);
     return true;
+}
+
+void db_abandon_query(db_query_t *query) {
+    db_t *db = query->db;
+    query->is_abandoned = 1;
+    if (db->busy_count <= 0)
+        _db_query_drop_abandoned(query);
+    else if (db->worker_query == query)
+        _db_query_cancel(_db_query_link(query));
 }
 
 bool db_query_is_busy(const db_query_t *query) {

@@ -115,6 +115,7 @@ struct db_query_t : db_query_link_t {
     u32 sorted; // the results are in that order, which may be changed cheaply
     u32 notify_pending;
     u32 notify_again; // a notification came while the database was busy
+    u32 is_abandoned; // nobody wants what the worker will leave
     u32 is_ui;        // the owner is a window that may show the busy dialog
     i32 dialog_x, dialog_y;
     u32 calculate_total_size;
@@ -147,6 +148,9 @@ void db_refresh(db_query_t *query);
 // Stops this query's worker. True when one was running. A stopped search has no results, a stopped sort
 // leaves them in name order, with the selection whole.
 bool db_cancel_query(db_query_t *query);
+// Gives up what the query has found or looks for. A worker of it is asked to end and not waited for, since it
+// may be reading a file that does not answer; what it leaves is gone by the next DB_QUERY_RESULTS_CHANGED.
+void db_abandon_query(db_query_t *query);
 // Whether the database is at work, for whatever query; whether its content is in place.
 bool db_query_is_busy(const db_query_t *query);
 bool db_query_is_loaded(const db_query_t *query);

@@ -56,8 +56,6 @@ static void _http_server_results_changed() {
     server->current_client = nullptr;
     if (client)
         _http_server_write_slice(client);
-    else if (!server->has_results) // a search that was given up has ended
-        server->query->hooks->cancelled(server->query, DB_WORKER_SEARCH);
     _http_server_run(nullptr);
 }
 
@@ -91,15 +89,12 @@ void _http_server_drop_query() {
     server->current_client = nullptr;
 }
 
-// The worker is asked to end, and not waited for: it may be reading a file that does not answer. What it
-// leaves is not looked at, and the next search begins once the index is idle.
+// The next search begins once the index is idle.
 void _http_server_cancel_current() {
     http_server_t *server = _http_server;
-    db_query_link_t *link = server->query;
     server->current_client = nullptr;
     server->has_results = false;
-    if (server->db->worker_query == link)
-        link->hooks->cancel(link);
+    db_abandon_query(server->query);
     event_post(_http_server_run, nullptr);
 }
 
